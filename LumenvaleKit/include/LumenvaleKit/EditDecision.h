@@ -1,0 +1,96 @@
+#pragma once
+
+#include "LumenvaleKit/Geometry.h"
+#include "LumenvaleKit/PixelSize.h"
+#include "LumenvaleKit/Result.h"
+#include "LumenvaleKit/Uuid.h"
+
+#include <cstddef>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace lumenvale {
+
+// One kept range of the source movie, in seconds of source time.
+struct Clip {
+    Uuid id;
+    double start = 0;
+    double end = 0;
+
+    // A clip with a new random id.
+    static Clip make(double start, double end);
+
+    double duration() const { return end - start; }
+    friend bool operator==(const Clip&, const Clip&) = default;
+};
+
+// The clip under an output time and the source time it shows.
+struct Location {
+    std::size_t index = 0;
+    double source = 0;
+    friend bool operator==(const Location&, const Location&) = default;
+};
+
+// The editor's edit decision list: which ranges of the source are kept, in which
+// order, how fast the result plays, how it is cropped and how loud each audio
+// track is. A plain value: a copy is a complete, independent snapshot.
+//
+// Audio track numbers in `volumes` count the movie's source audio tracks from 1
+// (see docs/recording-format.md for which tracks those are).
+struct EditDecision {
+    double sourceDuration = 0;
+    std::vector<Clip> clips;
+    double speed = 1;
+    std::optional<Rect> crop;           // fractions of the picture, origin top-left
+    std::map<int, double> volumes;      // track number -> gain; no entry = 1
+
+    EditDecision() = default;
+    // One clip over the whole source, speed 1, no crop, no volumes.
+    explicit EditDecision(double duration);
+
+    // Sum of the clips' durations divided by the speed.
+    double outputDuration() const;
+    // The gain of an audio track: its entry, or 1.
+    double volume(int track) const;
+    // Speed 1, no crop and every volume exactly 1: the edit only cuts.
+    bool isPassthrough() const;
+    // Output time at which each clip begins.
+    std::vector<double> clipStarts() const;
+    // The clip under output time t (clamped into the edit) and its source time;
+    // a boundary belongs to the later clip. No clips: index 0, source 0.
+    Location locate(double outputTime) const;
+    // The output time that shows source time s; the first clip holding s (ends
+    // included) wins; nothing when s lies in no clip.
+    std::optional<double> outputTime(double sourceTime) const;
+    // Splits the clip under output time t; refuses a piece under 0.1 s.
+    bool split(double atOutput);
+    // Removes the clip with that id; never the last remaining clip.
+    bool deleteClip(const Uuid& id);
+    // Moves one or both edges of a clip, within its neighbours and the source,
+    // never shorter than 0.1 s. An unknown id is ignored.
+    void trim(const Uuid& id, std::optional<double> start, std::optional<double> end);
+
+    // The crop in whole, even pixels of a video of the given size, each side at least 2.
+    static Rect cropPixels(const Rect& crop, PixelSize video);
+    // The largest centred crop of the given aspect ratio (width / height), in fractions.
+    static Rect centeredCrop(double aspect, PixelSize video);
+
+    friend bool operator==(const EditDecision&, const EditDecision&) = default;
+};
+
+// The JSON object {"sourceDuration", "clips", "speed", "crop"?, "volumes"} in that order.
+std::string encode(const EditDecision& edit);
+// "sourceDuration", "clips", "speed" and "volumes" are required; a missing or null
+// "crop" means no crop. Values are not range-checked.
+Result<EditDecision> decodeEditDecision(std::string_view json);
+
+namespace GIFPlan {
+// The output times of a GIF's frames: n = floor(fps * min(maxSeconds, duration)),
+// at least 1; times k / fps for k = 0 ... n - 1.
+std::vector<double> times(double duration, double fps, double maxSeconds);
+} // namespace GIFPlan
+
+} // namespace lumenvale

@@ -1,0 +1,80 @@
+#pragma once
+
+#include "LumenvaleKit/Codec.h"
+#include "LumenvaleKit/EditDecision.h"
+#include "LumenvaleMedia/Image.h"
+
+#include <atomic>
+#include <filesystem>
+#include <functional>
+#include <vector>
+
+namespace lumenvale::EditRenderer {
+
+// One stretch of a source track placed in the result: source seconds
+// [sourceStart, sourceEnd) shown from output second outputStart on, already
+// clipped to the track's own range. Output times are before the speed is applied
+// (divide by `speed` for the played result).
+struct Segment {
+    double sourceStart = 0;
+    double sourceEnd = 0;
+    double outputStart = 0;
+};
+
+enum class TrackKind { video, audio };
+
+// A source track and where its kept ranges go.
+struct TrackPlan {
+    TrackKind kind = TrackKind::video;
+    int streamIndex = 0;     // the source's stream index
+    int sourceTrack = 0;     // audio: the number used in EditDecision::volumes (0 = a mix track); video: 0
+    bool isMix = false;      // a Lumenvale mix of the source tracks (rebuilt, not gained, on re-encode)
+    double gain = 1;         // audio: the edit's volume for sourceTrack
+    std::vector<Segment> segments;
+};
+
+// An edit resolved against a real movie: what to take from which track.
+struct Built {
+    std::vector<TrackPlan> tracks;    // video track first, then audio tracks in file order
+    int audioTracks = 0;              // source audio tracks, mixes not counted
+    PixelSize videoSize;              // the source's picture size
+    PixelSize outputSize;             // after the crop: cropPixels' even size, else videoSize
+    double frameRate = 30;            // the source's nominal rate rounded, or 30
+    double outputDurationSeconds = 0; // after the speed
+    EditDecision edit;
+};
+
+// Progress from 0 to 1, called from the worker thread that exports.
+using Progress = std::function<void(double fraction)>;
+
+// Reads the movie and resolves the edit. Throws MediaError: a file that is missing,
+// not a movie, truncated, without video ("Nothing was recorded."), or a clip that lies
+// wholly outside the source.
+Built build(const std::filesystem::path& source, const EditDecision& edit);
+
+// Writes the edit as an MPEG-4 movie. An edit that only cuts (isPassthrough) is
+// copied without encoding again except, at most, the frames between a cut and the
+// next keyframe; any other edit is encoded with `codec` at visually lossless quality.
+// On failure throws MediaError and leaves nothing at `destination`.
+// `cancel` (optional) stops the export early with a MediaError when it becomes true.
+void exportMovie(const std::filesystem::path& source, const EditDecision& edit, Codec codec,
+                 const std::filesystem::path& destination, const Progress& progress,
+                 const std::atomic<bool>* cancel = nullptr);
+
+// Writes the first 30 seconds of the edit (at most) as a looping GIF, 10 frames a
+// second, at most 640 pixels on the longer side after the crop. Progress counts frames.
+void exportGIF(const std::filesystem::path& source, const EditDecision& edit,
+               const std::filesystem::path& destination, const Progress& progress,
+               const std::atomic<bool>* cancel = nullptr);
+
+struct Thumbnail {
+    double timeSeconds = 0;
+    Image image;
+};
+
+// `count` pictures at the centres of equal slices of the source, fitting 240 x 240,
+// sorted by time. Empty for a movie without duration or for count 0. Never throws:
+// a picture that cannot be made is left out.
+std::vector<Thumbnail> thumbnails(const std::filesystem::path& source, int count);
+
+} // namespace lumenvale::EditRenderer

@@ -1,0 +1,34 @@
+#!/usr/bin/env bash
+# Installs the Debian 12 packages that building, running and testing Lumenvale
+# need, and only those that are missing. Safe to run again; needs root or sudo.
+set -euo pipefail
+
+build_packages=(
+  cmake ninja-build g++ clang pkg-config clang-format libclang-rt-14-dev
+  libgtest-dev libgmock-dev nlohmann-json3-dev
+  qt6-base-dev qt6-declarative-dev qml6-module-qtquick qml6-module-qtquick-controls
+  qml6-module-qtquick-window qml6-module-qtquick-layouts qml6-module-qtquick-templates
+  libavformat-dev libavcodec-dev libavfilter-dev libavutil-dev libswscale-dev libswresample-dev
+  libxcb1-dev libxcb-shm0-dev libxcb-composite0-dev libxcb-render0-dev libxcb-xfixes0-dev
+  libxcb-randr0-dev libxcb-xinput-dev libxcb-shape0-dev
+  libpulse-dev libmpv-dev libyuv-dev
+)
+runtime_packages=(
+  xvfb openbox pulseaudio pulseaudio-utils dbus dbus-x11 xdotool x11-utils ffmpeg
+)
+
+wanted=("${build_packages[@]}")
+[[ "${1:-}" == "--build-only" ]] || wanted+=("${runtime_packages[@]}")
+
+missing=()
+for package in "${wanted[@]}"; do
+  dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed" || missing+=("$package")
+done
+[[ ${#missing[@]} -eq 0 ]] && exit 0
+
+echo "Installing missing packages: ${missing[*]}" >&2
+sudo_cmd=()
+[[ $(id -u) -eq 0 ]] || sudo_cmd=(sudo)
+export DEBIAN_FRONTEND=noninteractive
+"${sudo_cmd[@]}" apt-get update -qq
+"${sudo_cmd[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null

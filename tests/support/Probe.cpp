@@ -1,0 +1,189 @@
+#include "Probe.h"
+
+#include <nlohmann/json.hpp>
+
+#include <array>
+#include <cmath>
+#include <cstring>
+#include <cstdio>
+#include <cstdlib>
+#include <sstream>
+#include <stdexcept>
+#include <sys/wait.h>
+
+namespace lumenvale::testing {
+namespace {
+
+double number(const nlohmann::json& object, const char* key) {
+    if (!object.contains(key)) {
+        return 0;
+    }
+    const auto& value = object.at(key);
+    if (value.is_number()) {
+        return value.get<double>();
+    }
+    if (value.is_string()) {
+        const std::string text = value.get<std::string>();
+        const auto slash = text.find('/');
+        if (slash != std::string::npos) {
+            const double denominator = std::stod(text.substr(slash + 1));
+            return denominator == 0 ? 0 : std::stod(text.substr(0, slash)) / denominator;
+        }
+        return text.empty() || text == "N/A" ? 0 : std::stod(text);
+    }
+    return 0;
+}
+
+std::map<std::string, std::string> tagsOf(const nlohmann::json& object) {
+    std::map<std::string, std::string> tags;
+    if (object.contains("tags")) {
+        for (const auto& [key, value] : object.at("tags").items()) {
+            tags[key] = value.is_string() ? value.get<std::string>() : value.dump();
+        }
+    }
+    return tags;
+}
+
+} // namespace
+
+std::vector<StreamInfo> MovieInfo::ofType(const std::string& codecType) const {
+    std::vector<StreamInfo> result;
+    for (const auto& stream : streams) {
+        if (stream.codecType == codecType) {
+            result.push_back(stream);
+        }
+    }
+    return result;
+}
+
+std::string quoted(const std::filesystem::path& path) {
+    std::string text = "'";
+    for (char c : path.string()) {
+        text += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    }
+    return text + "'";
+}
+
+std::string run(const std::string& command) {
+    const std::string errors = std::filesystem::temp_directory_path() / "lumenvale-run-stderr.txt";
+    FILE* pipe = popen((command + " 2>" + errors).c_str(), "r");
+    if (pipe == nullptr) {
+        throw std::runtime_error("cannot run: " + command);
+    }
+    std::string output;
+    std::array<char, 4096> buffer{};
+    while (const size_t read = fread(buffer.data(), 1, buffer.size(), pipe)) {
+        output.append(buffer.data(), read);
+    }
+    const int status = pclose(pipe);
+    if (status != 0) {
+        std::ostringstream message;
+        message << "command failed (" << WEXITSTATUS(status) << "): " << command << "\n";
+        if (FILE* log = fopen(errors.c_str(), "r")) {
+            while (const size_t read = fread(buffer.data(), 1, buffer.size(), log)) {
+                message.write(buffer.data(), static_cast<std::streamsize>(read));
+            }
+            fclose(log);
+        }
+        throw std::runtime_error(message.str());
+    }
+    return output;
+}
+
+MovieInfo probe(const std::filesystem::path& movie) {
+    const auto json = nlohmann::json::parse(
+        run("ffprobe -v error -count_frames -print_format json -show_format -show_streams " +
+            quoted(movie)));
+    MovieInfo info;
+    const auto& format = json.at("format");
+    info.durationSeconds = number(format, "duration");
+    info.formatName = format.value("format_name", "");
+    info.tags = tagsOf(format);
+    for (const auto& item : json.at("streams")) {
+        StreamInfo stream;
+        stream.index = item.value("index", 0);
+        stream.codecType = item.value("codec_type", "");
+        stream.codecName = item.value("codec_name", "");
+        stream.codecTag = item.value("codec_tag_string", "");
+        stream.durationSeconds = number(item, "duration");
+        stream.startSeconds = number(item, "start_time");
+        stream.width = item.value("width", 0);
+        stream.height = item.value("height", 0);
+        stream.frameRate = number(item, "avg_frame_rate");
+        stream.frames = static_cast<std::int64_t>(number(item, "nb_read_frames"));
+        stream.channels = item.value("channels", 0);
+        stream.sampleRate = static_cast<int>(number(item, "sample_rate"));
+        stream.isDefault = item.contains("disposition") && item.at("disposition").value("default", 0) == 1;
+        stream.tags = tagsOf(item);
+        info.streams.push_back(stream);
+    }
+    return info;
+}
+
+std::vector<FrameSum> frameChecksums(const std::filesystem::path& movie) {
+    const std::string text =
+        run("ffmpeg -v error -i " + quoted(movie) + " -map 0:v:0 -f framemd5 -");
+    std::vector<FrameSum> sums;
+    std::istringstream lines(text);
+    std::string line;
+    double timeBase = 0;
+    while (std::getline(lines, line)) {
+        if (line.rfind("#tb 0:", 0) == 0) {
+            const auto slash = line.find('/');
+            timeBase = std::stod(line.substr(6, slash - 6)) / std::stod(line.substr(slash + 1));
+            continue;
+        }
+        if (line.empty() || line[0] == '#') {
+            continue;
+        }
+        // stream, dts, pts, duration, size, md5
+        std::vector<std::string> fields;
+        std::istringstream columns(line);
+        std::string field;
+        while (std::getline(columns, field, ',')) {
+            fields.push_back(field.substr(field.find_first_not_of(' ')));
+        }
+        if (fields.size() >= 6) {
+            sums.push_back({std::stod(fields[2]) * timeBase, fields[5]});
+        }
+    }
+    return sums;
+}
+
+double audioRms(const std::filesystem::path& movie, int audioStream, double startSeconds,
+                double durationSeconds) {
+    const std::string text =
+        run("ffmpeg -v error -ss " + std::to_string(startSeconds) + " -t " +
+            std::to_string(durationSeconds) + " -i " + quoted(movie) + " -map 0:a:" +
+            std::to_string(audioStream) + " -ac 1 -f f32le -acodec pcm_f32le -");
+    const size_t count = text.size() / sizeof(float);
+    if (count == 0) {
+        return 0;
+    }
+    double sum = 0;
+    for (size_t i = 0; i < count; ++i) {
+        float sample = 0;
+        std::memcpy(&sample, text.data() + i * sizeof(float), sizeof(float));
+        sum += static_cast<double>(sample) * sample;
+    }
+    return std::sqrt(sum / static_cast<double>(count));
+}
+
+void makeMovie(const std::filesystem::path& movie, const std::string& ffmpegArguments) {
+    run("ffmpeg -v error -y " + ffmpegArguments + " " + quoted(movie));
+}
+
+TemporaryFolder::TemporaryFolder() {
+    std::string pattern = (std::filesystem::temp_directory_path() / "lumenvale-test.XXXXXX").string();
+    if (mkdtemp(pattern.data()) == nullptr) {
+        throw std::runtime_error("cannot create a temporary folder");
+    }
+    path_ = pattern;
+}
+
+TemporaryFolder::~TemporaryFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+}
+
+} // namespace lumenvale::testing

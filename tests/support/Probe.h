@@ -1,0 +1,83 @@
+#pragma once
+
+// Test support: what a written movie really holds, found by running ffprobe and
+// ffmpeg on it (the tools decode independently of the code under test).
+
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace lumenvale::testing {
+
+struct StreamInfo {
+    int index = 0;
+    std::string codecType;  // "video" or "audio"
+    std::string codecName;  // "h264", "hevc", "aac", "gif", ...
+    std::string codecTag;   // "avc1", "hvc1", "mp4a", ...
+    double durationSeconds = 0;
+    double startSeconds = 0;
+    int width = 0;
+    int height = 0;
+    double frameRate = 0;   // average frame rate
+    std::int64_t frames = 0; // counted by decoding
+    int channels = 0;
+    int sampleRate = 0;
+    bool isDefault = false;
+    std::map<std::string, std::string> tags;
+};
+
+struct MovieInfo {
+    double durationSeconds = 0;
+    std::string formatName;
+    std::map<std::string, std::string> tags;
+    std::vector<StreamInfo> streams;
+
+    // The streams of one type, in file order.
+    std::vector<StreamInfo> ofType(const std::string& codecType) const;
+};
+
+// Runs a shell command; returns its standard output. Throws std::runtime_error with
+// the command's standard error when it exits non-zero.
+std::string run(const std::string& command);
+
+// Quotes a path for the shell.
+std::string quoted(const std::filesystem::path& path);
+
+// ffprobe's view of the file, frames counted by decoding every stream.
+MovieInfo probe(const std::filesystem::path& movie);
+
+// One MD5 per decoded video frame of the first video stream, in presentation order,
+// each paired with its presentation time in seconds (ffmpeg -f framemd5).
+struct FrameSum {
+    double timeSeconds = 0;
+    std::string md5;
+};
+std::vector<FrameSum> frameChecksums(const std::filesystem::path& movie);
+
+// Root-mean-square level (linear, 0 ... 1) of one audio stream (index among the audio
+// streams, from 0), over [startSeconds, startSeconds + durationSeconds), all channels.
+double audioRms(const std::filesystem::path& movie, int audioStream, double startSeconds,
+                double durationSeconds);
+
+// Makes a test movie with the ffmpeg command line: a moving test pattern with a frame
+// counter, optionally with tones. `extraArguments` are inserted before the output.
+// Example: makeMovie(path, "-f lavfi -i testsrc2=size=320x240:rate=30 -t 3 -c:v libx264");
+void makeMovie(const std::filesystem::path& movie, const std::string& ffmpegArguments);
+
+// A fresh empty folder under the temporary folder, removed by the destructor.
+class TemporaryFolder {
+  public:
+    TemporaryFolder();
+    ~TemporaryFolder();
+    TemporaryFolder(const TemporaryFolder&) = delete;
+    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+    const std::filesystem::path& path() const { return path_; }
+    std::filesystem::path operator/(const std::string& name) const { return path_ / name; }
+
+  private:
+    std::filesystem::path path_;
+};
+
+} // namespace lumenvale::testing
