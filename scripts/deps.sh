@@ -14,7 +14,7 @@ build_packages=(
   libpulse-dev libmpv-dev libyuv-dev
 )
 runtime_packages=(
-  xvfb openbox pulseaudio pulseaudio-utils dbus dbus-x11 xdotool x11-utils ffmpeg
+  xvfb openbox pulseaudio pulseaudio-utils dbus dbus-x11 xdotool x11-utils x11-apps ffmpeg
 )
 
 wanted=("${build_packages[@]}")
