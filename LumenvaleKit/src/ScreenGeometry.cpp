@@ -1,9 +1,13 @@
 #include "LumenvaleKit/ScreenGeometry.h"
 
+#include <cmath>
+
 namespace lumenvale::ScreenGeometry {
 
 Rect sourceRect(const Rect& area, const Rect& screen) {
-    return {area.minX() - screen.minX(), screen.maxY() - area.maxY(), area.width, area.height};
+    // A dragged area may have a negative size; it is handed on standardised.
+    return {area.minX() - screen.minX(), screen.maxY() - area.maxY(), std::abs(area.width),
+            std::abs(area.height)};
 }
 
 Rect appKitRect(const Rect& quartz, double mainHeight) {
