@@ -1,0 +1,85 @@
+#include "editor/EditorExport.h"
+
+#include "LumenvaleKit/RecordingName.h"
+#include "LumenvaleMedia/RecordingPipeline.h"
+
+#include <mutex>
+#include <set>
+#include <system_error>
+
+namespace lumenvale::EditorExport {
+namespace {
+
+// Names handed to exports that are still running in this process.
+struct HeldNames {
+    std::mutex mutex;
+    std::set<std::filesystem::path> paths;
+};
+
+HeldNames& heldNames() {
+    static HeldNames* names = new HeldNames; // never destroyed: exports may end at exit
+    return *names;
+}
+
+} // namespace
+
+const char* fileExtension(Format format) {
+    switch (format) {
+    case Format::movie:
+        return "mp4";
+    case Format::gif:
+        return "gif";
+    }
+    return "mp4";
+}
+
+Reservation::Reservation(std::filesystem::path path) : path_(std::move(path)) {}
+
+Reservation::~Reservation() {
+    if (path_.empty()) {
+        return;
+    }
+    auto& names = heldNames();
+    const std::lock_guard lock(names.mutex);
+    names.paths.erase(path_);
+}
+
+std::shared_ptr<Reservation> reserveTarget(const std::filesystem::path& recording, Format format) {
+    auto& names = heldNames();
+    const std::lock_guard lock(names.mutex);
+    const auto taken = [&](const std::filesystem::path& candidate) {
+        // A dangling link still takes the name: writing through it would land elsewhere.
+        std::error_code error;
+        return std::filesystem::exists(std::filesystem::symlink_status(candidate, error)) ||
+               names.paths.contains(candidate);
+    };
+    const std::filesystem::path target =
+        RecordingName::unique(recording.parent_path(), recording.stem().string() + " edited",
+                              fileExtension(format), taken);
+    names.paths.insert(target);
+    return std::make_shared<Reservation>(target);
+}
+
+void write(const std::filesystem::path& source, const EditDecision& edit, Format format,
+           Codec codec, const std::filesystem::path& destination,
+           const EditRenderer::Progress& progress, const std::atomic<bool>* cancel) {
+    try {
+        switch (format) {
+        case Format::movie:
+            EditRenderer::exportMovie(source, edit, resolve(codec, availableVideoFourCCs()),
+                                      destination, progress, cancel);
+            break;
+        case Format::gif:
+            EditRenderer::exportGIF(source, edit, destination, progress, cancel);
+            break;
+        }
+    } catch (...) {
+        // The renderer cleans up after itself; this also covers a file that some
+        // other failure left half written.
+        std::error_code ignored;
+        std::filesystem::remove(destination, ignored);
+        throw;
+    }
+}
+
+} // namespace lumenvale::EditorExport

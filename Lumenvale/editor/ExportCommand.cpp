@@ -1,0 +1,217 @@
+#include "editor/ExportCommand.h"
+
+#include "LumenvaleKit/Codec.h"
+#include "LumenvaleKit/EditDecision.h"
+#include "editor/EditorExport.h"
+#include "editor/MovieFacts.h"
+#include "editor/StoredCodec.h"
+
+#include <QCommandLineParser>
+#include <QFile>
+#include <atomic>
+#include <cmath>
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <filesystem>
+#include <mutex>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <unistd.h>
+
+namespace lumenvale {
+namespace {
+
+constexpr int exitFailure = 1;
+constexpr int exitUsage = 2;
+
+// Set from the signal handler; the export polls it and stops.
+std::atomic<bool> interrupted{false};
+static_assert(std::atomic<bool>::is_always_lock_free, "used from a signal handler");
+
+extern "C" void interruptExport(int) {
+    interrupted.store(true);
+}
+
+// Installs the interrupt handler for the life of the export and restores the old one.
+class InterruptScope {
+  public:
+    InterruptScope()
+        : previousInterrupt_(std::signal(SIGINT, interruptExport)),
+          previousTerminate_(std::signal(SIGTERM, interruptExport)) {
+        interrupted.store(false);
+    }
+    ~InterruptScope() {
+        std::signal(SIGINT, previousInterrupt_);
+        std::signal(SIGTERM, previousTerminate_);
+    }
+    InterruptScope(const InterruptScope&) = delete;
+    InterruptScope& operator=(const InterruptScope&) = delete;
+
+  private:
+    void (*previousInterrupt_)(int);
+    void (*previousTerminate_)(int);
+};
+
+// A failure with the sentence that goes to standard error.
+struct CommandFailure {
+    std::string message;
+    int exitCode = exitFailure;
+};
+
+void printError(const std::string& message) {
+    std::fprintf(stderr, "%s\n", message.c_str());
+}
+
+// "Exporting… 42%": rewritten in place on a terminal, one line per tenth otherwise.
+class ProgressLine {
+  public:
+    ProgressLine() : onTerminal_(isatty(STDERR_FILENO) == 1) {}
+
+    void report(double fraction) {
+        const double clamped = fraction > 0 ? std::min(fraction, 1.0) : 0;
+        const int percent = static_cast<int>(std::floor(clamped * 100));
+        const std::lock_guard lock(mutex_);
+        if (percent <= shown_ || (!onTerminal_ && percent / 10 == shown_ / 10)) {
+            return;
+        }
+        shown_ = percent;
+        std::fprintf(stderr, onTerminal_ ? "\rExporting… %d%%" : "Exporting… %d%%\n", percent);
+        std::fflush(stderr);
+    }
+
+    void finish() {
+        const std::lock_guard lock(mutex_);
+        if (onTerminal_ && shown_ >= 0) {
+            std::fprintf(stderr, "\n");
+        }
+    }
+
+  private:
+    const bool onTerminal_;
+    std::mutex mutex_;
+    int shown_ = -1;
+};
+
+struct ExportRequest {
+    std::filesystem::path movie;
+    std::optional<std::filesystem::path> editFile;
+    EditorExport::Format format = EditorExport::Format::movie;
+    std::optional<Codec> codec;
+    std::optional<std::filesystem::path> output;
+};
+
+std::filesystem::path localPath(const QString& text) {
+    return std::filesystem::path(text.toStdString());
+}
+
+ExportRequest parse(const QStringList& arguments) {
+    QCommandLineParser parser;
+    const QCommandLineOption editOption("edit", "The edit decision to apply.", "EDIT.json");
+    const QCommandLineOption gifOption("gif", "Write a GIF instead of a movie.");
+    const QCommandLineOption codecOption("codec", "The movie's video codec.", "h264|hevc");
+    const QCommandLineOption outputOption("output", "Where to write the export.", "PATH");
+    parser.addOptions({editOption, gifOption, codecOption, outputOption});
+    parser.addPositionalArgument("MOVIE", "The movie to export.");
+
+    const std::string usage = "Usage: lumenvale export MOVIE [--edit EDIT.json] [--gif] "
+                              "[--codec h264|hevc] [--output PATH]";
+    if (!parser.parse(QStringList{"lumenvale export"} + arguments)) {
+        throw CommandFailure{parser.errorText().toStdString() + "\n" + usage, exitUsage};
+    }
+    if (parser.positionalArguments().size() != 1) {
+        throw CommandFailure{"Name one movie to export.\n" + usage, exitUsage};
+    }
+
+    ExportRequest request;
+    request.movie = localPath(parser.positionalArguments().front());
+    if (parser.isSet(editOption)) {
+        request.editFile = localPath(parser.value(editOption));
+    }
+    if (parser.isSet(gifOption)) {
+        request.format = EditorExport::Format::gif;
+    }
+    if (parser.isSet(codecOption)) {
+        request.codec = codecFromRawValue(parser.value(codecOption).toStdString());
+        if (!request.codec) {
+            throw CommandFailure{"The codec must be h264 or hevc.\n" + usage, exitUsage};
+        }
+    }
+    if (parser.isSet(outputOption)) {
+        request.output = localPath(parser.value(outputOption));
+    }
+    return request;
+}
+
+EditDecision readEdit(const std::filesystem::path& editFile) {
+    const std::string name = editFile.filename().string();
+    QFile file(QString::fromStdString(editFile.string()));
+    if (!file.open(QIODevice::ReadOnly)) {
+        throw CommandFailure{"Couldn’t read the edit " + name + ". " +
+                             file.errorString().toStdString() + "."};
+    }
+    const QByteArray json = file.readAll();
+    Result<EditDecision> decoded = decodeEditDecision(json.toStdString());
+    if (!decoded) {
+        throw CommandFailure{"Couldn’t use the edit " + name + ". " + decoded.error()};
+    }
+    return std::move(decoded).value();
+}
+
+std::filesystem::path chooseTarget(const ExportRequest& request,
+                                   std::shared_ptr<EditorExport::Reservation>& reservation) {
+    if (!request.output) {
+        reservation = EditorExport::reserveTarget(request.movie, request.format);
+        return reservation->path();
+    }
+    std::error_code ignored;
+    if (std::filesystem::exists(*request.output, ignored)) {
+        throw CommandFailure{request.output->string() +
+                             " already exists. Choose another --output; Lumenvale never "
+                             "replaces a file."};
+    }
+    return *request.output;
+}
+
+} // namespace
+
+int runExport(const QStringList& arguments) {
+    std::string movieName;
+    try {
+        const ExportRequest request = parse(arguments);
+        movieName = request.movie.filename().string();
+        // The edit is read before the movie so a bad edit is reported as such.
+        const EditDecision edit = request.editFile
+                                      ? readEdit(*request.editFile)
+                                      : EditDecision(readMovieFacts(request.movie).durationSeconds);
+        const Codec codec = request.codec ? *request.codec : storedCodec();
+
+        std::shared_ptr<EditorExport::Reservation> reservation;
+        const std::filesystem::path target = chooseTarget(request, reservation);
+
+        const InterruptScope interruptScope;
+        ProgressLine progress;
+        try {
+            EditorExport::write(
+                request.movie, edit, request.format, codec, target,
+                [&](double fraction) { progress.report(fraction); }, &interrupted);
+        } catch (...) {
+            progress.finish();
+            throw;
+        }
+        progress.finish();
+        std::printf("%s\n", target.c_str());
+        std::fflush(stdout);
+        return 0;
+    } catch (const CommandFailure& failure) {
+        printError(failure.message);
+        return failure.exitCode;
+    } catch (const std::exception& failure) {
+        // The renderer's sentence, e.g. "Nothing was recorded."
+        printError("Couldn’t export " + movieName + ". " + failure.what());
+        return exitFailure;
+    }
+}
+
+} // namespace lumenvale

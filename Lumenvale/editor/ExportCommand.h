@@ -1,0 +1,22 @@
+#pragma once
+
+#include <QStringList>
+
+namespace lumenvale {
+
+// `lumenvale export MOVIE [--edit EDIT.json] [--gif] [--codec h264|hevc] [--output PATH]`
+//
+// Writes MOVIE, cut as EDIT.json says (an EditDecision in its JSON coding; the whole
+// movie without it), as an MPEG-4 movie in the codec given (default: the stored
+// recording options' codec) or, with --gif, as a GIF. Without --output the file goes
+// next to the movie as "<name> edited.mp4" / ".gif", numbered when taken, as the
+// editor names its exports; an --output that exists is refused, never replaced.
+//
+// `arguments` are the words after "export". Prints the written path on standard
+// output and the progress on standard error; on failure prints the reason on standard
+// error, leaves no file behind and returns non-zero (2 for a malformed command line).
+// Blocking; call it on the main thread of a running QCoreApplication.
+// SIGINT or SIGTERM stops the export (and removes the partial file).
+int runExport(const QStringList& arguments);
+
+} // namespace lumenvale
