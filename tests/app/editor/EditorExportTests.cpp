@@ -1,0 +1,199 @@
+#include "EditorTestSupport.h"
+
+#include <QSignalSpy>
+#include <cstdlib>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <set>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace lumenvale::testing {
+namespace {
+
+std::set<std::string> filesIn(const std::filesystem::path& folder) {
+    std::set<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+        names.insert(entry.path().filename().string());
+    }
+    return names;
+}
+
+// A 3-second recording "Take.mp4", opened fresh for every test, with a card that
+// writes down what it was asked to show.
+class EditorExporting : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        makeClip(movie, 3);
+        EditorServices services;
+        services.makePoster = [](const std::filesystem::path& file, double) {
+            return std::filesystem::exists(file) ? std::optional<Image>(Image{{2, 2}, {}})
+                                                 : std::nullopt;
+        };
+        services.showCard = [this](const ExportedRecording& shown) {
+            cards.push_back(shown);
+        };
+        auto loaded = loadModel(movie, services);
+        ASSERT_TRUE(loaded.model) << loaded.error.toStdString();
+        model = std::move(loaded.model);
+    }
+
+    // Cuts output 1 ... 2 out: two clips, 2 s left.
+    void cutOneSecond() {
+        model->seek(1);
+        model->split();
+        model->seek(2);
+        model->split();
+        model->seek(1.5);
+        model->setSelection(std::nullopt);
+        model->deleteClip();
+        ASSERT_NEAR(model->edit().outputDuration(), 2, 1e-9);
+    }
+
+    TemporaryFolder folder;
+    std::filesystem::path movie = folder / "Take.mp4";
+    std::unique_ptr<EditorModel> model;
+    std::vector<ExportedRecording> cards;
+};
+
+TEST_F(EditorExporting, ExportsNextToTheRecordingUnderTheNextFreeEditedName) {
+    QSignalSpy progress(model.get(), &EditorModel::exportProgressChanged);
+    cutOneSecond();
+
+    const auto first = await(model->exportFile(EditorModel::AfterExport::showCard));
+    ASSERT_TRUE(first) << model->error().toStdString();
+    EXPECT_EQ(*first, folder / "Take edited.mp4");
+    EXPECT_NEAR(probe(*first).durationSeconds, 2, 0.1);
+    EXPECT_FALSE(model->exportProgress());
+    EXPECT_GE(progress.count(), 2) << "0 when it starts, absent when it ends";
+    EXPECT_EQ(model->lastExport(), first);
+    ASSERT_TRUE(model->exported());
+    EXPECT_EQ(model->exported()->edit, model->edit());
+
+    // The card shows the export like a recording: its length is the edit's.
+    ASSERT_EQ(cards.size(), 1u);
+    EXPECT_EQ(cards[0].path, *first);
+    EXPECT_DOUBLE_EQ(cards[0].durationSeconds, 2);
+    EXPECT_TRUE(cards[0].poster);
+    EXPECT_TRUE(cards[0].partDurations.empty());
+
+    const auto second = await(model->exportFile(EditorModel::AfterExport::noCard));
+    ASSERT_TRUE(second);
+    EXPECT_EQ(*second, folder / "Take edited 2.mp4");
+    EXPECT_EQ(cards.size(), 1u);
+
+    model->setFormat(EditorModel::ExportFormat::gif);
+    const auto gif = await(model->exportFile(EditorModel::AfterExport::noCard));
+    ASSERT_TRUE(gif);
+    EXPECT_EQ(*gif, folder / "Take edited.gif");
+    EXPECT_EQ(probe(*gif).streams.at(0).frames, 20); // 2 s at 10 frames a second
+    EXPECT_EQ(model->exported()->format, EditorModel::ExportFormat::gif);
+}
+
+TEST_F(EditorExporting, CurrentExportReusesTheFileUntilTheEditOrFormatChanges) {
+    const auto first = await(model->currentExport());
+    ASSERT_TRUE(first) << model->error().toStdString();
+    const qint64 exports = model->exportID();
+
+    const auto again = await(model->currentExport());
+    EXPECT_EQ(again, first);
+    EXPECT_EQ(model->exportID(), exports) << "no second export";
+    EXPECT_EQ(filesIn(folder.path()), (std::set<std::string>{"Take.mp4", "Take edited.mp4"}));
+
+    cutOneSecond();
+    const auto afterChange = await(model->currentExport());
+    ASSERT_TRUE(afterChange);
+    EXPECT_EQ(*afterChange, folder / "Take edited 2.mp4");
+    EXPECT_NEAR(probe(*afterChange).durationSeconds, 2, 0.1);
+
+    // A file that went away is written again.
+    std::filesystem::remove(*afterChange);
+    const auto rewritten = await(model->currentExport());
+    ASSERT_TRUE(rewritten);
+    EXPECT_TRUE(std::filesystem::exists(*rewritten));
+    EXPECT_GT(model->exportID(), exports + 1);
+    EXPECT_TRUE(cards.empty()) << "sharing shows no card";
+}
+
+TEST_F(EditorExporting, AnOvertakenExportLeavesTheModelAlone) {
+    // The first export encodes (a crop), the second only copies, so the first one
+    // usually finishes last; either way it must not touch the model.
+    model->change([](EditDecision& edit) { edit.crop = Rect{0, 0, 0.5, 0.5}; });
+    auto overtaken = model->exportFile(EditorModel::AfterExport::showCard);
+    model->undo();
+    auto newest = model->exportFile(EditorModel::AfterExport::showCard);
+
+    const auto written = await(newest);
+    ASSERT_TRUE(written) << model->error().toStdString();
+    EXPECT_EQ(*written, folder / "Take edited 2.mp4") << "the running export holds the first name";
+    EXPECT_FALSE(await(overtaken));
+    QTest::qWait(200); // anything the first still had queued
+
+    EXPECT_EQ(model->lastExport(), written);
+    EXPECT_FALSE(model->exportProgress());
+    EXPECT_TRUE(model->error().isEmpty());
+    EXPECT_FALSE(model->exported()->edit.crop);
+    ASSERT_EQ(cards.size(), 1u);
+    EXPECT_EQ(cards[0].path, *written);
+}
+
+// Makes a folder unwritable for the life of the guard, even for the superuser when
+// the file system allows it (root ignores permission bits, not the immutable flag).
+class UnwritableFolder {
+  public:
+    explicit UnwritableFolder(std::filesystem::path folder) : folder_(std::move(folder)) {
+        chmod(folder_.c_str(), 0555);
+        if (isWritable()) {
+            immutable_ = succeeds("chattr +i " + quoted(folder_) + " 2>/dev/null");
+        }
+    }
+    ~UnwritableFolder() {
+        if (immutable_) {
+            succeeds("chattr -i " + quoted(folder_));
+        }
+        chmod(folder_.c_str(), 0755);
+    }
+    bool isWritable() const {
+        const auto probeFile = folder_ / ".probe";
+        const int descriptor = open(probeFile.c_str(), O_CREAT | O_WRONLY, 0644);
+        if (descriptor < 0) {
+            return false;
+        }
+        close(descriptor);
+        unlink(probeFile.c_str());
+        return true;
+    }
+
+  private:
+    static bool succeeds(const std::string& command) { return std::system(command.c_str()) == 0; }
+
+    std::filesystem::path folder_;
+    bool immutable_ = false;
+};
+
+TEST_F(EditorExporting, AFailedExportSaysWhyAndLeavesNothingBehind) {
+    QSignalSpy errors(model.get(), &EditorModel::errorChanged);
+    {
+        const UnwritableFolder unwritable(folder.path());
+        if (unwritable.isWritable()) {
+            GTEST_SKIP() << "cannot make a folder unwritable here";
+        }
+        EXPECT_FALSE(await(model->exportFile(EditorModel::AfterExport::showCard)));
+    }
+    EXPECT_EQ(errors.count(), 1);
+    EXPECT_FALSE(model->error().isEmpty());
+    EXPECT_FALSE(model->exportProgress());
+    EXPECT_FALSE(model->lastExport());
+    EXPECT_FALSE(model->exported());
+    EXPECT_TRUE(cards.empty());
+    EXPECT_EQ(filesIn(folder.path()), (std::set<std::string>{"Take.mp4"}));
+
+    // The model stays usable: the next export, into a writable folder, works.
+    const auto written = await(model->exportFile(EditorModel::AfterExport::noCard));
+    ASSERT_TRUE(written);
+    EXPECT_EQ(*written, folder / "Take edited.mp4");
+    EXPECT_EQ(model->lastExport(), written);
+}
+
+} // namespace
+} // namespace lumenvale::testing

@@ -1,0 +1,106 @@
+#!/usr/bin/env bash
+# `lumenvale export` end to end: real movies made with ffmpeg, exported by the real
+# binary, checked with ffprobe. Needs $LUMENVALE (the binary); runs itself inside
+# tests/session.sh when no display is there.
+set -euo pipefail
+
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+if [[ -z "${DISPLAY:-}" && -z "${LUMENVALE_SESSION_INNER:-}" ]]; then
+  exec "$here/../session.sh" bash "${BASH_SOURCE[0]}" "$@"
+fi
+: "${LUMENVALE:?set LUMENVALE to the lumenvale binary}"
+
+work=$(mktemp -d /tmp/lumenvale-export-cli.XXXXXX)
+trap 'rm -rf "$work"' EXIT
+failures=0
+fail() { echo "FAIL: $*" >&2; failures=$((failures + 1)); }
+check() { # check DESCRIPTION COMMAND...: records a failure when the command fails
+  local description=$1; shift
+  "$@" || fail "$description"
+}
+near() { # near ACTUAL EXPECTED TOLERANCE
+  awk -v a="$1" -v e="$2" -v t="$3" 'BEGIN { exit !((a - e) <= t && (e - a) <= t) }'
+}
+duration() { ffprobe -v error -show_entries format=duration -of csv=p=0 "$1"; }
+stream() { # stream FILE ENTRY: the first video stream's entry
+  ffprobe -v error -select_streams v:0 -show_entries "stream=$2" -of csv=p=0 "$1"
+}
+frames() { ffprobe -v error -count_frames -select_streams v:0 -show_entries stream=nb_read_frames -of csv=p=0 "$1"; }
+# Runs the export; sets status, out (standard output) and err (standard error).
+export_movie() {
+  status=0
+  "$LUMENVALE" export "$@" >"$work/out" 2>"$work/err" || status=$?
+  out=$(cat "$work/out"); err=$(cat "$work/err")
+}
+edit_json() { # edit_json SOURCE_DURATION SPEED "start end" ...
+  local source=$1 speed=$2 clips="" clip; shift 2
+  for clip in "$@"; do
+    set -- $clip
+    clips+="${clips:+,}{\"id\":\"$(cat /proc/sys/kernel/random/uuid)\",\"start\":$1,\"end\":$2}"
+  done
+  echo "{\"sourceDuration\":$source,\"clips\":[$clips],\"speed\":$speed,\"volumes\":{}}"
+}
+
+movies=$work/movies
+mkdir -p "$movies"
+ffmpeg -v error -f lavfi -i testsrc2=size=320x240:rate=30 -f lavfi -i sine=frequency=440:sample_rate=48000 \
+  -t 4 -c:v libx264 -pix_fmt yuv420p -g 30 -c:a aac "$movies/Rec.mp4"
+
+# A cut-only edit is the source minus the cut, copied as H.264, next to the movie.
+edit_json 4 1 "0 1.5" "2.5 4" >"$work/cut.json"
+export_movie "$movies/Rec.mp4" --edit "$work/cut.json"
+check "cut export succeeds ($err)" test "$status" -eq 0
+check "cut export prints its path (got '$out')" test "$out" = "$movies/Rec edited.mp4"
+check "cut export is 3 s long (got $(duration "$out" 2>/dev/null))" near "$(duration "$out")" 3 0.1
+check "cut export keeps H.264" test "$(stream "$out" codec_name)" = h264
+check "progress goes to standard error" grep -q "100%" "$work/err"
+
+# The next export takes the next free name.
+export_movie "$movies/Rec.mp4" --edit "$work/cut.json"
+check "second export is numbered (got '$out')" test "$out" = "$movies/Rec edited 2.mp4"
+
+# Without an edit the whole movie is written; a 2x HEVC edit is half as long.
+edit_json 4 2 "0 4" >"$work/fast.json"
+export_movie "$movies/Rec.mp4" --edit "$work/fast.json" --codec hevc --output "$work/fast.mp4"
+check "fast export succeeds ($err)" test "$status" -eq 0
+check "fast export goes where --output says" test "$out" = "$work/fast.mp4"
+check "fast export is HEVC" test "$(stream "$work/fast.mp4" codec_name)" = hevc
+check "fast export is 2 s long" near "$(duration "$work/fast.mp4")" 2 0.1
+export_movie "$movies/Rec.mp4" --output "$work/fast.mp4"
+check "an existing --output is refused" test "$status" -ne 0
+check "the refused --output is untouched" near "$(duration "$work/fast.mp4")" 2 0.1
+
+# A GIF: 10 frames a second, at most 640 pixels on the longer side.
+ffmpeg -v error -f lavfi -i testsrc2=size=1280x720:rate=30 -t 2 -c:v libx264 -pix_fmt yuv420p "$movies/Wide.mp4"
+export_movie "$movies/Wide.mp4" --gif
+check "GIF export succeeds ($err)" test "$status" -eq 0
+check "GIF is named after the movie (got '$out')" test "$out" = "$movies/Wide edited.gif"
+check "GIF holds 20 frames (got $(frames "$out" 2>/dev/null))" test "$(frames "$out")" = 20
+check "GIF is 640x360 (got $(stream "$out" width,height 2>/dev/null))" test "$(stream "$out" width,height)" = "640,360"
+
+# An edit without "volumes" is refused with a message that names it; nothing is written.
+echo '{"sourceDuration":4,"clips":[],"speed":1}' >"$work/bad.json"
+before=$(ls "$movies" | wc -l)
+export_movie "$movies/Rec.mp4" --edit "$work/bad.json"
+check "bad edit exits non-zero" test "$status" -ne 0
+check "bad edit message names \"volumes\" (got '$err')" grep -q '"volumes"' "$work/err"
+check "bad edit prints no path" test -z "$out"
+check "bad edit writes nothing" test "$(ls "$movies" | wc -l)" -eq "$before"
+
+# A file that is not a movie.
+echo "not a movie" >"$movies/Notes.mp4"
+before=$(ls "$movies" | wc -l)
+export_movie "$movies/Notes.mp4"
+check "not-a-movie exits non-zero" test "$status" -ne 0
+check "not-a-movie message names the file (got '$err')" grep -q "Notes.mp4" "$work/err"
+check "not-a-movie writes nothing" test "$(ls "$movies" | wc -l)" -eq "$before"
+
+# A malformed command line.
+export_movie "$movies/Rec.mp4" --codec vp9
+check "unknown codec is a usage error (status $status)" test "$status" -eq 2
+
+if [[ $failures -gt 0 ]]; then
+  echo "$failures check(s) failed" >&2
+  exit 1
+fi
+echo "export_cli: all checks passed"
