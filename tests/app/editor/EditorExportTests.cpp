@@ -84,7 +84,7 @@ TEST_F(EditorExporting, ExportsNextToTheRecordingUnderTheNextFreeEditedName) {
 
     model->setFormat(EditorModel::ExportFormat::gif);
     const auto gif = await(model->exportFile(EditorModel::AfterExport::noCard));
-    ASSERT_TRUE(gif);
+    ASSERT_TRUE(gif) << model->error().toStdString();
     EXPECT_EQ(*gif, folder / "Take edited.gif");
     EXPECT_EQ(probe(*gif).streams.at(0).frames, 20); // 2 s at 10 frames a second
     EXPECT_EQ(model->exported()->format, EditorModel::ExportFormat::gif);
