@@ -5,8 +5,10 @@
 #include "LumenvaleMedia/Image.h"
 
 #include <atomic>
+#include <cstddef>
 #include <filesystem>
 #include <functional>
+#include <string>
 #include <vector>
 
 namespace lumenvale::EditRenderer {
@@ -14,11 +16,14 @@ namespace lumenvale::EditRenderer {
 // One stretch of a source track placed in the result: source seconds
 // [sourceStart, sourceEnd) shown from output second outputStart on, already
 // clipped to the track's own range. Output times are before the speed is applied
-// (divide by `speed` for the played result).
+// (divide by `speed` for the played result). Every track keeps its place against the
+// others: a clip that a track covers only in part leaves the rest of the clip's
+// place on that track empty, so the tracks stay in sync.
 struct Segment {
     double sourceStart = 0;
     double sourceEnd = 0;
     double outputStart = 0;
+    std::size_t clipIndex = 0; // the edit clip this stretch comes from
 };
 
 enum class TrackKind { video, audio };
@@ -47,6 +52,11 @@ struct Built {
 // Progress from 0 to 1, called from the worker thread that exports.
 using Progress = std::function<void(double fraction)>;
 
+// A sentence about how an export proceeds, for showing beside its progress (for
+// example that the whole picture has to be encoded again). Called from the worker
+// thread that exports, at most a few times per export.
+using StatusText = std::function<void(const std::string& sentence)>;
+
 // Reads the movie and resolves the edit. Throws MediaError: a file that is missing,
 // not a movie, truncated, without video ("Nothing was recorded."), or a clip that lies
 // wholly outside the source.
@@ -55,11 +65,14 @@ Built build(const std::filesystem::path& source, const EditDecision& edit);
 // Writes the edit as an MPEG-4 movie. An edit that only cuts (isPassthrough) is
 // copied without encoding again except, at most, the frames between a cut and the
 // next keyframe; any other edit is encoded with `codec` at visually lossless quality.
+// A cut-only edit of a movie that Lumenvale did not record cannot have single frames
+// encoded to match it; its picture is then encoded again in full with `codec` (the
+// sound is still copied), and `status` is told so.
 // On failure throws MediaError and leaves nothing at `destination`.
 // `cancel` (optional) stops the export early with a MediaError when it becomes true.
 void exportMovie(const std::filesystem::path& source, const EditDecision& edit, Codec codec,
                  const std::filesystem::path& destination, const Progress& progress,
-                 const std::atomic<bool>* cancel = nullptr);
+                 const std::atomic<bool>* cancel = nullptr, const StatusText& status = {});
 
 // Writes the first 30 seconds of the edit (at most) as a looping GIF, 10 frames a
 // second, at most 640 pixels on the longer side after the crop. Progress counts frames.

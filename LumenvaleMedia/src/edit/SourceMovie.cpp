@@ -1,0 +1,115 @@
+#include "edit/SourceMovie.h"
+
+#include "LumenvaleKit/Checked.h"
+
+extern "C" {
+#include <libavutil/dict.h>
+}
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <fstream>
+
+namespace lumenvale::edit {
+namespace {
+
+constexpr const char* mixTrackName = "System audio and microphone";
+
+bool hasTag(const AVStream* stream, const char* key, const char* value) {
+    const AVDictionaryEntry* entry = av_dict_get(stream->metadata, key, nullptr, 0);
+    return entry != nullptr && std::strcmp(entry->value, value) == 0;
+}
+
+// A movie whose index names samples beyond the end of the file was cut short (a
+// copy that stopped early, a disk that filled up): refuse it rather than export
+// a silently shorter result.
+bool indexReachesPastEnd(const SourceMovie& movie) {
+    const std::int64_t fileBytes = avio_size(movie.input->pb);
+    if (fileBytes <= 0) {
+        return false;
+    }
+    for (unsigned i = 0; i < movie.input->nb_streams; ++i) {
+        AVStream* stream = movie.input->streams[i];
+        const int entries = avformat_index_get_entries_count(stream);
+        if (entries <= 0) {
+            continue;
+        }
+        const AVIndexEntry* last = avformat_index_get_entry(stream, entries - 1);
+        if (last != nullptr && last->pos + last->size > fileBytes) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// An MPEG-4 or QuickTime file opens with an 'ftyp' box; one that the demuxer still
+// cannot open lost its index (a copy or recording cut short).
+bool looksLikeMpeg4(const std::filesystem::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    char head[8] = {};
+    return file.read(head, sizeof head) && std::memcmp(head + 4, "ftyp", 4) == 0;
+}
+
+} // namespace
+
+std::int64_t toTicks(double seconds) {
+    return checkedTruncate(std::round(seconds * static_cast<double>(ticksPerSecond)),
+                           "edit time in ticks");
+}
+
+MediaError damagedMovie(const std::filesystem::path& path) {
+    return MediaError("The movie “" + path.filename().string() + "” is damaged or incomplete.");
+}
+
+SourceMovie openSourceMovie(const std::filesystem::path& path) {
+    SourceMovie movie;
+    movie.path = path;
+    try {
+        movie.input = ff::openInput(path);
+    } catch (const MediaError&) {
+        if (looksLikeMpeg4(path)) {
+            throw damagedMovie(path);
+        }
+        throw;
+    }
+    for (unsigned i = 0; i < movie.input->nb_streams; ++i) {
+        const AVStream* stream = movie.input->streams[i];
+        const auto type = stream->codecpar->codec_type;
+        if (type == AVMEDIA_TYPE_VIDEO && movie.videoStream < 0 &&
+            (stream->disposition & AV_DISPOSITION_ATTACHED_PIC) == 0) {
+            movie.videoStream = static_cast<int>(i);
+        } else if (type == AVMEDIA_TYPE_AUDIO) {
+            movie.audioStreams.push_back(static_cast<int>(i));
+        }
+    }
+    if (movie.videoStream < 0) {
+        throw MediaError(RecError::nothingRecorded);
+    }
+    if (indexReachesPastEnd(movie)) {
+        throw damagedMovie(path);
+    }
+    return movie;
+}
+
+TimeRange trackRange(const SourceMovie& movie, int streamIndex) {
+    const AVStream* stream = movie.stream(streamIndex);
+    TimeRange range;
+    if (stream->start_time != AV_NOPTS_VALUE) {
+        range.start = ff::seconds(stream->start_time, stream->time_base);
+    }
+    if (stream->duration != AV_NOPTS_VALUE && stream->duration > 0) {
+        range.end = range.start + ff::seconds(stream->duration, stream->time_base);
+    } else if (movie.input->duration != AV_NOPTS_VALUE && movie.input->duration > 0) {
+        range.end = ff::seconds(movie.input->duration, AV_TIME_BASE_Q);
+    } else {
+        range.end = range.start;
+    }
+    return range;
+}
+
+bool isMixTrack(const AVStream* stream) {
+    return hasTag(stream, "title", mixTrackName) || hasTag(stream, "handler_name", mixTrackName);
+}
+
+} // namespace lumenvale::edit

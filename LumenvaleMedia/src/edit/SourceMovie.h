@@ -1,0 +1,55 @@
+#pragma once
+
+// A source movie opened for editing: its demuxer and which streams the editor uses.
+// Internal to the edit area. Used by one thread at a time.
+
+#include "LumenvaleMedia/EditRenderer.h"
+#include "ffmpeg/Handles.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <vector>
+
+namespace lumenvale::edit {
+
+// Times in the edit are taken at a resolution of 1/600 s, so cut points are exact
+// rational numbers and match the frames of every common frame rate.
+inline constexpr std::int64_t ticksPerSecond = 600;
+inline constexpr AVRational tickTimeBase{1, 600};
+
+// Seconds to ticks, rounded to the nearest tick. A value that is not finite or out
+// of range stops the process (a programming error, never a user's).
+std::int64_t toTicks(double seconds);
+
+struct SourceMovie {
+    std::filesystem::path path;
+    ff::InputContext input;
+    int videoStream = -1;          // the first video stream that is not a cover picture
+    std::vector<int> audioStreams; // in file order
+
+    AVStream* stream(int index) const { return input->streams[index]; }
+};
+
+// Opens a movie for editing. Throws MediaError: a file that is missing, unreadable,
+// not a movie, truncated (its index points past the end of the file), or without a
+// video stream (RecError::nothingRecorded).
+SourceMovie openSourceMovie(const std::filesystem::path& path);
+
+// The time a stream covers, in seconds: from its start to its start plus its length.
+struct TimeRange {
+    double start = 0;
+    double end = 0;
+};
+TimeRange trackRange(const SourceMovie& movie, int streamIndex);
+
+// True for the mixed track Lumenvale writes when both system audio and microphone
+// are recorded (recognised by its title or handler name).
+bool isMixTrack(const AVStream* stream);
+
+// Resolves the edit against the opened movie (see EditRenderer::build).
+EditRenderer::Built resolveEdit(const SourceMovie& movie, const EditDecision& edit);
+
+// "The movie “<name>” is damaged or incomplete."
+MediaError damagedMovie(const std::filesystem::path& path);
+
+} // namespace lumenvale::edit
