@@ -1,0 +1,140 @@
+#include "edit/MovieWriter.h"
+
+extern "C" {
+#include <libavutil/dict.h>
+}
+
+#include <algorithm>
+#include <cstring>
+
+namespace lumenvale::edit {
+namespace {
+
+// Movie-level tags that describe the container being read, not the movie: the
+// muxer writes its own.
+bool isContainerTag(const char* key) {
+    for (const char* own : {"major_brand", "minor_version", "compatible_brands", "encoder"}) {
+        if (std::strcmp(key, own) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// Progress is reported in steps of this fraction, so a caller that hops to the GUI
+// thread for every report is not flooded.
+constexpr double progressStep = 0.002;
+
+} // namespace
+
+MovieWriter::MovieWriter(const std::filesystem::path& destination, double outputSeconds,
+                         const EditRenderer::Progress& progress, const std::atomic<bool>* cancel)
+    : destination_(destination), output_(ff::openOutput(destination, "mp4")),
+      outputSeconds_(outputSeconds), progress_(progress), cancel_(cancel) {
+    // Packets go to the file through the I/O buffer, never flushed one by one.
+    output_->flush_packets = 0;
+}
+
+MovieWriter::~MovieWriter() {
+    if (!finished_) {
+        output_.reset();
+        ff::removePartial(destination_);
+    }
+}
+
+int MovieWriter::addCopiedStream(const AVStream* source, AVRational timeBase) {
+    AVStream* stream = avformat_new_stream(output_.get(), nullptr);
+    if (stream == nullptr) {
+        throw MediaError("Not enough memory to write the movie.");
+    }
+    ff::check(avcodec_parameters_copy(stream->codecpar, source->codecpar),
+              "Couldn’t copy a track of the movie");
+    // Keep the sample entry's name (avc1 / hvc1 / mp4a) when MPEG-4 knows it for this
+    // codec; otherwise let the muxer choose.
+    unsigned int knownCodec = 0;
+    const bool tagFits = av_codec_get_tag2(output_->oformat->codec_tag, source->codecpar->codec_id,
+                                           &knownCodec) != 0 &&
+                         source->codecpar->codec_tag != 0 &&
+                         (source->codecpar->codec_tag == knownCodec ||
+                          source->codecpar->codec_tag == MKTAG('h', 'v', 'c', '1') ||
+                          source->codecpar->codec_tag == MKTAG('h', 'e', 'v', '1'));
+    stream->codecpar->codec_tag = tagFits ? source->codecpar->codec_tag : 0;
+    stream->time_base = timeBase;
+    stream->disposition = source->disposition;
+    av_dict_copy(&stream->metadata, source->metadata, 0);
+    timeBases_.push_back(timeBase);
+    return stream->index;
+}
+
+int MovieWriter::addEncodedStream(const AVStream* source, const AVCodecContext& encoder,
+                                  AVRational timeBase) {
+    AVStream* stream = avformat_new_stream(output_.get(), nullptr);
+    if (stream == nullptr) {
+        throw MediaError("Not enough memory to write the movie.");
+    }
+    ff::check(avcodec_parameters_from_context(stream->codecpar, &encoder),
+              "Couldn’t set up the movie’s video track");
+    stream->time_base = timeBase;
+    stream->avg_frame_rate = encoder.framerate;
+    stream->disposition = source->disposition;
+    av_dict_copy(&stream->metadata, source->metadata, 0);
+    av_dict_set(&stream->metadata, "encoder", nullptr, 0);
+    timeBases_.push_back(timeBase);
+    return stream->index;
+}
+
+void MovieWriter::copyMovieTags(const AVFormatContext* source) {
+    const AVDictionaryEntry* entry = nullptr;
+    while ((entry = av_dict_get(source->metadata, "", entry, AV_DICT_IGNORE_SUFFIX)) != nullptr) {
+        if (!isContainerTag(entry->key)) {
+            av_dict_set(&output_->metadata, entry->key, entry->value, 0);
+        }
+    }
+}
+
+void MovieWriter::start() {
+    ff::check(avformat_write_header(output_.get(), nullptr), "Couldn’t start writing the movie");
+}
+
+void MovieWriter::write(int stream, AVPacket* packet) {
+    checkCancel();
+    const auto index = static_cast<std::size_t>(stream);
+    const AVRational muxerTimeBase = output_->streams[stream]->time_base;
+    av_packet_rescale_ts(packet, timeBases_[index], muxerTimeBase);
+    packet->stream_index = stream;
+    packet->pos = -1;
+    const double endSeconds = ff::seconds(packet->pts + packet->duration, muxerTimeBase);
+    ff::check(av_interleaved_write_frame(output_.get(), packet), "Couldn’t write the movie");
+    reportProgress(endSeconds);
+}
+
+void MovieWriter::checkCancel() const {
+    if (cancel_ != nullptr && cancel_->load(std::memory_order_relaxed)) {
+        throw MediaError("The export was cancelled.");
+    }
+}
+
+void MovieWriter::finish() {
+    checkCancel();
+    ff::check(av_interleaved_write_frame(output_.get(), nullptr), "Couldn’t write the movie");
+    ff::check(av_write_trailer(output_.get()), "Couldn’t finish writing the movie");
+    ff::check(avio_closep(&output_->pb), "Couldn’t finish writing the movie");
+    finished_ = true;
+    if (progress_) {
+        progress_(1.0);
+    }
+}
+
+void MovieWriter::reportProgress(double outputSeconds) {
+    if (!progress_ || outputSeconds_ <= 0) {
+        return;
+    }
+    // Kept just under 1 until the file is complete.
+    const double fraction = std::clamp(outputSeconds / outputSeconds_, 0.0, 0.999);
+    if (fraction >= reportedFraction_ + progressStep) {
+        reportedFraction_ = fraction;
+        progress_(fraction);
+    }
+}
+
+} // namespace lumenvale::edit

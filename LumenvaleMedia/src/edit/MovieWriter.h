@@ -1,0 +1,63 @@
+#pragma once
+
+// The MPEG-4 file an export writes: its streams, packet interleaving, progress by
+// output time, cancellation, and removal of the file when the export fails.
+// Internal to the edit area. Used by the one thread that exports.
+
+#include "LumenvaleMedia/EditRenderer.h"
+#include "ffmpeg/Handles.h"
+
+#include <atomic>
+#include <filesystem>
+#include <vector>
+
+namespace lumenvale::edit {
+
+class MovieWriter {
+  public:
+    // Creates `destination` (replacing nothing else); `outputSeconds` is the length
+    // of the result, against which progress is measured.
+    MovieWriter(const std::filesystem::path& destination, double outputSeconds,
+                const EditRenderer::Progress& progress, const std::atomic<bool>* cancel);
+    // Removes the file unless finish() succeeded.
+    ~MovieWriter();
+    MovieWriter(const MovieWriter&) = delete;
+    MovieWriter& operator=(const MovieWriter&) = delete;
+
+    // Adds a stream copied from `source`: codec parameters, metadata, disposition.
+    // Returns the new stream's index.
+    int addCopiedStream(const AVStream* source, AVRational timeBase);
+    // Adds a stream written from an encoder's output, with `source`'s metadata and
+    // disposition.
+    int addEncodedStream(const AVStream* source, const AVCodecContext& encoder,
+                         AVRational timeBase);
+    // Copies the movie-level tags worth keeping (title, comment, creation date, ...).
+    void copyMovieTags(const AVFormatContext* source);
+
+    // Writes the header; call after all streams are added.
+    void start();
+
+    // Hands a packet to the interleaver, timestamps in the time base the stream was
+    // added with; the packet's contents are taken over. Throws on a write error.
+    void write(int stream, AVPacket* packet);
+
+    // Throws MediaError("The export was cancelled.") when cancellation was asked for.
+    void checkCancel() const;
+
+    // Flushes the interleaver, writes the index and closes the file.
+    void finish();
+
+  private:
+    void reportProgress(double outputSeconds);
+
+    std::filesystem::path destination_;
+    ff::OutputContext output_;
+    double outputSeconds_ = 0;
+    const EditRenderer::Progress& progress_;
+    const std::atomic<bool>* cancel_ = nullptr;
+    std::vector<AVRational> timeBases_; // as the streams were added, before the muxer's own
+    double reportedFraction_ = -1;
+    bool finished_ = false;
+};
+
+} // namespace lumenvale::edit
