@@ -1,0 +1,289 @@
+#include "record/PartWriter.h"
+
+#include "record/VideoEncoder.h"
+
+#include <algorithm>
+
+namespace lumenvale::record {
+
+namespace {
+// How long the writer sleeps when nothing is queued: sound arrives every 20 ms.
+constexpr auto idleWait = std::chrono::milliseconds(10);
+} // namespace
+
+PartWriter::PartWriter(PixelSize size, int fps, AudioFeed& audio, Handlers handlers)
+    : size_(size), fps_(fps), audio_(audio), handlers_(std::move(handlers)), converter_(size),
+      pool_(size, pictureSlots) {}
+
+PartWriter::~PartWriter() {
+    if (writer_.joinable()) {
+        finish();
+    }
+}
+
+void PartWriter::startThreads() {
+    writer_ = std::thread([this] { writerLoop(); });
+    finisher_ = std::thread([this] { finishingLoop(); });
+}
+
+std::uint8_t* PartWriter::acquirePicture(int& slot) {
+    std::lock_guard lock(mutex_);
+    const std::optional<int> free = pool_.acquire();
+    if (!free) {
+        return nullptr;
+    }
+    slot = *free;
+    return pool_.data(slot);
+}
+
+void PartWriter::releasePicture(int slot) {
+    std::lock_guard lock(mutex_);
+    pool_.release(slot);
+}
+
+void PartWriter::push(Command command) {
+    {
+        std::lock_guard lock(mutex_);
+        commands_.push_back(std::move(command));
+    }
+    wake_.notify_one();
+}
+
+void PartWriter::queueFrame(int slot, std::int64_t index, std::chrono::steady_clock::duration time,
+                            int part) {
+    Command command;
+    command.kind = Command::Kind::frame;
+    command.slot = slot;
+    command.index = index;
+    command.time = time;
+    command.part = part;
+    push(std::move(command));
+}
+
+void PartWriter::openPart(PartSetup setup) {
+    Command command;
+    command.kind = Command::Kind::open;
+    command.setup = std::make_unique<PartSetup>(std::move(setup));
+    push(std::move(command));
+}
+
+void PartWriter::closePart(std::int64_t totalFrames) {
+    Command command;
+    command.kind = Command::Kind::close;
+    command.totalFrames = totalFrames;
+    push(std::move(command));
+}
+
+void PartWriter::finish() {
+    if (!writer_.joinable()) {
+        return;
+    }
+    Command command;
+    command.kind = Command::Kind::finish;
+    push(std::move(command));
+    writer_.join();
+    {
+        std::lock_guard lock(closeMutex_);
+        closingDone_ = true;
+    }
+    closeWake_.notify_one();
+    finisher_.join();
+}
+
+std::int64_t PartWriter::samplesAfter(std::int64_t frames) const {
+    return (frames * audioRate + fps_ / 2) / fps_;
+}
+
+void PartWriter::writerLoop() {
+    std::unique_lock lock(mutex_);
+    for (;;) {
+        wake_.wait_for(lock, idleWait, [this] { return !commands_.empty(); });
+        while (!commands_.empty()) {
+            Command command = std::move(commands_.front());
+            commands_.pop_front();
+            lock.unlock();
+            handle(command);
+            lock.lock();
+        }
+        lock.unlock();
+        pumpAudio(finishing_);
+        lock.lock();
+        if (finishing_ && parts_.empty()) {
+            return;
+        }
+    }
+}
+
+void PartWriter::handle(Command& command) {
+    switch (command.kind) {
+    case Command::Kind::frame:
+        writeFrame(command);
+        break;
+    case Command::Kind::open: {
+        auto part = std::make_unique<Part>();
+        part->setup = std::move(*command.setup);
+        part->picture = makeVideoFrame(*part->setup.encoder);
+        part->packet = ff::makePacket();
+        part->audioStart = samplesAfter(part->setup.framesBefore);
+        parts_.push_back(std::move(part));
+        break;
+    }
+    case Command::Kind::close:
+        closeVideo(command.totalFrames);
+        break;
+    case Command::Kind::finish:
+        if (!parts_.empty() && !parts_.back()->videoClosed) {
+            const Part& last = *parts_.back();
+            closeVideo(last.setup.framesBefore + last.framesSpanned);
+        }
+        finishing_ = true;
+        break;
+    }
+}
+
+void PartWriter::writeFrame(Command& command) {
+    Part* part = parts_.empty() ? nullptr : parts_.back().get();
+    if (part == nullptr || part->videoClosed || part->setup.number != command.part ||
+        (part->firstIndex >= 0 && command.index < part->firstIndex + part->framesSpanned)) {
+        releasePicture(command.slot);
+        return;
+    }
+    if (part->firstIndex < 0) {
+        part->firstIndex = command.index;
+        part->audioStartPosition = audioPosition(command.time);
+    }
+    AVFrame& picture = *part->picture;
+    const int writable = av_frame_make_writable(&picture);
+    if (writable >= 0) {
+        converter_.convert(pool_.data(command.slot), pool_.strideBytes(), picture);
+    }
+    releasePicture(command.slot);
+    if (writable < 0) {
+        part->setup.file->markFailed("Not enough memory to record the video.");
+        reportFailure(*part);
+        return;
+    }
+    picture.pts = command.index - part->firstIndex;
+    picture.pict_type = picture.pts == 0 ? AV_PICTURE_TYPE_I : AV_PICTURE_TYPE_NONE;
+    part->framesSpanned = picture.pts + 1;
+    encodeVideo(*part, &picture);
+    ++framesWritten_;
+}
+
+void PartWriter::encodeVideo(Part& part, AVFrame* picture) {
+    AVCodecContext* encoder = part.setup.encoder.get();
+    PartFile& file = *part.setup.file;
+    const int sent = avcodec_send_frame(encoder, picture);
+    if (sent < 0 && sent != AVERROR_EOF) {
+        file.markFailed("Couldn’t encode the video: " + ff::errorText(sent) + ".");
+    }
+    for (;;) {
+        const int received = avcodec_receive_packet(encoder, part.packet.get());
+        if (received == AVERROR(EAGAIN) || received == AVERROR_EOF) {
+            break;
+        }
+        if (received < 0) {
+            file.markFailed("Couldn’t encode the video: " + ff::errorText(received) + ".");
+            break;
+        }
+        part.packet->duration = 1;
+        file.writeVideo(*part.packet, encoder->time_base);
+        av_packet_unref(part.packet.get());
+    }
+    if (file.failed()) {
+        reportFailure(part);
+    }
+}
+
+void PartWriter::closeVideo(std::int64_t totalFrames) {
+    Part* part = parts_.empty() ? nullptr : parts_.back().get();
+    if (part == nullptr || part->videoClosed) {
+        return;
+    }
+    encodeVideo(*part, nullptr);
+    part->videoClosed = true;
+    part->audioEnd = samplesAfter(totalFrames);
+}
+
+void PartWriter::pumpAudio(bool finishing) {
+    const std::int64_t now = audioPosition(std::chrono::steady_clock::now().time_since_epoch());
+    while (!parts_.empty()) {
+        Part& part = *parts_.front();
+        const bool hasSound = !audio_.empty() && part.firstIndex >= 0;
+        const auto toPart = [&part](int track, AVPacket& packet) {
+            packet.pts -= part.audioStart;
+            packet.dts -= part.audioStart;
+            part.setup.file->writeAudio(track, packet);
+        };
+        if (hasSound) {
+            const std::int64_t end =
+                part.videoClosed ? part.audioEnd
+                                 : samplesAfter(part.setup.framesBefore + part.framesSpanned);
+            const std::int64_t available = audio_.availableUntil(now);
+            const std::int64_t arrived =
+                available == endOfTime
+                    ? end
+                    : part.audioStart +
+                          std::max<std::int64_t>(0, available - part.audioStartPosition);
+            const std::int64_t target = std::min(end, arrived);
+            const std::int64_t fed = audio_.samplesFed();
+            if (target > fed) {
+                audio_.feed(part.audioStartPosition + (fed - part.audioStart), target - fed,
+                            toPart);
+            }
+        }
+        if (!part.videoClosed || (hasSound && audio_.samplesFed() < part.audioEnd)) {
+            return;
+        }
+        if (finishing && parts_.size() == 1 && !audio_.empty()) {
+            audio_.flush(toPart);
+        }
+        retire(part);
+        parts_.pop_front();
+    }
+}
+
+void PartWriter::retire(Part& part) {
+    part.setup.file->writeTrailer();
+    if (part.setup.file->failed()) {
+        reportFailure(part);
+    }
+    part.setup.encoder.reset();
+    {
+        std::lock_guard lock(closeMutex_);
+        closing_.push_back(std::move(part.setup.file));
+    }
+    closeWake_.notify_one();
+}
+
+void PartWriter::reportFailure(const Part& part) {
+    if (failureReported_) {
+        return;
+    }
+    failureReported_ = true;
+    if (handlers_.failed) {
+        handlers_.failed(part.setup.file->failure());
+    }
+}
+
+void PartWriter::finishingLoop() {
+    std::unique_lock lock(closeMutex_);
+    for (;;) {
+        closeWake_.wait(lock, [this] { return !closing_.empty() || closingDone_; });
+        if (closing_.empty()) {
+            return;
+        }
+        std::unique_ptr<PartFile> file = std::move(closing_.front());
+        closing_.pop_front();
+        lock.unlock();
+        file->close();
+        const std::filesystem::path path = file->path();
+        file.reset();
+        if (handlers_.partFinished) {
+            handlers_.partFinished(path);
+        }
+        lock.lock();
+    }
+}
+
+} // namespace lumenvale::record

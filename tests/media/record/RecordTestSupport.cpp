@@ -1,0 +1,254 @@
+#include "RecordTestSupport.h"
+
+#include "Probe.h"
+
+#include <cmath>
+#include <csignal>
+#include <cstring>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <numbers>
+#include <spawn.h>
+#include <sstream>
+#include <sys/wait.h>
+
+extern char** environ;
+
+namespace lumenvale::testing {
+
+namespace {
+
+// A PulseAudio null sink renders up to its latency ahead, two seconds when nobody
+// asks for less, so a recording that connects to an idle null sink's monitor hears
+// nothing until that block has played out. Real sound cards have no such gap. For
+// the tests, a low-latency reader stays on each test sink's monitor all the time.
+class WarmSinks : public ::testing::Environment {
+  public:
+    void SetUp() override {
+        for (const char* monitor : {"lumenvale_speakers.monitor", "lumenvale_mic_input.monitor"}) {
+            const std::string device = std::string("--device=") + monitor;
+            std::vector<std::string> arguments{
+                "parec",    device, "--latency-msec=20", "--rate=48000", "--file-format=wav",
+                "/dev/null"};
+            std::vector<char*> argv;
+            for (std::string& argument : arguments) {
+                argv.push_back(argument.data());
+            }
+            argv.push_back(nullptr);
+            pid_t pid = 0;
+            if (posix_spawnp(&pid, "parec", nullptr, nullptr, argv.data(), environ) == 0) {
+                readers_.push_back(pid);
+            }
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(2500));
+    }
+    void TearDown() override {
+        for (pid_t pid : readers_) {
+            ::kill(pid, SIGTERM);
+            ::waitpid(pid, nullptr, 0);
+        }
+    }
+
+  private:
+    std::vector<pid_t> readers_;
+};
+
+[[maybe_unused]] const auto* const warmSinks = ::testing::AddGlobalTestEnvironment(new WarmSinks);
+
+} // namespace
+
+CounterVideoSource::CounterVideoSource(PixelSize size, int fps)
+    : size_(size), fps_(fps), pixels_(static_cast<std::size_t>(size.width * size.height * 4)) {}
+
+CounterVideoSource::~CounterVideoSource() {
+    stop();
+}
+
+void CounterVideoSource::endAfter(std::int64_t frames, std::string reason) {
+    endAfter_ = frames;
+    endReason_ = std::move(reason);
+}
+
+void CounterVideoSource::start(FrameHandler onFrame, StoppedHandler onStopped) {
+    onFrame_ = std::move(onFrame);
+    onStopped_ = std::move(onStopped);
+    quit_ = false;
+    thread_ = std::thread([this] { run(); });
+}
+
+void CounterVideoSource::stop() {
+    quit_ = true;
+    if (thread_.joinable()) {
+        thread_.join();
+    }
+}
+
+CaptureStats CounterVideoSource::stats() const {
+    CaptureStats stats;
+    stats.delivered = delivered_;
+    return stats;
+}
+
+void CounterVideoSource::paint(std::int64_t index) {
+    const auto width = static_cast<std::size_t>(size_.width);
+    const auto height = static_cast<std::size_t>(size_.height);
+    const std::size_t band = height / 4;
+    for (std::size_t y = 0; y < height; ++y) {
+        std::uint8_t* row = pixels_.data() + y * width * 4;
+        for (std::size_t x = 0; x < width; ++x) {
+            std::uint8_t* pixel = row + x * 4;
+            if (y < band) {
+                const std::size_t bit = 15 - x * 16 / width;
+                const std::uint8_t level = ((index >> bit) & 1) != 0 ? 255 : 0;
+                pixel[0] = pixel[1] = pixel[2] = level;
+            } else {
+                pixel[0] = static_cast<std::uint8_t>(static_cast<std::size_t>(index) * 7 + x);
+                pixel[1] = static_cast<std::uint8_t>(static_cast<std::size_t>(index) * 3 + y);
+                pixel[2] = static_cast<std::uint8_t>(128 + index);
+            }
+            pixel[3] = 255;
+        }
+    }
+}
+
+void CounterVideoSource::run() {
+    const auto start = std::chrono::steady_clock::now();
+    for (std::int64_t index = 0; !quit_; ++index) {
+        std::this_thread::sleep_until(start +
+                                      std::chrono::nanoseconds(index * 1'000'000'000 / fps_));
+        if (quit_) {
+            return;
+        }
+        if (endAfter_ >= 0 && index == endAfter_) {
+            if (onStopped_) {
+                onStopped_(endReason_);
+            }
+            return;
+        }
+        paint(index);
+        VideoFrame frame;
+        frame.bgra = pixels_.data();
+        frame.strideBytes = size_.width * 4;
+        frame.size = size_;
+        frame.time = std::chrono::steady_clock::now().time_since_epoch();
+        frame.index = index;
+        if (index == 0) {
+            firstFrameTime_ = frame.time;
+        }
+        onFrame_(frame);
+        ++delivered_;
+    }
+}
+
+std::vector<std::int64_t> frameCounters(const std::filesystem::path& movie) {
+    const std::string gray = run("ffmpeg -v error -i " + quoted(movie) +
+                                 " -map 0:v:0 -vf scale=16:4:flags=area -f rawvideo "
+                                 "-pix_fmt gray -");
+    std::vector<std::int64_t> counters;
+    for (std::size_t frame = 0; frame + 64 <= gray.size(); frame += 64) {
+        std::int64_t value = 0;
+        for (std::size_t column = 0; column < 16; ++column) {
+            const auto level = static_cast<unsigned char>(gray[frame + column]);
+            value = value * 2 + (level > 128 ? 1 : 0);
+        }
+        counters.push_back(value);
+    }
+    return counters;
+}
+
+Tone::Tone(const std::string& sink, double frequency, double seconds, int channels,
+           double amplitude) {
+    static std::atomic<int> serial{0};
+    file_ =
+        std::filesystem::temp_directory_path() /
+        ("lumenvale-tone-" + std::to_string(::getpid()) + "-" + std::to_string(serial++) + ".raw");
+    const auto frames = static_cast<std::size_t>(seconds * 48000);
+    std::vector<float> samples(frames * static_cast<std::size_t>(channels));
+    for (std::size_t i = 0; i < frames; ++i) {
+        const double phase = 2 * std::numbers::pi * frequency * static_cast<double>(i) / 48000;
+        for (int channel = 0; channel < channels; ++channel) {
+            samples[i * static_cast<std::size_t>(channels) + static_cast<std::size_t>(channel)] =
+                static_cast<float>(amplitude * std::sin(phase));
+        }
+    }
+    std::ofstream(file_, std::ios::binary)
+        .write(reinterpret_cast<const char*>(samples.data()),
+               static_cast<std::streamsize>(samples.size() * sizeof(float)));
+    const std::string command =
+        "pacat --device=" + sink +
+        " --format=float32le --rate=48000 --channels=" + std::to_string(channels) +
+        " --latency-msec=10 --raw " + quoted(file_);
+    player_ = std::thread([command] { run(command); });
+}
+
+Tone::~Tone() {
+    player_.join();
+    std::filesystem::remove(file_);
+}
+
+namespace {
+
+std::vector<float> decodeMono(const std::filesystem::path& movie, int audioStream,
+                              double startSeconds, double durationSeconds) {
+    const std::string bytes =
+        run("ffmpeg -v error -i " + quoted(movie) + " -map 0:a:" + std::to_string(audioStream) +
+            " -ss " + std::to_string(startSeconds) + " -t " + std::to_string(durationSeconds) +
+            " -ac 1 -ar 48000 -f f32le -acodec pcm_f32le -");
+    std::vector<float> samples(bytes.size() / sizeof(float));
+    std::memcpy(samples.data(), bytes.data(), samples.size() * sizeof(float));
+    return samples;
+}
+
+} // namespace
+
+double toneFrequency(const std::filesystem::path& movie, int audioStream, double startSeconds,
+                     double durationSeconds) {
+    const std::vector<float> samples =
+        decodeMono(movie, audioStream, startSeconds, durationSeconds);
+    if (samples.size() < 2) {
+        return 0;
+    }
+    int crossings = 0;
+    for (std::size_t i = 1; i < samples.size(); ++i) {
+        if ((samples[i - 1] < 0) != (samples[i] < 0)) {
+            ++crossings;
+        }
+    }
+    return crossings / 2.0 / (static_cast<double>(samples.size()) / 48000);
+}
+
+std::vector<AudioPacket> audioPackets(const std::filesystem::path& movie, int audioStream) {
+    std::istringstream lines(
+        run("ffprobe -v error -select_streams a:" + std::to_string(audioStream) +
+            " -show_entries packet=pts,duration -of csv=p=0 " + quoted(movie)));
+    std::vector<AudioPacket> packets;
+    std::string line;
+    while (std::getline(lines, line)) {
+        const auto comma = line.find(',');
+        if (comma == std::string::npos) {
+            continue;
+        }
+        packets.push_back({std::stoll(line.substr(0, comma)), std::stoll(line.substr(comma + 1))});
+    }
+    return packets;
+}
+
+std::vector<std::string> trackNameBoxes(const std::filesystem::path& movie) {
+    std::ifstream in(movie, std::ios::binary);
+    const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    std::vector<std::string> names;
+    for (std::size_t at = bytes.find("name", 4); at != std::string::npos;
+         at = bytes.find("name", at + 4)) {
+        std::uint32_t size = 0;
+        for (std::size_t i = at - 4; i < at; ++i) {
+            size = size * 256 + static_cast<unsigned char>(bytes[i]);
+        }
+        if (size > 8 && size < 256 && at - 4 + size <= bytes.size()) {
+            names.push_back(bytes.substr(at + 4, size - 8));
+        }
+    }
+    return names;
+}
+
+} // namespace lumenvale::testing

@@ -1,0 +1,89 @@
+#pragma once
+
+// Test-only helpers for the recording tests: a paced video source that paints its
+// frame number, tones played into the test session's PulseAudio sinks, and readers
+// of what a written part holds.
+
+#include "LumenvaleMedia/VideoSource.h"
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace lumenvale::testing {
+
+// Delivers frame n at start + n / fps, painted with n as 16 bits: the top quarter
+// of the picture is 16 columns, white for a 1 bit, black for 0, most significant
+// first. The rest is a colour that changes with n.
+class CounterVideoSource final : public VideoSource {
+  public:
+    CounterVideoSource(PixelSize size, int fps);
+    ~CounterVideoSource() override;
+
+    // The source ends by itself after delivering `frames` frames, reporting `reason`.
+    void endAfter(std::int64_t frames, std::string reason);
+    // Steady-clock time of frame 0; valid once it has been delivered.
+    std::chrono::steady_clock::duration firstFrameTime() const { return firstFrameTime_.load(); }
+
+    PixelSize size() const override { return size_; }
+    int fps() const override { return fps_; }
+    void start(FrameHandler onFrame, StoppedHandler onStopped) override;
+    void stop() override;
+    CaptureStats stats() const override;
+
+  private:
+    void run();
+    void paint(std::int64_t index);
+
+    PixelSize size_;
+    int fps_;
+    std::vector<std::uint8_t> pixels_;
+    FrameHandler onFrame_;
+    StoppedHandler onStopped_;
+    std::int64_t endAfter_ = -1;
+    std::string endReason_;
+    std::atomic<bool> quit_{false};
+    std::atomic<std::int64_t> delivered_{0};
+    std::atomic<std::chrono::steady_clock::duration> firstFrameTime_{};
+    std::thread thread_;
+};
+
+// The frame numbers painted into the frames of a movie's video, in order.
+std::vector<std::int64_t> frameCounters(const std::filesystem::path& movie);
+
+// Plays a sine tone into a PulseAudio sink (pacat) on a thread of its own until the
+// tone ends; the destructor waits for it.
+class Tone {
+  public:
+    Tone(const std::string& sink, double frequency, double seconds, int channels = 2,
+         double amplitude = 0.5);
+    ~Tone();
+    Tone(const Tone&) = delete;
+    Tone& operator=(const Tone&) = delete;
+
+  private:
+    std::filesystem::path file_;
+    std::thread player_;
+};
+
+// The dominant frequency (by zero crossings) of one audio stream of a movie over
+// [startSeconds, startSeconds + durationSeconds).
+double toneFrequency(const std::filesystem::path& movie, int audioStream, double startSeconds,
+                     double durationSeconds);
+
+struct AudioPacket {
+    std::int64_t pts = 0;      // in 1/48000
+    std::int64_t duration = 0; // in 1/48000
+};
+// The packets of one audio stream as the demuxer reports them, in file order.
+std::vector<AudioPacket> audioPackets(const std::filesystem::path& movie, int audioStream);
+
+// The names in the "name" boxes of a file's tracks (the track titles), in file order.
+std::vector<std::string> trackNameBoxes(const std::filesystem::path& movie);
+
+} // namespace lumenvale::testing
