@@ -1,0 +1,185 @@
+// Saving parts as one movie: remuxing one part, joining three under each audio clock
+// a part writer may use, and the file-level promises (names, clean-up).
+
+#include "LumenvaleMedia/RecordingFiles.h"
+#include "PartMaker.h"
+#include "Probe.h"
+
+#include <cmath>
+#include <fstream>
+#include <gtest/gtest.h>
+
+namespace lumenvale {
+namespace {
+
+using testing::AudioClock;
+
+constexpr double frameSeconds = 1.0 / 30;
+constexpr double aacFrameSeconds = 1024.0 / 48000;
+const LocalDateTime date{2025, 3, 4, 17, 5, 9};
+const std::string movieName = "Lumenvale Recording 2025-03-04 at 17.05.09.mp4";
+
+class SaveTest : public ::testing::Test {
+  protected:
+    static void SetUpTestSuite() {
+        source_ = new testing::TemporaryFolder;
+        testing::makeRecording(*source_ / "recording.mp4", 320, 240, 6);
+    }
+    static void TearDownTestSuite() {
+        delete source_;
+        source_ = nullptr;
+    }
+    static std::filesystem::path recording() { return *source_ / "recording.mp4"; }
+
+    std::vector<std::filesystem::path> parts(const std::vector<double>& cuts,
+                                             AudioClock clock = AudioClock::continuous) {
+        return testing::splitIntoParts(recording(), temp_.path(), cuts, {.clock = clock});
+    }
+
+    static std::vector<std::string> sums(const std::filesystem::path& movie) {
+        std::vector<std::string> md5s;
+        for (const auto& frame : testing::frameChecksums(movie)) {
+            md5s.push_back(frame.md5);
+        }
+        return md5s;
+    }
+
+    static testing::TemporaryFolder* source_;
+    testing::TemporaryFolder temp_;
+    testing::TemporaryFolder saveFolder_;
+};
+
+testing::TemporaryFolder* SaveTest::source_ = nullptr;
+
+void expectStandardMovie(const std::filesystem::path& movie) {
+    const auto boxes = testing::topLevelBoxes(movie);
+    const auto moov = std::find(boxes.begin(), boxes.end(), "moov");
+    const auto mdat = std::find(boxes.begin(), boxes.end(), "mdat");
+    ASSERT_NE(moov, boxes.end());
+    ASSERT_NE(mdat, boxes.end());
+    EXPECT_LT(moov, mdat) << "the index comes before the samples";
+    EXPECT_EQ(std::find(boxes.begin(), boxes.end(), "moof"), boxes.end()) << "not fragmented";
+}
+
+TEST_F(SaveTest, OnePartBecomesAStandardMovieWithTheSameFrames) {
+    const auto part = parts({})[0];
+    const auto expected = sums(part);
+    const double partDuration = testing::probe(part).ofType("video")[0].durationSeconds;
+
+    const Recording saved = RecordingFiles::save({part}, saveFolder_.path(), date);
+
+    EXPECT_EQ(saved.path, saveFolder_ / movieName);
+    EXPECT_EQ(sums(saved.path), expected);
+    EXPECT_NEAR(saved.durationSeconds, partDuration, frameSeconds);
+    ASSERT_EQ(saved.partDurations.size(), 1u);
+    EXPECT_NEAR(saved.partDurations[0], 6.0, frameSeconds);
+    expectStandardMovie(saved.path);
+    EXPECT_FALSE(std::filesystem::exists(part)) << "the part is removed after the save";
+    ASSERT_TRUE(saved.poster.has_value());
+    EXPECT_EQ(saved.poster->size, (PixelSize{320, 240}));
+}
+
+class JoinTest : public SaveTest, public ::testing::WithParamInterface<AudioClock> {};
+
+TEST_P(JoinTest, ThreePartsPlayAsOneGaplessRecording) {
+    const auto split = parts({2, 4}, GetParam());
+    ASSERT_EQ(split.size(), 3u);
+    std::vector<std::string> expected;
+    for (const auto& part : split) {
+        const auto partSums = sums(part);
+        expected.insert(expected.end(), partSums.begin(), partSums.end());
+    }
+
+    const Recording saved = RecordingFiles::save(split, saveFolder_.path(), date);
+
+    // The picture: every frame of every part, once, in order.
+    EXPECT_EQ(sums(saved.path), expected);
+    ASSERT_EQ(saved.partDurations.size(), 3u);
+    for (double seconds : saved.partDurations) {
+        EXPECT_NEAR(seconds, 2.0, frameSeconds / 2);
+    }
+    EXPECT_NEAR(saved.durationSeconds, 6.0, frameSeconds);
+    expectStandardMovie(saved.path);
+    for (const auto& part : split) {
+        EXPECT_FALSE(std::filesystem::exists(part));
+    }
+
+    // The tracks, their names and which one plays by default.
+    const testing::MovieInfo info = testing::probe(saved.path);
+    const auto audio = info.ofType("audio");
+    ASSERT_EQ(audio.size(), 2u);
+    EXPECT_EQ(audio[0].tags.at("handler_name"), "System audio");
+    EXPECT_EQ(audio[1].tags.at("handler_name"), "Microphone");
+    EXPECT_TRUE(audio[0].isDefault);
+    EXPECT_FALSE(audio[1].isDefault);
+    EXPECT_EQ(audio[0].channels, 2);
+    EXPECT_EQ(audio[1].channels, 1);
+
+    const double videoSeconds = info.ofType("video")[0].durationSeconds;
+    for (std::size_t track = 0; track < 2; ++track) {
+        SCOPED_TRACE("audio track " + std::to_string(track));
+        // In sync: the sound lasts as long as the picture, to within one AAC packet.
+        EXPECT_NEAR(audio[track].durationSeconds, videoSeconds, aacFrameSeconds);
+        // Gapless: each AAC packet lasts exactly its 1024 samples across the joins (in
+        // MPEG-4 a packet lasts until the next one starts, so a gap or an overlap at a
+        // join shows as a longer or shorter packet).
+        const auto times = testing::audioPacketTimes(saved.path, static_cast<int>(track));
+        ASSERT_GT(times.size(), 250u);
+        for (std::size_t i = 0; i + 1 < times.size(); ++i) {
+            ASSERT_EQ(times[i].second, 1024) << "packet " << i << " at " << times[i].first;
+        }
+        // No click: the decoded tone never jumps further than the tone itself moves.
+        const double frequency = track == 0 ? 440 : 660;
+        const auto samples = testing::decodedAudio(saved.path, static_cast<int>(track));
+        float peak = 0;
+        for (float sample : samples) {
+            peak = std::max(peak, std::abs(sample));
+        }
+        const double maxStep = 2 * M_PI * frequency / 48000 * peak;
+        ASSERT_GT(samples.size(), 48000u * 5);
+        for (std::size_t i = 2048; i + 2048 < samples.size(); ++i) {
+            ASSERT_LE(std::abs(samples[i] - samples[i - 1]), 1.5 * maxStep) << "sample " << i;
+        }
+        // And no dropout: the level around each join is the tone's.
+        const double steady = testing::audioRms(saved.path, static_cast<int>(track), 1.0, 0.5);
+        for (double join : {2.0, 4.0}) {
+            EXPECT_NEAR(testing::audioRms(saved.path, static_cast<int>(track), join - 0.05, 0.1),
+                        steady, 0.05 * steady);
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(AudioClocks, JoinTest,
+                         ::testing::Values(AudioClock::continuous, AudioClock::partRelativeTagged,
+                                           AudioClock::partRelative));
+
+TEST_F(SaveTest, ATakenNameGetsTheNextFreeOneAndTheOldFileIsUntouched) {
+    for (const std::string& name :
+         {movieName, std::string("Lumenvale Recording 2025-03-04 at 17.05.09 2.mp4")}) {
+        std::ofstream(saveFolder_ / name) << "an earlier movie: " << name;
+    }
+    const Recording saved = RecordingFiles::save(parts({}), saveFolder_.path(), date);
+
+    EXPECT_EQ(saved.path, saveFolder_ / "Lumenvale Recording 2025-03-04 at 17.05.09 3.mp4");
+    std::ifstream earlier(saveFolder_ / movieName);
+    std::string text((std::istreambuf_iterator<char>(earlier)), std::istreambuf_iterator<char>());
+    EXPECT_EQ(text, "an earlier movie: " + movieName);
+    // Nothing else is left in the folder: no hidden temporary file.
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(saveFolder_.path()),
+                            std::filesystem::directory_iterator()),
+              3);
+}
+
+TEST_F(SaveTest, JoinNeverReplacesItsDestination) {
+    const auto destination = saveFolder_ / "taken.mp4";
+    std::ofstream(destination) << "keep me";
+    const auto split = parts({3});
+    EXPECT_THROW(RecordingFiles::join(split, destination), MediaError);
+    EXPECT_EQ(std::filesystem::file_size(destination), 7u);
+    for (const auto& part : split) {
+        EXPECT_TRUE(std::filesystem::exists(part));
+    }
+}
+
+} // namespace
+} // namespace lumenvale
