@@ -1,0 +1,81 @@
+#include "recorder/Permissions.h"
+
+#include "LumenvaleMedia/AudioDevices.h"
+#include "recorder/Screens.h"
+
+#include <QDir>
+#include <QFileInfo>
+
+namespace lumenvale {
+
+namespace {
+
+// A V4L2 device node the user may open ("/dev/video0", ...).
+bool cameraDeviceReadable() {
+    const QDir devices(QStringLiteral("/dev"));
+    const QStringList nodes = devices.entryList({QStringLiteral("video*")}, QDir::System);
+    for (const QString& node : nodes) {
+        if (QFileInfo(devices.filePath(node)).isReadable()) {
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace
+
+Permissions& Permissions::shared() {
+    static Permissions* const instance = new Permissions;
+    return *instance;
+}
+
+bool Permissions::check(Kind kind) {
+    switch (kind) {
+    case Kind::screen:
+        return Screens::captureAvailable();
+    case Kind::microphone:
+        return AudioDevices::microphoneAvailable(AudioDevices::query());
+    case Kind::camera:
+        return cameraDeviceReadable();
+    }
+    return false;
+}
+
+void Permissions::refresh() {
+    QSet<Kind> now;
+    for (Kind kind : {Kind::screen, Kind::microphone, Kind::camera}) {
+        if (check(kind)) {
+            now.insert(kind);
+        }
+    }
+    if (now != granted_) {
+        granted_ = now;
+        emit grantedChanged();
+    }
+}
+
+void Permissions::update(Kind kind, bool held) {
+    if (held == granted_.contains(kind)) {
+        return;
+    }
+    if (held) {
+        granted_.insert(kind);
+    } else {
+        granted_.remove(kind);
+    }
+    emit grantedChanged();
+}
+
+bool Permissions::requestScreen() {
+    const bool held = check(Kind::screen);
+    update(Kind::screen, held);
+    return held;
+}
+
+bool Permissions::request(Kind kind) {
+    const bool held = check(kind);
+    update(kind, held);
+    return held;
+}
+
+} // namespace lumenvale

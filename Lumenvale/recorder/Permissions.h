@@ -1,0 +1,51 @@
+#pragma once
+
+#include <QObject>
+#include <QSet>
+
+namespace lumenvale {
+
+// Which of the three capture permissions the application holds. On Linux there is
+// nothing to ask the user for: a permission is "held" when the system can provide it.
+//   screen      X11: the display offers MIT-SHM and Composite
+//   microphone  a reachable PulseAudio server with at least one non-monitor source
+//   camera      a readable V4L2 capture device
+// A request therefore answers with the current check.
+//
+// Threads: the GUI thread. The microphone check talks to the sound server and may
+// block for up to two seconds when the server does not answer.
+class Permissions : public QObject {
+    Q_OBJECT
+    Q_PROPERTY(QSet<lumenvale::Permissions::Kind> granted READ granted NOTIFY grantedChanged)
+
+  public:
+    enum class Kind { screen, microphone, camera };
+    Q_ENUM(Kind)
+
+    // Created on first use, never destroyed.
+    static Permissions& shared();
+
+    QSet<Kind> granted() const { return granted_; }
+
+    // Checks all three again, in the order screen, microphone, camera; `granted` is
+    // assigned only when the set changed.
+    void refresh();
+    // Whether the screen can be captured now.
+    bool requestScreen();
+    // Whether the microphone or camera can be used now.
+    bool request(Kind kind);
+
+    // The checks themselves.
+    static bool check(Kind kind);
+
+  signals:
+    void grantedChanged();
+
+  private:
+    Permissions() = default;
+    void update(Kind kind, bool held);
+
+    QSet<Kind> granted_;
+};
+
+} // namespace lumenvale

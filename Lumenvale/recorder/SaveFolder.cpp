@@ -1,0 +1,25 @@
+#include "recorder/SaveFolder.h"
+
+#include "recorder/PathText.h"
+#include "recorder/Store.h"
+
+#include <QDir>
+#include <QStandardPaths>
+
+namespace lumenvale::SaveFolder {
+
+std::filesystem::path resolve(const RecordingOptions& options) {
+    if (std::optional<std::filesystem::path> test = Store::testFolder()) {
+        return *test;
+    }
+    if (options.folderPath && !options.folderPath->empty()) {
+        return std::filesystem::path(*options.folderPath);
+    }
+    QString videos = QStandardPaths::writableLocation(QStandardPaths::MoviesLocation);
+    if (videos.isEmpty()) {
+        videos = QDir::home().filePath(QStringLiteral("Videos"));
+    }
+    return toPath(videos);
+}
+
+} // namespace lumenvale::SaveFolder

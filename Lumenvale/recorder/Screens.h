@@ -1,0 +1,38 @@
+#pragma once
+
+#include "LumenvaleKit/Geometry.h"
+#include "recorder/RecorderTypes.h"
+
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+// The displays and windows of the desktop as the recorder needs them, asked of the
+// display server each time (no caching: displays come and go). All rectangles are in
+// desktop coordinates (points, origin bottom-left, y up); fromTopLeft/toTopLeft convert
+// X11's top-left coordinates at the boundary, using the height of the whole desktop.
+//
+// Threads: the GUI thread. Each call is one short round trip to the X server.
+namespace lumenvale::Screens {
+
+// Whether the display server lets Lumenvale capture the screen (X11: MIT-SHM and
+// Composite are offered).
+bool captureAvailable();
+
+// Every display, the primary one first. Empty without a display server.
+std::vector<Screen> all();
+
+// The display under the mouse pointer (else the primary one).
+std::optional<Screen> withMouse();
+
+// The display that holds most of `rect`; nothing when it lies on no display.
+std::optional<Screen> containing(const Rect& rect);
+
+// The frame of a managed window, decorations included; nothing when it is gone.
+std::optional<Rect> windowFrame(std::uint32_t windowID);
+
+// Between X11 coordinates (origin top-left of the desktop, y down) and desktop ones.
+Rect fromTopLeft(const Rect& topLeft);
+Rect toTopLeft(const Rect& desktop);
+
+} // namespace lumenvale::Screens

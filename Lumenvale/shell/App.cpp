@@ -1,0 +1,89 @@
+#include "shell/App.h"
+
+#include "editor/ExportCommand.h"
+#include "recorder/AppIdentity.h"
+#include "shell/RecordCommand.h"
+#include "shell/TrayApp.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFileInfo>
+#include <QStringList>
+#include <cstdio>
+
+namespace lumenvale::App {
+
+namespace {
+
+constexpr int usageStatus = 2;
+
+void printError(const QString& text) {
+    std::fputs(text.toLocal8Bit().constData(), stderr);
+    std::fflush(stderr);
+}
+
+QString usage() {
+    return QStringLiteral(
+        "Usage:\n"
+        "  lumenvale                 the tray application\n"
+        "  lumenvale record [--screen | --area X,Y,W,H | --window ID] [--seconds N]\n"
+        "                   [--fps N] [--codec h264|hevc] [--no-pointer] [--clicks]\n"
+        "                   [--no-countdown] [--no-system-audio] [--mic [SOURCE]] [--folder DIR]\n"
+        "  lumenvale export MOVIE [--edit EDIT.json] [--gif] [--codec h264|hevc] [--output PATH]\n"
+        "  lumenvale --selftest\n");
+}
+
+// The self-test must never touch the user's settings or movies: it runs only with
+// APP_STORE naming a folder in /tmp.
+bool hasSelfTestFolder() {
+    const QString folder = qEnvironmentVariable("APP_STORE");
+    if (folder.isEmpty()) {
+        return false;
+    }
+    const QString absolute = QDir::cleanPath(QFileInfo(folder).absoluteFilePath());
+    return absolute.startsWith(QStringLiteral("/tmp/"));
+}
+
+void identify() {
+    QCoreApplication::setApplicationName(QStringLiteral("Lumenvale"));
+    QCoreApplication::setOrganizationDomain(QStringLiteral("lumenvale.app"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(LUMENVALE_VERSION));
+}
+
+} // namespace
+
+int run(int argc, char** argv) {
+    QStringList arguments;
+    for (int i = 1; i < argc; ++i) {
+        arguments << QString::fromLocal8Bit(argv[i]);
+    }
+
+    if (arguments.contains(QStringLiteral("--selftest"))) {
+        if (!hasSelfTestFolder()) {
+            std::fputs("SELFTEST refused: set APP_STORE to a folder in /tmp\n", stdout);
+            std::fflush(stdout);
+            return 1;
+        }
+        printError(QStringLiteral("SELFTEST: this build has no self-test.\n"));
+        return 1;
+    }
+
+    const QString command = arguments.isEmpty() ? QString() : arguments.first();
+    if (command == QLatin1String("record") || command == QLatin1String("export")) {
+        QCoreApplication application(argc, argv);
+        identify();
+        const QStringList rest = arguments.mid(1);
+        return command == QLatin1String("record") ? runRecord(rest) : runExport(rest);
+    }
+    if (command == QLatin1String("--help") || command == QLatin1String("-h")) {
+        std::fputs(usage().toLocal8Bit().constData(), stdout);
+        return 0;
+    }
+    if (!command.isEmpty()) {
+        printError(QStringLiteral("lumenvale: unknown command “%1”.\n\n").arg(command) + usage());
+        return usageStatus;
+    }
+    return TrayApp::run(argc, argv);
+}
+
+} // namespace lumenvale::App

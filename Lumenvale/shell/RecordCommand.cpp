@@ -1,0 +1,163 @@
+#include "shell/RecordCommand.h"
+
+#include "recorder/PathText.h"
+#include "recorder/SaveFolder.h"
+#include "recorder/ScreenRecorder.h"
+#include "recorder/Screens.h"
+#include "recorder/StartupRecovery.h"
+#include "shell/RecordArguments.h"
+#include "shell/SignalPipe.h"
+#include "shell/TerminalUi.h"
+
+#include <QCoreApplication>
+#include <QTimer>
+#include <csignal>
+#include <cstdio>
+
+namespace lumenvale {
+
+namespace {
+
+void printTo(std::FILE* stream, const QString& text) {
+    std::fputs(text.toLocal8Bit().constData(), stream);
+    std::fflush(stream);
+}
+
+// One run of the command, from recovery to the saved movie.
+class RecordRun : public QObject {
+  public:
+    RecordRun(ScreenRecorder& recorder, RecordRequest request)
+        : recorder_(recorder), request_(std::move(request)), ui_(recorder),
+          signals_({SIGINT, SIGTERM, SIGUSR1}) {
+        recorder_.setRunOptions(applyFlags(recorder_.options(), request_));
+        recorder_.setUi(&ui_);
+        limit_.setSingleShot(true);
+        limit_.setTimerType(Qt::PreciseTimer);
+        connect(&limit_, &QTimer::timeout, this, [this] { checkLimit(); });
+        connect(&signals_, &SignalPipe::received, this, [this](int number) { onSignal(number); });
+        connect(&recorder_, &ScreenRecorder::phaseChanged, this, [this] { armLimit(); });
+        connect(&recorder_, &ScreenRecorder::finishEnded, this,
+                [this](const std::optional<Recording>& recording) { onFinished(recording); });
+    }
+
+    ~RecordRun() override { recorder_.setUi(nullptr); }
+
+    int exec() {
+        StartupRecovery::run(SaveFolder::resolve(recorder_.optionsInForce()), this,
+                             [this](const StartupRecovery::Report& report) {
+                                 for (const QString& notice : report.notices) {
+                                     ui_.showNotice(notice);
+                                 }
+                                 begin();
+                             });
+        return QCoreApplication::exec();
+    }
+
+  private:
+    void begin() {
+        if (cancelled_) {
+            end(1, QStringLiteral("Recording cancelled.\n"));
+            return;
+        }
+        std::optional<Selection> selection;
+        if (request_.kind == RecordKind::area) {
+            selection = Selection{Screens::fromTopLeft(*request_.areaTopLeft), std::nullopt};
+        } else if (request_.kind == RecordKind::window) {
+            // A window that is gone has no frame; the start then fails with "The
+            // window closed." when it looks for the window.
+            const std::optional<Rect> frame = Screens::windowFrame(*request_.windowID);
+            const std::optional<Screen> screen = Screens::withMouse();
+            selection =
+                Selection{frame ? *frame : (screen ? screen->frame : Rect{}), request_.windowID};
+        }
+        recorder_.start(request_.kind, selection, [this](bool started) {
+            if (!started) {
+                end(1, cancelled_ ? QStringLiteral("Recording cancelled.\n") : QString());
+            }
+        });
+    }
+
+    void onSignal(int number) {
+        if (number == SIGUSR1) {
+            if (recorder_.phase() == ScreenRecorder::Phase::recording) {
+                recorder_.pause();
+            } else if (recorder_.phase() == ScreenRecorder::Phase::paused) {
+                recorder_.resume();
+            }
+            return;
+        }
+        // SIGINT, SIGTERM: stop and save; before the capture runs, cancel.
+        const ScreenRecorder::Phase phase = recorder_.phase();
+        if (phase != ScreenRecorder::Phase::recording && phase != ScreenRecorder::Phase::paused &&
+            phase != ScreenRecorder::Phase::finishing) {
+            cancelled_ = true;
+        }
+        recorder_.stop();
+    }
+
+    // Stops the recording once its recorded time reaches --seconds; a pause holds the
+    // time still, so the limit is armed again on every return to recording.
+    void armLimit() {
+        if (!request_.seconds || recorder_.phase() != ScreenRecorder::Phase::recording) {
+            limit_.stop();
+            return;
+        }
+        const double left = *request_.seconds - recorder_.elapsedSeconds();
+        limit_.start(std::max(0, static_cast<int>(left * 1000.0 + 0.5)));
+    }
+
+    void checkLimit() {
+        if (recorder_.phase() != ScreenRecorder::Phase::recording) {
+            return;
+        }
+        if (recorder_.elapsedSeconds() + 0.0005 >= *request_.seconds) {
+            recorder_.stop();
+        } else {
+            armLimit();
+        }
+    }
+
+    void onFinished(const std::optional<Recording>& recording) {
+        if (recording) {
+            end(0, QString(), toQString(recording->path) + QLatin1Char('\n'));
+        } else {
+            end(1, QString()); // the notice said why
+        }
+    }
+
+    void end(int status, const QString& error, const QString& output = QString()) {
+        if (!error.isEmpty()) {
+            printTo(stderr, error);
+        }
+        if (!output.isEmpty()) {
+            printTo(stdout, output);
+        }
+        QCoreApplication::exit(status);
+    }
+
+    ScreenRecorder& recorder_;
+    RecordRequest request_;
+    TerminalUi ui_;
+    SignalPipe signals_;
+    QTimer limit_;
+    bool cancelled_ = false;
+};
+
+} // namespace
+
+int runRecord(const QStringList& arguments) {
+    const RecordParse parsed = parseRecordArguments(arguments);
+    if (std::holds_alternative<HelpRequested>(parsed)) {
+        printTo(stdout, recordUsage());
+        return 0;
+    }
+    if (const QString* problem = std::get_if<QString>(&parsed)) {
+        printTo(stderr, QStringLiteral("lumenvale record: ") + *problem + QStringLiteral("\n\n") +
+                            recordUsage());
+        return 2;
+    }
+    RecordRun run(ScreenRecorder::shared(), std::get<RecordRequest>(parsed));
+    return run.exec();
+}
+
+} // namespace lumenvale

@@ -1,0 +1,101 @@
+#include "shell/TrayApp.h"
+
+#include "recorder/AppIdentity.h"
+#include "recorder/Permissions.h"
+#include "recorder/SaveFolder.h"
+#include "recorder/ScreenRecorder.h"
+#include "recorder/StartupRecovery.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QIcon>
+#include <QMenu>
+#include <QPainter>
+#include <QPixmap>
+#include <QSystemTrayIcon>
+#include <cstdio>
+
+namespace lumenvale::TrayApp {
+
+namespace {
+
+// The theme's record icon, else a drawn dot: grey while idle, red while recording.
+QIcon trayIcon(bool recording) {
+    const QString name =
+        recording ? QStringLiteral("media-record") : QStringLiteral("camera-video-symbolic");
+    if (QIcon::hasThemeIcon(name)) {
+        return QIcon::fromTheme(name);
+    }
+    QPixmap dot(64, 64);
+    dot.fill(Qt::transparent);
+    QPainter painter(&dot);
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(recording ? QColor(0xE0, 0x30, 0x30) : QColor(0x80, 0x80, 0x88));
+    painter.drawEllipse(8, 8, 48, 48);
+    return QIcon(dot);
+}
+
+bool hasDisplay() {
+    return !qEnvironmentVariableIsEmpty("DISPLAY") ||
+           !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY");
+}
+
+} // namespace
+
+int run(int argc, char** argv) {
+    if (!hasDisplay()) {
+        std::fputs("Lumenvale needs a desktop session: no display was found. "
+                   "Use “lumenvale record” to record from a script.\n",
+                   stderr);
+        return 1;
+    }
+    QApplication application(argc, argv);
+    QApplication::setApplicationName(QStringLiteral("Lumenvale"));
+    QApplication::setApplicationVersion(QStringLiteral(LUMENVALE_VERSION));
+    QGuiApplication::setDesktopFileName(QString::fromLatin1(applicationID));
+    QApplication::setQuitOnLastWindowClosed(false);
+
+    // With a snapshot run requested, start-up does nothing else.
+    if (qEnvironmentVariableIsEmpty("APP_SNAPSHOT")) {
+        Permissions::shared().refresh();
+    }
+    ScreenRecorder& recorder = ScreenRecorder::shared();
+
+    QSystemTrayIcon tray(trayIcon(false));
+    tray.setToolTip(QStringLiteral("Lumenvale"));
+    QMenu menu;
+    QAction* recordScreen = menu.addAction(QStringLiteral("Record Screen"));
+    QAction* stop = menu.addAction(QStringLiteral("Stop Recording"));
+    menu.addSeparator();
+    QAction* quit = menu.addAction(QStringLiteral("Quit Lumenvale"));
+    QObject::connect(recordScreen, &QAction::triggered, &recorder,
+                     [&recorder] { recorder.record(RecordKind::screen); });
+    QObject::connect(stop, &QAction::triggered, &recorder, [&recorder] { recorder.stop(); });
+    QObject::connect(quit, &QAction::triggered, &application, &QApplication::quit);
+    const auto showPhase = [&] {
+        const bool idle = recorder.phase() == ScreenRecorder::Phase::idle;
+        recordScreen->setEnabled(idle);
+        stop->setEnabled(!idle && recorder.phase() != ScreenRecorder::Phase::finishing);
+        tray.setIcon(trayIcon(recorder.phase() == ScreenRecorder::Phase::recording));
+    };
+    QObject::connect(&recorder, &ScreenRecorder::phaseChanged, &tray, showPhase);
+    QObject::connect(&recorder, &ScreenRecorder::noticeShown, &tray, [&tray](const QString& text) {
+        tray.showMessage(QStringLiteral("Lumenvale"), text);
+    });
+    showPhase();
+    tray.setContextMenu(&menu);
+    tray.show();
+
+    if (qEnvironmentVariableIsEmpty("APP_SNAPSHOT")) {
+        StartupRecovery::run(SaveFolder::resolve(recorder.options()), &tray,
+                             [&tray](const StartupRecovery::Report& report) {
+                                 for (const QString& notice : report.notices) {
+                                     tray.showMessage(QStringLiteral("Lumenvale"), notice);
+                                 }
+                             });
+    }
+    return QApplication::exec();
+}
+
+} // namespace lumenvale::TrayApp
