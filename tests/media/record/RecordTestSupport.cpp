@@ -84,6 +84,11 @@ void CounterVideoSource::stop() {
     }
 }
 
+std::chrono::steady_clock::duration CounterVideoSource::frameTime(std::int64_t index) const {
+    std::lock_guard lock(timesMutex_);
+    return times_.at(static_cast<std::size_t>(index));
+}
+
 CaptureStats CounterVideoSource::stats() const {
     CaptureStats stats;
     stats.delivered = delivered_;
@@ -136,15 +141,20 @@ void CounterVideoSource::run() {
         if (index == 0) {
             firstFrameTime_ = frame.time;
         }
+        {
+            std::lock_guard lock(timesMutex_);
+            times_.push_back(frame.time);
+        }
         onFrame_(frame);
         ++delivered_;
     }
 }
 
 std::vector<std::int64_t> frameCounters(const std::filesystem::path& movie) {
-    const std::string gray = run("ffmpeg -v error -i " + quoted(movie) +
-                                 " -map 0:v:0 -vf scale=16:4:flags=area -f rawvideo "
-                                 "-pix_fmt gray -");
+    const std::string gray =
+        run("ffmpeg -v error -i " + quoted(movie) +
+            " -map 0:v:0 -fps_mode passthrough -vf scale=16:4:flags=area -f rawvideo "
+            "-pix_fmt gray -");
     std::vector<std::int64_t> counters;
     for (std::size_t frame = 0; frame + 64 <= gray.size(); frame += 64) {
         std::int64_t value = 0;
@@ -187,20 +197,75 @@ Tone::~Tone() {
     std::filesystem::remove(file_);
 }
 
-namespace {
+BeepAudioSource::~BeepAudioSource() {
+    stop();
+}
+
+void BeepAudioSource::beepAt(std::chrono::steady_clock::duration time) {
+    std::lock_guard lock(mutex_);
+    beeps_.push_back(time);
+}
+
+void BeepAudioSource::start(ChunkHandler onChunk, StoppedHandler) {
+    onChunk_ = std::move(onChunk);
+    quit_ = false;
+    thread_ = std::thread([this] { run(); });
+}
+
+void BeepAudioSource::stop() {
+    quit_ = true;
+    if (thread_.joinable()) {
+        thread_.join();
+    }
+}
+
+void BeepAudioSource::run() {
+    constexpr std::int64_t chunkFrames = 480;
+    const int channelCount = channels();
+    std::vector<float> samples(chunkFrames * static_cast<std::size_t>(channelCount));
+    const auto start = std::chrono::steady_clock::now().time_since_epoch();
+    for (std::int64_t chunk = 0; !quit_; ++chunk) {
+        const auto time = start + std::chrono::milliseconds(10 * chunk);
+        std::this_thread::sleep_until(
+            std::chrono::steady_clock::time_point(time + std::chrono::milliseconds(10)));
+        std::fill(samples.begin(), samples.end(), 0.0f);
+        {
+            std::lock_guard lock(mutex_);
+            for (const auto beep : beeps_) {
+                // Sample i of this chunk lies (time - beep) + i / 48000 seconds into the beep.
+                const std::int64_t offset =
+                    std::chrono::duration_cast<std::chrono::nanoseconds>(time - beep).count() *
+                    48000 / 1'000'000'000;
+                for (std::int64_t i = 0; i < chunkFrames; ++i) {
+                    const std::int64_t into = offset + i;
+                    if (into >= 0 && into < 48000 * 60 / 1000) {
+                        const auto value =
+                            static_cast<float>(0.5 * std::sin(2 * std::numbers::pi * 1000.0 *
+                                                              static_cast<double>(into) / 48000));
+                        for (int channel = 0; channel < channelCount; ++channel) {
+                            samples[static_cast<std::size_t>(i * channelCount + channel)] = value;
+                        }
+                    }
+                }
+            }
+        }
+        onChunk_(AudioChunk{samples, channelCount, 48000, time});
+    }
+}
 
 std::vector<float> decodeMono(const std::filesystem::path& movie, int audioStream,
                               double startSeconds, double durationSeconds) {
-    const std::string bytes =
-        run("ffmpeg -v error -i " + quoted(movie) + " -map 0:a:" + std::to_string(audioStream) +
-            " -ss " + std::to_string(startSeconds) + " -t " + std::to_string(durationSeconds) +
-            " -ac 1 -ar 48000 -f f32le -acodec pcm_f32le -");
+    // -copyts keeps the file's own timestamps (a part's sound may start before 0);
+    // atrim then cuts at the movie's time 0 exactly.
+    const std::string bytes = run("ffmpeg -v error -copyts -i " + quoted(movie) +
+                                  " -map 0:a:" + std::to_string(audioStream) +
+                                  " -af atrim=start=" + std::to_string(startSeconds) +
+                                  ":end=" + std::to_string(startSeconds + durationSeconds) +
+                                  " -ac 1 -ar 48000 -f f32le -acodec pcm_f32le -");
     std::vector<float> samples(bytes.size() / sizeof(float));
     std::memcpy(samples.data(), bytes.data(), samples.size() * sizeof(float));
     return samples;
 }
-
-} // namespace
 
 double toneFrequency(const std::filesystem::path& movie, int audioStream, double startSeconds,
                      double durationSeconds) {
@@ -229,7 +294,16 @@ std::vector<AudioPacket> audioPackets(const std::filesystem::path& movie, int au
         if (comma == std::string::npos) {
             continue;
         }
-        packets.push_back({std::stoll(line.substr(0, comma)), std::stoll(line.substr(comma + 1))});
+        const std::string duration = line.substr(comma + 1);
+        packets.push_back({std::stoll(line.substr(0, comma)),
+                           duration.starts_with("N/A") ? -1 : std::stoll(duration)});
+    }
+    // The demuxer leaves out the duration of a packet that an edit list cuts into;
+    // the next packet's timestamp tells it.
+    for (std::size_t i = 0; i + 1 < packets.size(); ++i) {
+        if (packets[i].duration < 0) {
+            packets[i].duration = packets[i + 1].pts - packets[i].pts;
+        }
     }
     return packets;
 }

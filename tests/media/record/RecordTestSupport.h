@@ -4,6 +4,7 @@
 // frame number, tones played into the test session's PulseAudio sinks, and readers
 // of what a written part holds.
 
+#include "LumenvaleMedia/AudioSource.h"
 #include "LumenvaleMedia/VideoSource.h"
 
 #include <atomic>
@@ -29,6 +30,8 @@ class CounterVideoSource final : public VideoSource {
     void endAfter(std::int64_t frames, std::string reason);
     // Steady-clock time of frame 0; valid once it has been delivered.
     std::chrono::steady_clock::duration firstFrameTime() const { return firstFrameTime_.load(); }
+    // Steady-clock time at which frame `index` was delivered.
+    std::chrono::steady_clock::duration frameTime(std::int64_t index) const;
 
     PixelSize size() const override { return size_; }
     int fps() const override { return fps_; }
@@ -50,6 +53,34 @@ class CounterVideoSource final : public VideoSource {
     std::atomic<bool> quit_{false};
     std::atomic<std::int64_t> delivered_{0};
     std::atomic<std::chrono::steady_clock::duration> firstFrameTime_{};
+    mutable std::mutex timesMutex_;
+    std::vector<std::chrono::steady_clock::duration> times_;
+    std::thread thread_;
+};
+
+// A sound source with an exact clock: 10 ms chunks of mono silence at 48 kHz,
+// stamped at start + n x 10 ms, with a 1 kHz beep (amplitude 0.5, starting at phase
+// 0) of 60 ms wherever beepAt() put one. Delivered in real time.
+class BeepAudioSource final : public AudioSource {
+  public:
+    explicit BeepAudioSource(AudioKind kind = AudioKind::microphone) : kind_(kind) {}
+    ~BeepAudioSource() override;
+    // Beeps starting at these steady-clock times (before start() or while running).
+    void beepAt(std::chrono::steady_clock::duration time);
+
+    AudioKind kind() const override { return kind_; }
+    int sampleRate() const override { return 48000; }
+    int channels() const override { return kind_ == AudioKind::system ? 2 : 1; }
+    void start(ChunkHandler onChunk, StoppedHandler onStopped) override;
+    void stop() override;
+
+  private:
+    void run();
+    AudioKind kind_;
+    ChunkHandler onChunk_;
+    std::mutex mutex_;
+    std::vector<std::chrono::steady_clock::duration> beeps_;
+    std::atomic<bool> quit_{false};
     std::thread thread_;
 };
 
@@ -71,6 +102,11 @@ class Tone {
     std::thread player_;
 };
 
+// Decoded sound of one audio stream of a movie, mixed down to mono, 48 kHz, from the
+// movie's time 0 (edit lists applied).
+std::vector<float> decodeMono(const std::filesystem::path& movie, int audioStream,
+                              double startSeconds = 0, double durationSeconds = 1e6);
+
 // The dominant frequency (by zero crossings) of one audio stream of a movie over
 // [startSeconds, startSeconds + durationSeconds).
 double toneFrequency(const std::filesystem::path& movie, int audioStream, double startSeconds,
@@ -80,7 +116,8 @@ struct AudioPacket {
     std::int64_t pts = 0;      // in 1/48000
     std::int64_t duration = 0; // in 1/48000
 };
-// The packets of one audio stream as the demuxer reports them, in file order.
+// The packets of one audio stream as the demuxer reports them (with the file's edit
+// lists applied, as every reader sees them), in file order.
 std::vector<AudioPacket> audioPackets(const std::filesystem::path& movie, int audioStream);
 
 // The names in the "name" boxes of a file's tracks (the track titles), in file order.
