@@ -8,55 +8,45 @@ namespace lumenvale {
 namespace {
 
 TEST(KeyNames, SpecialAndFunctionKeys) {
-    const auto& special = KeyNames::special();
-    EXPECT_EQ(special.size(), 27u);
-    const std::pair<std::int64_t, const char*> samples[] = {
-        {36, "↩"},    {48, "⇥"},    {49, "Space"}, {51, "⌫"},   {53, "⎋"},   {76, "⌤"},
-        {117, "⌦"},   {115, "↖"},   {119, "↘"},    {116, "⇞"},  {121, "⇟"},  {123, "←"},
-        {124, "→"},   {125, "↓"},   {126, "↑"},    {122, "F1"}, {120, "F2"}, {99, "F3"},
-        {118, "F4"},  {96, "F5"},   {97, "F6"},    {98, "F7"},  {100, "F8"}, {101, "F9"},
-        {109, "F10"}, {103, "F11"}, {111, "F12"},
+    const std::map<std::int64_t, std::string> expected{
+        // clang-format off
+        {36, "↩"}, {48, "⇥"}, {49, "Space"}, {51, "⌫"}, {53, "⎋"}, {76, "⌤"}, {117, "⌦"},
+        {115, "↖"}, {119, "↘"}, {116, "⇞"}, {121, "⇟"}, {123, "←"}, {124, "→"}, {125, "↓"},
+        {126, "↑"}, {122, "F1"}, {120, "F2"}, {99, "F3"}, {118, "F4"}, {96, "F5"}, {97, "F6"},
+        {98, "F7"}, {100, "F8"}, {101, "F9"}, {109, "F10"}, {103, "F11"}, {111, "F12"},
+        // clang-format on
     };
-    for (const auto& [code, name] : samples) {
-        ASSERT_TRUE(special.count(code)) << code;
-        EXPECT_EQ(special.at(code), name) << code;
-    }
+    EXPECT_EQ(KeyNames::special(), expected);
     EXPECT_EQ(KeyNames::functionKeys(),
               (std::set<std::int64_t>{122, 120, 99, 118, 96, 97, 98, 100, 101, 109, 103, 111}));
     EXPECT_EQ(KeyNames::escape, 53);
 }
 
 TEST(KeyNames, Display) {
-    const Mods none, command(Mods::command), controlShift(Mods::control | Mods::shift);
+    const Mods none, command(Mods::command);
+    const std::optional<std::string> nothing;
     const struct {
         std::int64_t keyCode;
         Mods mods;
         std::optional<std::string> character;
-        const char* glyphs;
-        const char* linux;
+        const char *glyphs, *linux;
     } cases[] = {
+        // clang-format off
         {49, command, " ", "⌘Space", "Super+Space"},
         {0, Mods(Mods::control | Mods::option), "a", "⌃⌥A", "Ctrl+Alt+A"},
-        {0, command, std::nullopt, "⌘?", "Super+?"},
-        {15, controlShift, "r", "⌃⇧R", "Ctrl+Shift+R"},
+        {0, command, nothing, "⌘?", "Super+?"},
+        {15, Mods(Mods::control | Mods::shift), "r", "⌃⇧R", "Ctrl+Shift+R"},
         {96, command, "x", "⌘F5", "Super+F5"},
-        {96, none, std::nullopt, "F5", "F5"},
+        {96, none, nothing, "F5", "F5"},
         {36, Mods(15), "\r", "⌃⌥⇧⌘↩", "Ctrl+Alt+Shift+Super+Return"},
-        {51, none, std::nullopt, "⌫", "Backspace"},
-        {117, none, std::nullopt, "⌦", "Delete"},
-        {76, none, std::nullopt, "⌤", "Enter"},
-        {116, none, std::nullopt, "⇞", "Page Up"},
-        {125, none, std::nullopt, "↓", "Down"},
-        {27, command, "-", "⌘-", "Super+-"},
-        {41, command, "ö", "⌘Ö", "Super+Ö"},
-        {1, command, "ß", "⌘SS", "Super+SS"},
-        {2, command, "ÿ", "⌘Ÿ", "Super+Ÿ"},
-        {3, command, "ł", "⌘Ł", "Super+Ł"},
-        {4, command, "ж", "⌘Ж", "Super+Ж"},
-        {5, command, "ё", "⌘Ё", "Super+Ё"},
-        {6, command, "ς", "⌘Σ", "Super+Σ"},
-        {7, command, "ά", "⌘Ά", "Super+Ά"},
+        {51, none, nothing, "⌫", "Backspace"},     {117, none, nothing, "⌦", "Delete"},
+        {76, none, nothing, "⌤", "Enter"},         {116, none, nothing, "⇞", "Page Up"},
+        {125, none, nothing, "↓", "Down"},         {27, command, "-", "⌘-", "Super+-"},
+        // Upper-casing beyond ASCII; bytes that are not UTF-8 stay as they are.
+        {41, command, "ö", "⌘Ö", "Super+Ö"},      {1, command, "ß", "⌘SS", "Super+SS"},
+        {4, command, "ж", "⌘Ж", "Super+Ж"},       {6, command, "ς", "⌘Σ", "Super+Σ"},
         {8, command, "\xff", "⌘\xff", "Super+\xff"},
+        // clang-format on
     };
     for (const auto& c : cases) {
         EXPECT_EQ(KeyNames::display(c.keyCode, c.mods, c.character), c.glyphs) << c.keyCode;
@@ -66,28 +56,24 @@ TEST(KeyNames, Display) {
 
 TEST(KeyNames, EvdevTableIsOneToOneAndCoversTheNamedKeys) {
     const std::pair<int, std::int64_t> samples[] = {
-        {KEY_A, 0},        {KEY_S, 1},          {KEY_R, 15},       {KEY_Z, 6},
-        {KEY_1, 18},       {KEY_5, 23},         {KEY_0, 29},       {KEY_MINUS, 27},
-        {KEY_GRAVE, 50},   {KEY_102ND, 10},     {KEY_ESC, 53},     {KEY_ENTER, 36},
-        {KEY_KPENTER, 76}, {KEY_BACKSPACE, 51}, {KEY_DELETE, 117}, {KEY_F1, 122},
-        {KEY_F10, 109},    {KEY_F11, 103},      {KEY_F12, 111},    {KEY_LEFT, 123},
-        {KEY_UP, 126},     {KEY_PAGEDOWN, 121}, {KEY_KP0, 82},     {KEY_KP8, 91},
-        {KEY_KPDOT, 65},   {KEY_LEFTMETA, 55},  {KEY_F20, 90},     {KEY_VOLUMEUP, 72},
+        // clang-format off
+        {KEY_A, 0}, {KEY_R, 15}, {KEY_5, 23}, {KEY_0, 29}, {KEY_GRAVE, 50}, {KEY_102ND, 10},
+        {KEY_ESC, 53}, {KEY_KPENTER, 76}, {KEY_DELETE, 117}, {KEY_F1, 122}, {KEY_F12, 111},
+        {KEY_UP, 126}, {KEY_KP8, 91}, {KEY_KPDOT, 65}, {KEY_LEFTMETA, 55}, {KEY_F20, 90},
+        // clang-format on
     };
     for (const auto& [evdev, keyCode] : samples) {
         EXPECT_EQ(KeyNames::fromEvdev(evdev), keyCode) << evdev;
         EXPECT_EQ(KeyNames::toEvdev(keyCode), evdev) << keyCode;
     }
     std::set<std::int64_t> keyCodes;
-    int mapped = 0;
     for (int evdev = 0; evdev < 768; ++evdev) {
         if (const auto keyCode = KeyNames::fromEvdev(evdev)) {
-            ++mapped;
             EXPECT_TRUE(keyCodes.insert(*keyCode).second) << "key code " << *keyCode << " twice";
             EXPECT_EQ(KeyNames::toEvdev(*keyCode), evdev);
         }
     }
-    EXPECT_GT(mapped, 100);
+    EXPECT_GT(keyCodes.size(), 100u);
     for (const auto& [keyCode, name] : KeyNames::special()) {
         EXPECT_TRUE(KeyNames::toEvdev(keyCode)) << name;
     }

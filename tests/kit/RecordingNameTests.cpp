@@ -20,27 +20,25 @@ TEST(RecordingName, UniqueAsksOncePerCandidateInOrder) {
     const std::filesystem::path folder = "/videos";
     const std::string base = "Lumenvale Recording 2026-11-15 at 20.43.31";
     const struct {
-        std::set<std::string> taken;
+        std::set<std::string> taken; // suffixes after the base
         const char* expected;
         std::size_t questions;
     } cases[] = {
-        {{}, "Lumenvale Recording 2026-11-15 at 20.43.31.mp4", 1},
-        {{".mp4", " 2.mp4"}, "Lumenvale Recording 2026-11-15 at 20.43.31 3.mp4", 3},
+        {{}, ".mp4", 1},
+        {{".mp4", " 2.mp4"}, " 3.mp4", 3},
         {{".mp4", " 2.mp4", " 3.mp4", " 4.mp4", " 5.mp4", " 6.mp4", " 7.mp4", " 8.mp4", " 9.mp4",
           " 10.mp4"},
-         "Lumenvale Recording 2026-11-15 at 20.43.31 11.mp4",
+         " 11.mp4",
          11},
-        // A free plain name wins even when numbered names are taken.
-        {{" 2.mp4"}, "Lumenvale Recording 2026-11-15 at 20.43.31.mp4", 1},
+        {{" 2.mp4"}, ".mp4", 1}, // a free plain name wins
     };
     for (const auto& c : cases) {
         std::vector<std::filesystem::path> asked;
         const auto result = RecordingName::unique(folder, base, "mp4", [&](const auto& path) {
             asked.push_back(path);
-            const std::string name = path.filename().string();
-            return c.taken.count(name.substr(base.size())) > 0;
+            return c.taken.count(path.filename().string().substr(base.size())) > 0;
         });
-        EXPECT_EQ(result, folder / c.expected);
+        EXPECT_EQ(result, folder / (base + c.expected));
         ASSERT_EQ(asked.size(), c.questions);
         EXPECT_EQ(asked.front(), folder / (base + ".mp4"));
         for (std::size_t i = 1; i < asked.size(); ++i) {
@@ -50,12 +48,9 @@ TEST(RecordingName, UniqueAsksOncePerCandidateInOrder) {
 }
 
 TEST(RecordingName, PosterTime) {
-    const struct {
-        double duration;
-        double poster;
-    } cases[] = {{0, 0}, {0.6, 0.3}, {1, 0.5}, {10, 0.5}, {0.2, 0.1}};
-    for (const auto& c : cases) {
-        EXPECT_DOUBLE_EQ(RecordingName::posterTime(c.duration), c.poster) << c.duration;
+    const std::pair<double, double> cases[] = {{0, 0}, {0.6, 0.3}, {1, 0.5}, {10, 0.5}, {0.2, 0.1}};
+    for (const auto& [duration, poster] : cases) {
+        EXPECT_DOUBLE_EQ(RecordingName::posterTime(duration), poster) << duration;
     }
 }
 
