@@ -62,12 +62,13 @@ std::shared_ptr<Reservation> reserveTarget(const std::filesystem::path& recordin
 
 void write(const std::filesystem::path& source, const EditDecision& edit, Format format,
            Codec codec, const std::filesystem::path& destination,
-           const EditRenderer::Progress& progress, const std::atomic<bool>* cancel) {
+           const EditRenderer::Progress& progress, const std::atomic<bool>* cancel,
+           const EditRenderer::StatusText& status) {
     try {
         switch (format) {
         case Format::movie:
             EditRenderer::exportMovie(source, edit, resolve(codec, availableVideoFourCCs()),
-                                      destination, progress, cancel);
+                                      destination, progress, cancel, status);
             break;
         case Format::gif:
             EditRenderer::exportGIF(source, edit, destination, progress, cancel);

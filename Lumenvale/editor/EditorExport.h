@@ -45,10 +45,12 @@ std::shared_ptr<Reservation> reserveTarget(const std::filesystem::path& recordin
 
 // Writes `edit` of `source` to `destination` in `format`: a movie in `codec` (or the
 // H.264 fallback when this machine cannot encode `codec`), or a GIF. Blocking: call it
-// on a worker thread; `progress` is called on that thread.
+// on a worker thread; `progress` and `status` (sentences about how a movie export
+// proceeds) are called on that thread.
 // Throws MediaError; after a failure nothing is left at `destination`.
 void write(const std::filesystem::path& source, const EditDecision& edit, Format format,
            Codec codec, const std::filesystem::path& destination,
-           const EditRenderer::Progress& progress, const std::atomic<bool>* cancel = nullptr);
+           const EditRenderer::Progress& progress, const std::atomic<bool>* cancel = nullptr,
+           const EditRenderer::StatusText& status = {});
 
 } // namespace lumenvale::EditorExport

@@ -81,6 +81,13 @@ class ProgressLine {
         std::fflush(stderr);
     }
 
+    // A sentence about the export, on a line of its own.
+    void note(const std::string& sentence) {
+        const std::lock_guard lock(mutex_);
+        std::fprintf(stderr, "%s%s\n", onTerminal_ && shown_ >= 0 ? "\n" : "", sentence.c_str());
+        std::fflush(stderr);
+    }
+
     void finish() {
         const std::lock_guard lock(mutex_);
         if (onTerminal_ && shown_ >= 0) {
@@ -195,7 +202,8 @@ int runExport(const QStringList& arguments) {
         try {
             EditorExport::write(
                 request.movie, edit, request.format, codec, target,
-                [&](double fraction) { progress.report(fraction); }, &interrupted);
+                [&](double fraction) { progress.report(fraction); }, &interrupted,
+                [&](const std::string& sentence) { progress.note(sentence); });
         } catch (...) {
             progress.finish();
             throw;
