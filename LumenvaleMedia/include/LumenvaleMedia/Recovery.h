@@ -1,0 +1,74 @@
+#pragma once
+
+#include "LumenvaleKit/RecordingName.h"
+#include "LumenvaleKit/Uuid.h"
+#include "LumenvaleMedia/RecordingFiles.h"
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace lumenvale {
+
+// The parts of one recording that ended without being saved (the program was killed,
+// the machine lost power), found in the parts folder at the next start.
+struct InterruptedRecording {
+    // In recording order (by their `lumenvale_part` number).
+    std::vector<std::filesystem::path> parts;
+    // The `lumenvale_recording` tag shared by the parts; absent for a movie file
+    // without Lumenvale's tags, which is recovered on its own.
+    std::optional<Uuid> recordingID;
+    // When the recording started (`lumenvale_started`), else the local modification
+    // time of its first part; the recovered movie is named after it.
+    LocalDateTime startedAt;
+};
+
+// A part file that does not open as a movie. It is left exactly as it is.
+struct UnusablePart {
+    std::filesystem::path path;
+    std::string reason; // a sentence for the user, e.g. "The file “…” is not a movie …"
+};
+
+struct RecoveryScan {
+    std::vector<InterruptedRecording> recordings; // oldest start first
+    std::vector<UnusablePart> unusable;
+};
+
+struct RecoveryResult {
+    std::vector<Recording> recovered;
+    // One sentence per interrupted recording that could not be saved; its parts are kept.
+    std::vector<std::string> failures;
+    std::vector<UnusablePart> unusable;
+};
+
+// Crash recovery of part files. Parts that a recording is still writing are held with
+// an exclusive flock by their writer and are never touched. Nothing is deleted unless
+// the movie that contains it has been saved.
+//
+// Threads: a worker thread, never the GUI thread (recovering reads and writes whole
+// movies). Results are plain values owned by the caller.
+namespace Recovery {
+
+// Finds the part files "Lumenvale-*.mp4" directly in `partsFolder` that nobody holds
+// locked, groups them by recording and orders each group by part number. Reads only
+// the files' headers. A missing folder gives an empty scan.
+RecoveryScan find(const std::filesystem::path& partsFolder);
+
+// Saves one interrupted recording into `saveFolder` as RecordingFiles::save() does
+// (everything up to a cut-off last fragment is kept) and removes its parts afterwards.
+// The parts are locked meanwhile, so a second recovery running at the same time
+// leaves them alone. Throws MediaError (the parts are kept), also when another process
+// holds one of the parts.
+Recording recover(const InterruptedRecording& recording, const std::filesystem::path& saveFolder);
+
+// find() then recover() for every recording found.
+RecoveryResult recoverAll(const std::filesystem::path& partsFolder,
+                          const std::filesystem::path& saveFolder);
+
+// The notice shown for a recovered movie:
+// "Recovered a recording that was interrupted: <movie file name>".
+std::string notice(const Recording& recording);
+
+} // namespace Recovery
+} // namespace lumenvale

@@ -1,0 +1,187 @@
+#include "LumenvaleMedia/Recovery.h"
+
+#include "ffmpeg/Handles.h"
+#include "files/PartLock.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstdio>
+#include <ctime>
+#include <map>
+#include <sys/stat.h>
+
+namespace lumenvale::Recovery {
+namespace {
+
+constexpr std::string_view partPrefix = "Lumenvale-";
+constexpr std::string_view partExtension = ".mp4";
+
+bool isPartName(const std::string& name) {
+    return name.size() > partPrefix.size() + partExtension.size() && name.starts_with(partPrefix) &&
+           name.ends_with(partExtension);
+}
+
+// What a part file says about itself.
+struct PartFacts {
+    std::filesystem::path path;
+    bool locked = false;
+    std::optional<Uuid> recording;
+    std::optional<std::int64_t> number;
+    std::optional<LocalDateTime> started;
+    LocalDateTime modified;
+};
+
+std::optional<std::string> tag(const AVFormatContext& input, const char* key) {
+    const AVDictionaryEntry* entry = av_dict_get(input.metadata, key, nullptr, 0);
+    return entry != nullptr && entry->value != nullptr ? std::optional(std::string(entry->value))
+                                                       : std::nullopt;
+}
+
+std::optional<std::int64_t> parseNumber(const std::optional<std::string>& text) {
+    std::int64_t value = 0;
+    if (!text) {
+        return std::nullopt;
+    }
+    const auto [end, error] = std::from_chars(text->data(), text->data() + text->size(), value);
+    return error == std::errc() && end == text->data() + text->size() ? std::optional(value)
+                                                                      : std::nullopt;
+}
+
+// "YYYY-MM-DDTHH:MM:SS", the start tag's form; nothing for anything else.
+std::optional<LocalDateTime> parseStarted(const std::optional<std::string>& text) {
+    if (!text || text->size() != 19) {
+        return std::nullopt;
+    }
+    LocalDateTime when;
+    char tail = 0;
+    const int fields =
+        std::sscanf(text->c_str(), "%4d-%2d-%2dT%2d:%2d:%2d%c", &when.year, &when.month, &when.day,
+                    &when.hour, &when.minute, &when.second, &tail);
+    const bool valid = fields == 6 && when.month >= 1 && when.month <= 12 && when.day >= 1 &&
+                       when.day <= 31 && when.hour >= 0 && when.hour <= 23 && when.minute >= 0 &&
+                       when.minute <= 59 && when.second >= 0 && when.second <= 60;
+    return valid ? std::optional(when) : std::nullopt;
+}
+
+LocalDateTime modificationTime(const std::filesystem::path& path) {
+    struct stat status {};
+    std::tm local{};
+    if (::stat(path.c_str(), &status) != 0 || ::localtime_r(&status.st_mtime, &local) == nullptr) {
+        return LocalDateTime{};
+    }
+    return LocalDateTime{local.tm_year + 1900, local.tm_mon + 1, local.tm_mday,
+                         local.tm_hour,        local.tm_min,     local.tm_sec};
+}
+
+auto startKey(const LocalDateTime& when) {
+    return std::tuple(when.year, when.month, when.day, when.hour, when.minute, when.second);
+}
+
+} // namespace
+
+RecoveryScan find(const std::filesystem::path& partsFolder) {
+    RecoveryScan scan;
+    std::error_code failure;
+    std::vector<PartFacts> parts;
+    for (const auto& entry : std::filesystem::directory_iterator(partsFolder, failure)) {
+        const std::string name = entry.path().filename().string();
+        std::error_code ignored;
+        if (!isPartName(name) || !entry.is_regular_file(ignored)) {
+            continue;
+        }
+        PartFacts facts;
+        facts.path = entry.path();
+        facts.locked =
+            files::PartLock(entry.path()).state() == files::PartLock::State::heldElsewhere;
+        try {
+            const ff::InputContext input = ff::openInput(entry.path());
+            const std::optional<std::string> id = tag(*input, "lumenvale_recording");
+            facts.recording = id ? Uuid::parse(*id) : std::nullopt;
+            facts.number = parseNumber(tag(*input, "lumenvale_part"));
+            facts.started = parseStarted(tag(*input, "lumenvale_started"));
+        } catch (const MediaError& error) {
+            if (!facts.locked) { // a part being written may not be readable yet
+                scan.unusable.push_back(UnusablePart{entry.path(), error.what()});
+            }
+            continue;
+        }
+        facts.modified = modificationTime(entry.path());
+        parts.push_back(std::move(facts));
+    }
+
+    // Recordings by their tag; parts without one stand alone. A recording with any
+    // part still locked is running: none of its parts is touched.
+    std::map<Uuid, std::vector<PartFacts>> byRecording;
+    std::vector<std::vector<PartFacts>> groups;
+    for (PartFacts& part : parts) {
+        if (part.recording) {
+            byRecording[*part.recording].push_back(std::move(part));
+        } else if (!part.locked) {
+            groups.push_back({std::move(part)});
+        }
+    }
+    for (auto& [id, members] : byRecording) {
+        if (std::none_of(members.begin(), members.end(),
+                         [](const PartFacts& p) { return p.locked; })) {
+            groups.push_back(std::move(members));
+        }
+    }
+    for (auto& members : groups) {
+        std::stable_sort(members.begin(), members.end(),
+                         [](const PartFacts& a, const PartFacts& b) {
+                             return std::tuple(a.number.value_or(INT64_MAX), startKey(a.modified),
+                                               a.path.filename()) <
+                                    std::tuple(b.number.value_or(INT64_MAX), startKey(b.modified),
+                                               b.path.filename());
+                         });
+        InterruptedRecording recording;
+        recording.recordingID = members.front().recording;
+        for (const PartFacts& part : members) {
+            recording.parts.push_back(part.path);
+        }
+        // Named after the start its parts record, else after when its first part was written.
+        const auto tagged = std::find_if(members.begin(), members.end(), [](const PartFacts& part) {
+            return part.started.has_value();
+        });
+        recording.startedAt = tagged != members.end() ? *tagged->started : members.front().modified;
+        scan.recordings.push_back(std::move(recording));
+    }
+    std::stable_sort(scan.recordings.begin(), scan.recordings.end(),
+                     [](const InterruptedRecording& a, const InterruptedRecording& b) {
+                         return startKey(a.startedAt) < startKey(b.startedAt);
+                     });
+    return scan;
+}
+
+Recording recover(const InterruptedRecording& recording, const std::filesystem::path& saveFolder) {
+    std::vector<files::PartLock> locks;
+    for (const std::filesystem::path& part : recording.parts) {
+        locks.emplace_back(part);
+        if (locks.back().state() == files::PartLock::State::heldElsewhere) {
+            throw MediaError("The part file “" + part.filename().string() +
+                             "” is in use by another program, so it was not recovered.");
+        }
+    }
+    return RecordingFiles::save(recording.parts, saveFolder, recording.startedAt);
+}
+
+RecoveryResult recoverAll(const std::filesystem::path& partsFolder,
+                          const std::filesystem::path& saveFolder) {
+    RecoveryScan scan = find(partsFolder);
+    RecoveryResult result;
+    result.unusable = std::move(scan.unusable);
+    for (const InterruptedRecording& recording : scan.recordings) {
+        try {
+            result.recovered.push_back(recover(recording, saveFolder));
+        } catch (const MediaError& error) {
+            result.failures.emplace_back(error.what());
+        }
+    }
+    return result;
+}
+
+std::string notice(const Recording& recording) {
+    return "Recovered a recording that was interrupted: " + recording.path.filename().string();
+}
+
+} // namespace lumenvale::Recovery

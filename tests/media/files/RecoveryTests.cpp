@@ -1,0 +1,135 @@
+// Crash recovery: parts left behind are found, grouped, joined and named after their
+// recording; parts in use and files that are not movies are left alone.
+
+#include "LumenvaleMedia/Recovery.h"
+#include "PartMaker.h"
+#include "Probe.h"
+
+#include <ctime>
+#include <fcntl.h>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace lumenvale {
+namespace {
+
+std::vector<std::string> sums(const std::filesystem::path& movie) {
+    std::vector<std::string> md5s;
+    for (const auto& frame : testing::frameChecksums(movie)) {
+        md5s.push_back(frame.md5);
+    }
+    return md5s;
+}
+
+std::string contents(const std::filesystem::path& file) {
+    std::ifstream in(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+class RecoveryTest : public ::testing::Test {
+  protected:
+    void SetUp() override { testing::makeRecording(parts_ / "recording.mp4", 320, 240, 6); }
+
+    testing::TemporaryFolder parts_;
+    testing::TemporaryFolder movies_;
+};
+
+TEST_F(RecoveryTest, AKilledRecordingIsSavedUpToItsCutOffLastFragment) {
+    const auto split = testing::splitIntoParts(
+        parts_ / "recording.mp4", parts_.path(), {2, 4},
+        {.clock = testing::AudioClock::partRelativeTagged, .lastPartInterrupted = true});
+    std::filesystem::remove(parts_ / "recording.mp4");
+    std::vector<std::string> whole;
+    for (const auto& part : split) {
+        const auto partSums = sums(part);
+        whole.insert(whole.end(), partSums.begin(), partSums.end());
+    }
+    const std::size_t firstTwo = sums(split[0]).size() + sums(split[1]).size();
+    // The power went out in the middle of writing a fragment.
+    std::filesystem::resize_file(split[2], std::filesystem::file_size(split[2]) * 2 / 3);
+
+    const RecoveryResult result = Recovery::recoverAll(parts_.path(), movies_.path());
+
+    ASSERT_EQ(result.recovered.size(), 1u);
+    EXPECT_TRUE(result.failures.empty());
+    EXPECT_TRUE(result.unusable.empty());
+    const Recording& movie = result.recovered[0];
+    EXPECT_EQ(movie.path, movies_ / "Lumenvale Recording 2025-03-04 at 05.06.07.mp4");
+    EXPECT_EQ(Recovery::notice(movie), "Recovered a recording that was interrupted: Lumenvale "
+                                       "Recording 2025-03-04 at 05.06.07.mp4");
+    const auto recovered = sums(movie.path);
+    EXPECT_GT(recovered.size(), firstTwo) << "frames of the cut-off part are kept";
+    ASSERT_LE(recovered.size(), whole.size());
+    EXPECT_TRUE(std::equal(recovered.begin(), recovered.end(), whole.begin()));
+    ASSERT_EQ(movie.partDurations.size(), 3u);
+    EXPECT_NEAR(movie.durationSeconds, static_cast<double>(recovered.size()) / 30, 0.05);
+    for (const auto& part : split) {
+        EXPECT_FALSE(std::filesystem::exists(part));
+    }
+    EXPECT_TRUE(Recovery::find(parts_.path()).recordings.empty());
+}
+
+TEST_F(RecoveryTest, ARecordingWithALockedPartIsLeftAlone) {
+    const auto finished =
+        testing::splitIntoParts(parts_ / "recording.mp4", parts_.path(), {3},
+                                {.recordingID = "11111111-2222-4333-8444-555555555555"});
+    const auto running = testing::splitIntoParts(
+        parts_ / "recording.mp4", parts_.path(), {3},
+        {.recordingID = "AAAAAAAA-BBBB-4CCC-8DDD-EEEEEEEEEEEE", .started = "2025-03-04T06:00:00"});
+    std::filesystem::remove(parts_ / "recording.mp4");
+    // Its writer holds the current part.
+    const int writer = ::open(running[1].c_str(), O_RDONLY);
+    ASSERT_EQ(::flock(writer, LOCK_EX | LOCK_NB), 0);
+
+    const RecoveryScan scan = Recovery::find(parts_.path());
+    ASSERT_EQ(scan.recordings.size(), 1u);
+    EXPECT_EQ(scan.recordings[0].parts, finished);
+    EXPECT_EQ(scan.recordings[0].recordingID, Uuid::parse("11111111-2222-4333-8444-555555555555"));
+
+    const RecoveryResult result = Recovery::recoverAll(parts_.path(), movies_.path());
+    EXPECT_EQ(result.recovered.size(), 1u);
+    for (const auto& part : running) {
+        EXPECT_TRUE(std::filesystem::exists(part)) << "the running recording is untouched";
+    }
+    ::close(writer);
+    EXPECT_EQ(Recovery::find(parts_.path()).recordings.size(), 1u)
+        << "found once its writer is gone";
+}
+
+TEST_F(RecoveryTest, AMovieWithoutTagsStandsAloneAndOtherFilesAreOnlyReported) {
+    const auto untagged = parts_ / "Lumenvale-0F0F0F0F-0000-4000-8000-000000000001.mp4";
+    std::filesystem::rename(parts_ / "recording.mp4", untagged);
+    std::tm local{};
+    local.tm_year = 2024 - 1900;
+    local.tm_mon = 11;
+    local.tm_mday = 24;
+    local.tm_hour = 23;
+    local.tm_min = 59;
+    local.tm_sec = 58;
+    local.tm_isdst = -1;
+    const timeval times[2] = {{std::mktime(&local), 0}, {std::mktime(&local), 0}};
+    ASSERT_EQ(::utimes(untagged.c_str(), times), 0);
+    const auto junk = parts_ / "Lumenvale-junk.mp4";
+    std::ofstream(junk) << "half a header";
+    const auto unrelated = parts_ / "holiday.mp4";
+    std::filesystem::copy_file(untagged, unrelated);
+
+    const RecoveryResult result = Recovery::recoverAll(parts_.path(), movies_.path());
+
+    ASSERT_EQ(result.recovered.size(), 1u);
+    EXPECT_EQ(result.recovered[0].path, movies_ / "Lumenvale Recording 2024-12-24 at 23.59.58.mp4");
+    EXPECT_NEAR(result.recovered[0].durationSeconds, 6.0, 0.05);
+    ASSERT_EQ(result.unusable.size(), 1u);
+    EXPECT_EQ(result.unusable[0].path, junk);
+    EXPECT_EQ(result.unusable[0].reason,
+              "The file “Lumenvale-junk.mp4” is not a movie Lumenvale can open.");
+    EXPECT_EQ(contents(junk), "half a header");
+    EXPECT_TRUE(std::filesystem::exists(unrelated));
+    EXPECT_FALSE(std::filesystem::exists(untagged));
+}
+
+} // namespace
+} // namespace lumenvale
