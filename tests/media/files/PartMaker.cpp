@@ -115,9 +115,14 @@ std::vector<std::filesystem::path> splitIntoParts(const std::filesystem::path& r
     };
     while (av_read_frame(input.get(), packet.get()) >= 0) {
         const AVStream* in = input->streams[packet->stream_index];
-        const std::size_t k = partAt(ff::seconds(packet->pts, in->time_base));
+        // A writer with a part-relative clock hands each audio packet to the part being
+        // fed when it leaves the encoder, two packets after its samples went in.
+        const bool audio = packet->stream_index != video;
+        const double encoderDelay =
+            audio && options.clock != AudioClock::continuous ? 2048.0 / 48000 : 0;
+        const std::size_t k = partAt(ff::seconds(packet->pts, in->time_base) + encoderDelay);
         PartOutput& part = parts[k];
-        if (packet->stream_index == video) {
+        if (!audio) {
             packet->pts -= part.videoStart;
             packet->dts -= part.videoStart;
         } else if (options.clock != AudioClock::continuous) {

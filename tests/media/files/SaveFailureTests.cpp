@@ -1,0 +1,182 @@
+// Saving when it cannot work: a folder that refuses writing, a disk that fills up,
+// parts without content. The user gets a sentence; no part is lost and no partial
+// movie stays behind.
+
+#include "LumenvaleMedia/RecordingFiles.h"
+#include "PartMaker.h"
+#include "Probe.h"
+
+#include <csignal>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace lumenvale {
+namespace {
+
+const LocalDateTime date{2025, 3, 4, 17, 5, 9};
+
+std::size_t entries(const std::filesystem::path& folder) {
+    return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(folder),
+                                                  std::filesystem::directory_iterator()));
+}
+
+// A folder on a small file system of its own (root only: mounting is a privilege).
+class SmallDisk {
+  public:
+    SmallDisk(const std::filesystem::path& folder, const std::string& options) : folder_(folder) {
+        std::filesystem::create_directories(folder);
+        mounted_ = ::mount("tmpfs", folder.c_str(), "tmpfs", 0, options.c_str()) == 0;
+    }
+    ~SmallDisk() {
+        if (mounted_) {
+            ::umount2(folder_.c_str(), MNT_DETACH);
+        }
+    }
+    bool mounted() const { return mounted_; }
+
+  private:
+    std::filesystem::path folder_;
+    bool mounted_ = false;
+};
+
+class SaveFailureTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        testing::makeRecording(temp_ / "recording.mp4", 320, 240, 3);
+        parts_ = testing::splitIntoParts(temp_ / "recording.mp4", temp_.path(), {1.5});
+    }
+
+    void expectPartsKept() const {
+        for (const auto& part : parts_) {
+            EXPECT_TRUE(std::filesystem::exists(part)) << part;
+        }
+    }
+
+    testing::TemporaryFolder temp_;
+    std::vector<std::filesystem::path> parts_;
+};
+
+TEST_F(SaveFailureTest, AFolderThatRefusesWritingGivesASentenceAndKeepsTheParts) {
+    const auto folder = temp_ / "locked";
+    std::filesystem::create_directories(folder);
+    std::optional<SmallDisk> readOnly;
+    if (::geteuid() == 0) {
+        readOnly.emplace(folder, "ro,size=1m"); // root writes through permissions
+        if (!readOnly->mounted()) {
+            GTEST_SKIP() << "cannot mount a read-only folder here";
+        }
+    } else {
+        std::filesystem::permissions(folder, std::filesystem::perms::owner_read |
+                                                 std::filesystem::perms::owner_exec);
+    }
+    const std::string reason = ::geteuid() == 0 ? "Read-only file system" : "Permission denied";
+
+    for (const auto& [target, sentence] :
+         {std::pair{folder, "Lumenvale can’t write to the folder “" + folder.string() +
+                                "”: " + reason + "."},
+          std::pair{folder / "Movies", "Lumenvale can’t create the folder “" +
+                                           (folder / "Movies").string() + "”: " + reason + "."}}) {
+        try {
+            RecordingFiles::save(parts_, target, date);
+            ADD_FAILURE() << "saved into " << target;
+        } catch (const MediaError& error) {
+            EXPECT_EQ(error.what(), sentence);
+            EXPECT_FALSE(error.recError.has_value());
+        }
+        expectPartsKept();
+    }
+    EXPECT_EQ(entries(folder), 0u);
+    std::error_code ignored; // (a read-only mount refuses this too)
+    std::filesystem::permissions(folder, std::filesystem::perms::owner_all, ignored);
+}
+
+TEST_F(SaveFailureTest, AFullDiskGivesASentenceRemovesThePartialMovieAndKeepsTheParts) {
+    const auto folder = temp_ / "small";
+    SmallDisk disk(folder, "size=64k");
+    if (!disk.mounted()) {
+        GTEST_SKIP() << "cannot mount a small file system here";
+    }
+    try {
+        RecordingFiles::save(parts_, folder, date);
+        ADD_FAILURE() << "saved onto a full disk";
+    } catch (const MediaError& error) {
+        EXPECT_EQ(error.what(),
+                  "There isn’t enough space on the disk to save the movie in the folder “" +
+                      folder.string() + "”.");
+    }
+    expectPartsKept();
+    EXPECT_EQ(entries(folder), 0u) << "the partial movie is removed";
+}
+
+TEST_F(SaveFailureTest, AFileSizeLimitStopsTheSaveCleanly) {
+    const auto folder = temp_ / "limited";
+    rlimit previous{};
+    ::getrlimit(RLIMIT_FSIZE, &previous);
+    const auto previousSignal = std::signal(SIGXFSZ, SIG_IGN);
+    rlimit limited = previous;
+    limited.rlim_cur = 100 * 1024;
+    ::setrlimit(RLIMIT_FSIZE, &limited);
+    std::string message;
+    try {
+        RecordingFiles::save(parts_, folder, date);
+    } catch (const MediaError& error) {
+        message = error.what();
+    }
+    ::setrlimit(RLIMIT_FSIZE, &previous);
+    std::signal(SIGXFSZ, previousSignal);
+
+    EXPECT_EQ(message,
+              "The movie is too large for the disk of the folder “" + folder.string() + "”.");
+    expectPartsKept();
+    EXPECT_EQ(entries(folder), 0u);
+}
+
+TEST_F(SaveFailureTest, PartsWithoutContentAreLeftOutAndNotMoviesAreNeverRemoved) {
+    // A part whose writer stopped before its first fragment: header, no samples.
+    const auto empty = temp_ / "Lumenvale-EMPTY.mp4";
+    std::filesystem::copy_file(parts_[0], empty);
+    std::uintmax_t headerBytes = 0;
+    {
+        std::ifstream file(empty, std::ios::binary);
+        for (const std::string& box : testing::topLevelBoxes(empty)) {
+            if (box == "moof") {
+                break;
+            }
+            unsigned char size[4] = {};
+            file.seekg(static_cast<std::streamoff>(headerBytes));
+            file.read(reinterpret_cast<char*>(size), 4);
+            headerBytes += (std::uintmax_t(size[0]) << 24) | (std::uintmax_t(size[1]) << 16) |
+                           (std::uintmax_t(size[2]) << 8) | size[3];
+        }
+    }
+    std::filesystem::resize_file(empty, headerBytes);
+    const auto notAMovie = temp_ / "Lumenvale-TEXT.mp4";
+    std::ofstream(notAMovie) << "not a movie";
+
+    for (const auto& nothing : {std::vector<std::filesystem::path>{},
+                                std::vector<std::filesystem::path>{empty, notAMovie}}) {
+        try {
+            RecordingFiles::save(nothing, temp_ / "out", date);
+            ADD_FAILURE() << "saved nothing";
+        } catch (const MediaError& error) {
+            EXPECT_EQ(error.recError, RecError::nothingRecorded);
+            EXPECT_STREQ(error.what(), "Nothing was recorded.");
+        }
+    }
+    EXPECT_TRUE(std::filesystem::exists(empty));
+    EXPECT_FALSE(std::filesystem::exists(temp_ / "out")) << "no folder made for nothing";
+
+    const Recording saved =
+        RecordingFiles::save({empty, parts_[0], notAMovie, parts_[1]}, temp_ / "out", date);
+    EXPECT_EQ(saved.partDurations.size(), 2u);
+    EXPECT_NEAR(saved.durationSeconds, 3.0, 1.0 / 30);
+    EXPECT_FALSE(std::filesystem::exists(empty)) << "an empty part of a saved recording goes";
+    EXPECT_TRUE(std::filesystem::exists(notAMovie)) << "a file that is not a movie stays";
+}
+
+} // namespace
+} // namespace lumenvale
