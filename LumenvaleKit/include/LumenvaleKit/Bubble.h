@@ -11,9 +11,9 @@ namespace lumenvale::Bubble {
 inline constexpr double small = 140;
 inline constexpr double medium = 200;
 inline constexpr double large = 300;
-inline constexpr double minDiameter = 96;  // lower end of the absolute range
-inline constexpr double maxLimit = 480;    // upper end of the absolute range
-inline constexpr double inset = 32;        // a new bubble's distance from the area's edges
+inline constexpr double minDiameter = 96; // lower end of the absolute range
+inline constexpr double maxLimit = 480;   // upper end of the absolute range
+inline constexpr double inset = 32;       // a new bubble's distance from the area's edges
 
 // 0.4 x the area's smaller side, at most 480, then at least 96.
 double maxDiameter(const Rect& area);

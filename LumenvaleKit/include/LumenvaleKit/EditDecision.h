@@ -44,8 +44,8 @@ struct EditDecision {
     double sourceDuration = 0;
     std::vector<Clip> clips;
     double speed = 1;
-    std::optional<Rect> crop;           // fractions of the picture, origin top-left
-    std::map<int, double> volumes;      // track number -> gain; no entry = 1
+    std::optional<Rect> crop;      // fractions of the picture, origin top-left
+    std::map<int, double> volumes; // track number -> gain; no entry = 1
 
     EditDecision() = default;
     // One clip over the whole source, speed 1, no crop, no volumes.
@@ -81,10 +81,16 @@ struct EditDecision {
     friend bool operator==(const EditDecision&, const EditDecision&) = default;
 };
 
-// The JSON object {"sourceDuration", "clips", "speed", "crop"?, "volumes"} in that order.
+// The JSON object {"sourceDuration", "clips", "speed", "crop"?, "volumes"} in that order;
+// clip ids in upper-case text form, volume track numbers as decimal strings. Numbers are
+// written so that decoding gives them back exactly; a non-finite number (which JSON
+// cannot hold) is written as null, so such an edit does not decode again.
 std::string encode(const EditDecision& edit);
 // "sourceDuration", "clips", "speed" and "volumes" are required; a missing or null
-// "crop" means no crop. Values are not range-checked.
+// "crop" means no crop. Values are not range-checked. Fails on anything else that does
+// not match: wrong types, a rectangle that is not [[x, y], [width, height]], a clip id
+// that is not a UUID, a track number that is not a plain decimal int ("1", "-2").
+// Never throws. Any thread.
 Result<EditDecision> decodeEditDecision(std::string_view json);
 
 namespace GIFPlan {

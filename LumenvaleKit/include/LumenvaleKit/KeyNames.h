@@ -22,6 +22,9 @@ const std::set<std::int64_t>& functionKeys();
 
 // The glyph form: mods.symbols() followed by the key name ("⌃⇧R", "⌘F5", "F5").
 // The key name is the special name, else the character upper-cased, else "?".
+// Upper-casing covers the letters keyboard layouts print: ASCII, Latin-1 (ß becomes
+// "SS", ÿ becomes Ÿ), Latin Extended-A, basic Greek (with tonos; ς becomes Σ) and
+// Cyrillic; any other character, and bytes that are not UTF-8, are shown as given.
 std::string display(std::int64_t keyCode, Mods mods, const std::optional<std::string>& character);
 
 // The Linux form shown in the application: "Ctrl+Alt+Shift+Super+R". Special keys

@@ -28,7 +28,9 @@ struct Mods {
     }
 
     constexpr bool isEmpty() const { return rawValue == 0; }
-    constexpr bool contains(Mods other) const { return (rawValue & other.rawValue) == other.rawValue; }
+    constexpr bool contains(Mods other) const {
+        return (rawValue & other.rawValue) == other.rawValue;
+    }
     constexpr bool isSubset(Mods of) const { return of.contains(*this); }
     constexpr bool isSuperset(Mods of) const { return contains(of); }
     constexpr bool isDisjoint(Mods with) const { return (rawValue & with.rawValue) == 0; }

@@ -23,9 +23,9 @@ struct RecordingOptions {
     bool microphone = false;
     std::optional<std::string> microphoneID; // source name; absent = default source
     bool camera = false;
-    double bubbleDiameter = 200;             // points
-    std::optional<Rect> bubbleFrame;         // points, desktop coordinates
-    std::optional<std::string> folderPath;   // absent = default save folder
+    double bubbleDiameter = 200;           // points
+    std::optional<Rect> bubbleFrame;       // points, desktop coordinates
+    std::optional<std::string> folderPath; // absent = default save folder
 
     friend bool operator==(const RecordingOptions&, const RecordingOptions&) = default;
 };
@@ -35,8 +35,10 @@ struct RecordingOptions {
 std::string encode(const RecordingOptions& options);
 
 // Starts from the defaults; every key is read if present (missing or null keeps
-// the default). A wrong type or an unknown codec fails the whole decoding.
-// Values are not range-checked.
+// the default). A wrong type or an unknown codec fails the whole decoding: "fps" must
+// be an integer (a whole float such as 30.0 counts, 29.97 does not), "bubbleDiameter"
+// any number, the Booleans true or false. Values are not range-checked. Never throws.
+// A non-finite "bubbleDiameter" is written as null, which reads back as the default.
 Result<RecordingOptions> decodeRecordingOptions(std::string_view json);
 
 } // namespace lumenvale

@@ -11,7 +11,8 @@ namespace lumenvale::ScreenGeometry {
 //   capture's source rectangle relative to one display's top-left corner).
 
 // An area in desktop space made relative to the top-left corner of the screen that
-// holds it, y down: the source rectangle handed to the capture.
+// holds it, y down: the source rectangle handed to the capture. An area with a
+// negative width or height is read, and returned, in its standardised form.
 Rect sourceRect(const Rect& area, const Rect& screen);
 
 // A rectangle in window-list space moved into desktop space, given the main

@@ -20,7 +20,8 @@ struct Combo {
 
 // {"keyCode": <integer>, "mods": <integer raw value>}.
 std::string encode(const Combo& combo);
-// Both keys required, both integers; anything else fails.
+// Both keys required, both integers (a whole float such as 5.0 counts); anything
+// else fails. Never throws.
 Result<Combo> decodeCombo(std::string_view json);
 
 // The four actions a shortcut can trigger, in this order. The position in the
