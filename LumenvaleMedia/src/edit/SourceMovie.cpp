@@ -93,7 +93,7 @@ SourceMovie openSourceMovie(const std::filesystem::path& path) {
 }
 
 TimeRange trackRange(const SourceMovie& movie, int streamIndex) {
-    const AVStream* stream = movie.stream(streamIndex);
+    AVStream* stream = movie.stream(streamIndex);
     TimeRange range;
     if (stream->start_time != AV_NOPTS_VALUE) {
         range.start = ff::seconds(stream->start_time, stream->time_base);
@@ -104,6 +104,18 @@ TimeRange trackRange(const SourceMovie& movie, int streamIndex) {
         range.end = ff::seconds(movie.input->duration, AV_TIME_BASE_Q);
     } else {
         range.end = range.start;
+    }
+    // A picture track lasts at least until its last frame has been shown for one frame
+    // time, even when the file gives that frame no duration of its own.
+    const int entries = avformat_index_get_entries_count(stream);
+    const AVRational rate = stream->avg_frame_rate;
+    if (stream->codecpar->codec_type == AVMEDIA_TYPE_VIDEO && entries > 0 && rate.num > 0 &&
+        rate.den > 0) {
+        const AVIndexEntry* last = avformat_index_get_entry(stream, entries - 1);
+        if (last != nullptr && last->timestamp != AV_NOPTS_VALUE) {
+            range.end = std::max(range.end, ff::seconds(last->timestamp, stream->time_base) +
+                                                1 / av_q2d(rate));
+        }
     }
     return range;
 }
