@@ -1,0 +1,126 @@
+// The picture of a cut-only export: exactly the chosen frames, copied byte for byte
+// except from each cut to the next keyframe, under the source's one sample description.
+
+#include "LumenvaleMedia/EditRenderer.h"
+#include "PassthroughMovies.h"
+#include "Probe.h"
+
+#include <gtest/gtest.h>
+#include <memory>
+#include <set>
+
+namespace lumenvale {
+namespace {
+
+using namespace edittest;
+using testing::TemporaryFolder;
+
+// Keyframes of the test movies fall every 2 s (0, 2, 4). The second clip continues the
+// first (a split without a delete: no cut there); the others start between keyframes.
+const std::vector<std::pair<double, double>> cutRanges = {
+    {0, 0.5}, {0.5, 1}, {1.5, 2.7}, {3.1, 5.2}, {5.5, 6}};
+
+class PassthroughFramesTest : public ::testing::TestWithParam<Codec> {
+  protected:
+    static void SetUpTestSuite() {
+        folder_ = std::make_unique<TemporaryFolder>();
+        for (Codec codec : allCodecs) {
+            makeRecordingLikeMovie(source(codec), codec, 6, {{"sine=frequency=440", ""}});
+        }
+    }
+    static void TearDownTestSuite() { folder_.reset(); }
+    static std::filesystem::path source(Codec codec) {
+        return *folder_ / ("recording-" + std::string(rawValue(codec)) + ".mp4");
+    }
+    static std::unique_ptr<TemporaryFolder> folder_;
+};
+
+std::unique_ptr<TemporaryFolder> PassthroughFramesTest::folder_;
+
+// The output frames that cannot be copies: from each cut whose first frame is not a
+// keyframe up to the next keyframe of the source.
+std::set<std::size_t> framesAfterCutsBeforeKeyframes(const std::vector<ExpectedFrame>& frames,
+                                                     const std::vector<PacketSum>& source) {
+    std::set<std::size_t> encoded;
+    bool inHead = false;
+    for (std::size_t i = 0; i < frames.size(); ++i) {
+        const std::size_t j = frames[i].sourceIndex;
+        const bool cut = i == 0 || j != frames[i - 1].sourceIndex + 1;
+        if (source[j].keyframe) {
+            inHead = false;
+        } else if (cut) {
+            inHead = true;
+        }
+        if (inHead) {
+            encoded.insert(i);
+        }
+    }
+    return encoded;
+}
+
+TEST_P(PassthroughFramesTest, ShowsTheChosenFramesAndCopiesAllButTheCutHeads) {
+    const Codec codec = GetParam();
+    TemporaryFolder folder;
+    const auto output = folder / "edited.mp4";
+    const EditDecision edit = editKeeping(6, cutRanges);
+    int statusReports = 0;
+    EditRenderer::exportMovie(
+        source(codec), edit, codec, output, [](double) {}, nullptr,
+        [&](const std::string&) { ++statusReports; });
+    EXPECT_EQ(statusReports, 0) << "a Lumenvale recording is never encoded in full";
+
+    const auto sourcePackets = videoPackets(source(codec));
+    const auto outputPackets = videoPackets(output);
+    std::vector<double> sourceTimes;
+    for (const auto& packet : sourcePackets) {
+        sourceTimes.push_back(packet.timeSeconds);
+    }
+    const auto expected = expectedFrames(edit, sourceTimes);
+    const auto encoded = framesAfterCutsBeforeKeyframes(expected, sourcePackets);
+    ASSERT_EQ(outputPackets.size(), expected.size());
+    ASSERT_EQ(encoded.size(), 15U + 27U + 15U) << "heads at 1.5 s, 3.1 s and 5.5 s";
+
+    const auto sourceFrames = lumaFrames(source(codec));
+    const auto outputFrames = lumaFrames(output);
+    ASSERT_EQ(outputFrames.size(), expected.size());
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+        const std::size_t j = expected[i].sourceIndex;
+        EXPECT_NEAR(outputPackets[i].timeSeconds, expected[i].outputSeconds, 1e-5) << "frame " << i;
+        if (encoded.count(i) == 0) {
+            EXPECT_EQ(outputPackets[i].md5, sourcePackets[j].md5) << "copied frame " << i;
+            EXPECT_EQ(outputFrames[i], sourceFrames[j]) << "copied frame " << i;
+            continue;
+        }
+        EXPECT_NE(outputPackets[i].md5, sourcePackets[j].md5) << "encoded frame " << i;
+        EXPECT_EQ(outputPackets[i].keyframe, encoded.count(i - 1) == 0) << "frame " << i;
+        // Encoded again, the frame is still the chosen one: nearer to it than to any
+        // neighbour, and close in picture quality.
+        const double chosen = psnr(outputFrames[i], sourceFrames[j]);
+        EXPECT_GT(chosen, 30) << "encoded frame " << i;
+        for (std::size_t k = j > 2 ? j - 2 : 0; k <= j + 2 && k < sourceFrames.size(); ++k) {
+            if (k != j) {
+                EXPECT_GT(chosen, psnr(outputFrames[i], sourceFrames[k])) << "frame " << i;
+            }
+        }
+    }
+
+    // One sample description with the source's own parameter sets, a plain timeline.
+    EXPECT_EQ(extradataOf(output, 0), extradataOf(source(codec), 0));
+    EXPECT_EQ(traceCount(output, codec == Codec::h264 ? "type:'avcC'" : "type:'hvcC'"), 1);
+    EXPECT_EQ(traceCount(output, "edit_count = 1"), 2);
+    EXPECT_EQ(traceCount(output, "edit_count ="), 2);
+    const auto info = testing::probe(output);
+    ASSERT_EQ(info.ofType("video").size(), 1U);
+    EXPECT_NEAR(info.ofType("video")[0].durationSeconds, edit.outputDuration(), 1e-3);
+    EXPECT_EQ(info.ofType("video")[0].codecTag, fourCC(codec));
+    EXPECT_NO_THROW(
+        testing::run("ffmpeg -v error -xerror -i " + testing::quoted(output) + " -f null -"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Codecs, PassthroughFramesTest, ::testing::ValuesIn(allCodecs),
+                         [](const auto& parameter) {
+                             return std::string(rawValue(parameter.param));
+                         });
+
+} // namespace
+} // namespace lumenvale

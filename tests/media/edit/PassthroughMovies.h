@@ -1,0 +1,66 @@
+#pragma once
+
+// Test support for the cut-only export: source movies made the way Lumenvale records,
+// and what an exported movie really holds, read back with ffmpeg / ffprobe.
+
+#include "LumenvaleKit/Codec.h"
+#include "LumenvaleKit/EditDecision.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace lumenvale::edittest {
+
+constexpr int movieWidth = 320;
+constexpr int movieHeight = 240;
+constexpr int movieRate = 30;
+
+struct SoundTrack {
+    std::string lavfiSource; // e.g. "sine=frequency=440"
+    std::string name;        // title and handler name; empty for none
+};
+
+// A movie encoded as Lumenvale records it: the picture (testsrc2 with a frame
+// counter, 320 x 240, 30 frames a second) by the recording's own encoder settings,
+// one AAC track per entry of `sound` (48 kHz, made by the ffmpeg command line).
+void makeRecordingLikeMovie(const std::filesystem::path& movie, Codec codec, double seconds,
+                            const std::vector<SoundTrack>& sound);
+
+// One coded video packet: its presentation time, whether it is a keyframe, and the MD5
+// of its bytes.
+struct PacketSum {
+    double timeSeconds = 0;
+    bool keyframe = false;
+    std::string md5;
+};
+std::vector<PacketSum> videoPackets(const std::filesystem::path& movie);
+
+// Every decoded frame of the first video stream as 8-bit luma, in presentation order.
+std::vector<std::string> lumaFrames(const std::filesystem::path& movie);
+
+// Peak signal-to-noise ratio of two luma frames in dB (large when nearly equal).
+double psnr(const std::string& first, const std::string& second);
+
+// The source frames an export of `edit` must show, in output order: for every clip the
+// frame shown at its start through the last frame that begins before its end, with
+// the output time it must have. `sourceTimes` are the source's frame times.
+struct ExpectedFrame {
+    std::size_t sourceIndex = 0;
+    double outputSeconds = 0;
+    std::size_t clipIndex = 0;
+};
+std::vector<ExpectedFrame> expectedFrames(const EditDecision& edit,
+                                          const std::vector<double>& sourceTimes);
+
+// An edit of a `seconds` long movie keeping the given source ranges in order.
+EditDecision editKeeping(double seconds, const std::vector<std::pair<double, double>>& ranges);
+
+// Lines of `ffprobe -v trace` on the file that contain `text`.
+int traceCount(const std::filesystem::path& movie, const std::string& text);
+
+// The codec extradata (parameter sets) of a stream, read with libavformat.
+std::string extradataOf(const std::filesystem::path& movie, int streamIndex);
+
+} // namespace lumenvale::edittest
