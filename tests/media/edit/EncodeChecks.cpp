@@ -1,0 +1,137 @@
+#include "EncodeChecks.h"
+
+#include <cmath>
+#include <cstring>
+#include <sstream>
+#include <stdexcept>
+
+namespace lumenvale::testing {
+namespace {
+
+std::pair<int, int> pictureSize(const std::filesystem::path& movie) {
+    const std::string text = run("ffprobe -v error -select_streams v:0 -show_entries "
+                                 "stream=width,height -of csv=p=0 " +
+                                 quoted(movie));
+    int width = 0;
+    int height = 0;
+    char comma = 0;
+    std::istringstream(text) >> width >> comma >> height;
+    return {width, height};
+}
+
+RgbPicture pictureFrom(const std::string& bytes, int width, int height, std::size_t offset) {
+    RgbPicture picture{width, height, {}};
+    const auto size = static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 3;
+    picture.rgb.assign(bytes.begin() + static_cast<std::ptrdiff_t>(offset),
+                       bytes.begin() + static_cast<std::ptrdiff_t>(offset + size));
+    return picture;
+}
+
+} // namespace
+
+std::vector<double> RgbPicture::meanColour() const {
+    std::vector<double> sums(3, 0.0);
+    for (std::size_t i = 0; i < rgb.size(); ++i) {
+        sums[i % 3] += rgb[i];
+    }
+    const double pixels = static_cast<double>(rgb.size() / 3);
+    for (double& sum : sums) {
+        sum /= pixels;
+    }
+    return sums;
+}
+
+std::vector<RgbPicture> decodePictures(const std::filesystem::path& movie) {
+    const auto [width, height] = pictureSize(movie);
+    const std::string bytes =
+        run("ffmpeg -v error -i " + quoted(movie) + " -map 0:v:0 -f rawvideo -pix_fmt rgb24 -");
+    const auto size = static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 3;
+    std::vector<RgbPicture> pictures;
+    for (std::size_t offset = 0; size > 0 && offset + size <= bytes.size(); offset += size) {
+        pictures.push_back(pictureFrom(bytes, width, height, offset));
+    }
+    return pictures;
+}
+
+RgbPicture pictureAt(const std::filesystem::path& movie, double seconds,
+                     const std::optional<PictureArea>& crop) {
+    auto [width, height] = pictureSize(movie);
+    std::string filter;
+    if (crop) {
+        filter = " -vf crop=" + std::to_string(crop->width) + ":" + std::to_string(crop->height) +
+                 ":" + std::to_string(crop->x) + ":" + std::to_string(crop->y);
+        width = crop->width;
+        height = crop->height;
+    }
+    const std::string bytes =
+        run("ffmpeg -v error -ss " + std::to_string(seconds) + " -i " + quoted(movie) + filter +
+            " -frames:v 1 -f rawvideo -pix_fmt rgb24 -");
+    const auto expected = static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 3;
+    if (bytes.size() < expected || expected == 0) {
+        throw std::runtime_error("no picture at " + std::to_string(seconds) + " s");
+    }
+    return pictureFrom(bytes, width, height, 0);
+}
+
+double psnr(const RgbPicture& a, const RgbPicture& b) {
+    if (a.rgb.size() != b.rgb.size() || a.rgb.empty()) {
+        throw std::runtime_error("pictures of different sizes");
+    }
+    double sum = 0;
+    for (std::size_t i = 0; i < a.rgb.size(); ++i) {
+        const double d = static_cast<double>(a.rgb[i]) - b.rgb[i];
+        sum += d * d;
+    }
+    const double mse = sum / static_cast<double>(a.rgb.size());
+    return mse == 0 ? 99.0 : 10.0 * std::log10(255.0 * 255.0 / mse);
+}
+
+void makeNumberedMovie(const std::filesystem::path& movie, double seconds, int framesPerSecond,
+                       int width, int height) {
+    // Frame n: red 16 x (n mod 16), green 16 x (n / 16 mod 16), blue 32 + 16 x (n / 256).
+    makeMovie(movie, "-f lavfi -i \"nullsrc=s=" + std::to_string(width) + "x" +
+                         std::to_string(height) + ":r=" + std::to_string(framesPerSecond) +
+                         ",format=gbrp,geq=r='16*mod(N\\,16)':g='16*mod(floor(N/16)\\,16)':"
+                         "b='32+16*floor(N/256)'\" -t " +
+                         std::to_string(seconds) +
+                         " -c:v libx264 -preset veryfast -crf 12 -pix_fmt yuv420p");
+}
+
+int frameNumberOf(const std::vector<double>& colour) {
+    const auto step = [](double value) {
+        return static_cast<int>(std::lround(value / 16.0));
+    };
+    return step(colour[0]) + 16 * step(colour[1]) + 256 * step(colour[2] - 32.0);
+}
+
+std::vector<float> audioSamples(const std::filesystem::path& movie, int audioStream,
+                                double startSeconds, double durationSeconds) {
+    const std::string bytes =
+        run("ffmpeg -v error -ss " + std::to_string(startSeconds) + " -t " +
+            std::to_string(durationSeconds) + " -i " + quoted(movie) +
+            " -map 0:a:" + std::to_string(audioStream) + " -ac 1 -f f32le -acodec pcm_f32le -");
+    std::vector<float> samples(bytes.size() / sizeof(float));
+    std::memcpy(samples.data(), bytes.data(), samples.size() * sizeof(float));
+    return samples;
+}
+
+double toneFrequency(const std::vector<float>& samples, int sampleRate) {
+    std::size_t first = 0;
+    std::size_t last = 0;
+    int crossings = 0;
+    for (std::size_t i = 1; i < samples.size(); ++i) {
+        if (samples[i - 1] < 0 && samples[i] >= 0) {
+            if (crossings == 0) {
+                first = i;
+            }
+            last = i;
+            ++crossings;
+        }
+    }
+    if (crossings < 2) {
+        return 0;
+    }
+    return (crossings - 1) * static_cast<double>(sampleRate) / static_cast<double>(last - first);
+}
+
+} // namespace lumenvale::testing

@@ -1,0 +1,56 @@
+#pragma once
+
+// Checks shared by the tests of the re-encoding export, the GIF export and the
+// thumbnails: pictures and sound decoded by the ffmpeg command line, independently
+// of the code under test, and the test movies they are made from.
+
+#include "Probe.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace lumenvale::testing {
+
+// A picture as 8-bit RGB, rows top first.
+struct RgbPicture {
+    int width = 0;
+    int height = 0;
+    std::vector<std::uint8_t> rgb;
+
+    // The mean colour of the picture.
+    std::vector<double> meanColour() const;
+};
+
+// Every picture of the first video stream, decoded by ffmpeg, in presentation order.
+std::vector<RgbPicture> decodePictures(const std::filesystem::path& movie);
+struct PictureArea {
+    int x = 0;
+    int y = 0;
+    int width = 0;
+    int height = 0;
+};
+// The picture shown at `seconds` (ffmpeg's accurate seek), optionally only `crop` of it.
+RgbPicture pictureAt(const std::filesystem::path& movie, double seconds,
+                     const std::optional<PictureArea>& crop = std::nullopt);
+
+// Peak signal-to-noise ratio in dB of two pictures of equal size.
+double psnr(const RgbPicture& a, const RgbPicture& b);
+
+// A movie whose every frame is one flat colour that encodes its frame number (see
+// frameNumberOf), `seconds` long at `framesPerSecond`, `width` x `height`.
+void makeNumberedMovie(const std::filesystem::path& movie, double seconds, int framesPerSecond,
+                       int width, int height);
+// The frame number a flat colour of makeNumberedMovie stands for.
+int frameNumberOf(const std::vector<double>& colour);
+
+// Mono samples (channels averaged) of one audio stream (index among the audio
+// streams), decoded by ffmpeg, from `startSeconds` for `durationSeconds`.
+std::vector<float> audioSamples(const std::filesystem::path& movie, int audioStream,
+                                double startSeconds, double durationSeconds);
+// The frequency of a pure tone in Hz, from its rising zero crossings.
+double toneFrequency(const std::vector<float>& samples, int sampleRate);
+
+} // namespace lumenvale::testing
