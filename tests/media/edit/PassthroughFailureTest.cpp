@@ -1,0 +1,108 @@
+// A cut-only export that cannot finish says why in a sentence and leaves nothing
+// behind; one that finishes reports its progress up to 1.
+
+#include "LumenvaleMedia/EditRenderer.h"
+#include "LumenvaleMedia/MediaError.h"
+#include "PassthroughMovies.h"
+#include "Probe.h"
+
+#include <atomic>
+#include <fstream>
+#include <functional>
+#include <gtest/gtest.h>
+#include <memory>
+#include <unistd.h>
+
+namespace lumenvale {
+namespace {
+
+using namespace edittest;
+using testing::TemporaryFolder;
+
+class PassthroughFailureTest : public ::testing::Test {
+  protected:
+    static void SetUpTestSuite() {
+        folder_ = std::make_unique<TemporaryFolder>();
+        makeRecordingLikeMovie(recording(), Codec::h264, 4, {{"sine=frequency=440", ""}});
+    }
+    static void TearDownTestSuite() { folder_.reset(); }
+    static std::filesystem::path recording() { return *folder_ / "recording.mp4"; }
+    static std::unique_ptr<TemporaryFolder> folder_;
+};
+
+std::unique_ptr<TemporaryFolder> PassthroughFailureTest::folder_;
+
+std::vector<std::filesystem::path> contents(const std::filesystem::path& folder) {
+    std::vector<std::filesystem::path> names;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(folder)) {
+        names.push_back(entry.path().lexically_relative(folder));
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+TEST_F(PassthroughFailureTest, FailsWithASentenceAndLeavesNothingBehind) {
+    TemporaryFolder folder;
+    std::ofstream(folder / "notes.txt") << "not a folder";
+    std::ofstream(folder / "notes.mp4") << "not a movie";
+    std::filesystem::create_directory(folder / "locked");
+    std::filesystem::permissions(folder / "locked", std::filesystem::perms::owner_read |
+                                                        std::filesystem::perms::owner_exec);
+    const auto before = contents(folder.path());
+    const EditDecision cut = editKeeping(4, {{0.5, 1.5}, {2.5, 3.5}});
+    std::atomic<bool> cancel{false};
+
+    struct Row {
+        std::string what;
+        std::filesystem::path source;
+        std::filesystem::path destination;
+        std::string sentence; // part of the message
+        std::function<void(double)> progress = [](double) {
+        };
+    };
+    std::vector<Row> rows = {
+        {"destination inside a file", recording(), folder / "notes.txt" / "edited.mp4",
+         "Couldn’t write “edited.mp4”"},
+        {"destination folder missing", recording(), folder / "gone" / "edited.mp4",
+         "Couldn’t write “edited.mp4”"},
+        {"source not a movie", folder / "notes.mp4", folder / "edited.mp4",
+         "“notes.mp4” is not a movie"},
+        {"cancelled halfway", recording(), folder / "edited.mp4", "The export was cancelled.",
+         [&](double fraction) {
+             cancel = cancel || fraction > 0.3;
+         }},
+    };
+    if (geteuid() != 0) { // permissions do not stop root
+        rows.push_back({"read-only folder", recording(), folder / "locked" / "edited.mp4",
+                        "Couldn’t write “edited.mp4”"});
+    }
+    for (const Row& row : rows) {
+        cancel = false;
+        try {
+            EditRenderer::exportMovie(row.source, cut, Codec::h264, row.destination, row.progress,
+                                      &cancel);
+            ADD_FAILURE() << row.what << ": exported";
+        } catch (const MediaError& error) {
+            EXPECT_NE(std::string(error.what()).find(row.sentence), std::string::npos)
+                << row.what << ": " << error.what();
+        }
+        EXPECT_EQ(contents(folder.path()), before) << row.what;
+    }
+}
+
+TEST_F(PassthroughFailureTest, ReportsProgressUpToOne) {
+    TemporaryFolder folder;
+    std::vector<double> reports;
+    EditRenderer::exportMovie(recording(), editKeeping(4, {{0.2, 1.9}, {2.4, 3.8}}), Codec::h264,
+                              folder / "edited.mp4",
+                              [&](double fraction) { reports.push_back(fraction); });
+    ASSERT_GE(reports.size(), 10U);
+    EXPECT_GE(reports.front(), 0.0);
+    EXPECT_LT(reports.front(), 0.1);
+    EXPECT_TRUE(std::is_sorted(reports.begin(), reports.end()));
+    EXPECT_DOUBLE_EQ(reports.back(), 1.0);
+    EXPECT_LT(reports[reports.size() - 2], 1.0) << "1 only once the file is complete";
+}
+
+} // namespace
+} // namespace lumenvale
