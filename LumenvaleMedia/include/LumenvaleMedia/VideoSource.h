@@ -24,10 +24,18 @@ struct VideoFrame {
 };
 
 // Counters of a running source, read at any time from any thread.
+//
+// - delivered: frames handed to the handler, repeated ones included.
+// - dropped: frame numbers skipped because the source fell a whole frame interval
+//   or more behind its schedule; none of them reached the handler.
+// - repeated: due frames for which nothing could be read (the grab failed, or the
+//   target could not be read, such as a minimized window), so the previous
+//   picture (black before the first) was handed over again under the new number.
+//   A screen that simply did not change is not a repeat: it is captured afresh.
 struct CaptureStats {
-    std::int64_t delivered = 0; // frames handed to the handler
-    std::int64_t dropped = 0;   // due frames that could not be captured in time
-    std::int64_t repeated = 0;  // frames delivered again because nothing new was captured
+    std::int64_t delivered = 0;
+    std::int64_t dropped = 0;
+    std::int64_t repeated = 0;
 };
 
 // A source of paced video frames (the screen, an area or a window).

@@ -1,0 +1,213 @@
+#include "capture/CaptureLoop.h"
+
+#include "LumenvaleMedia/MediaError.h"
+#include "capture/DesktopGrabber.h"
+#include "capture/WindowGrabber.h"
+
+#include <pthread.h>
+#include <xcb/randr.h>
+
+namespace lumenvale::x11 {
+namespace {
+
+std::unique_ptr<Grabber> makeGrabber(const XConnection& connection, const CaptureRequest& request) {
+    if (const auto* window = std::get_if<CaptureWindow>(&request.target)) {
+        return std::make_unique<WindowGrabber>(connection, window->id);
+    }
+    // Desktop targets follow the displays and, with own windows hidden, the
+    // top-level windows: ask for their events before reading them.
+    if (connection.extensions().randr) {
+        xcb_randr_select_input(connection.get(), connection.root(),
+                               XCB_RANDR_NOTIFY_MASK_SCREEN_CHANGE |
+                                   XCB_RANDR_NOTIFY_MASK_CRTC_CHANGE |
+                                   XCB_RANDR_NOTIFY_MASK_OUTPUT_CHANGE);
+    }
+    if (request.ownWindows == OwnWindows::hidden) {
+        const std::uint32_t substructure = XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY;
+        xcb_change_window_attributes(connection.get(), connection.root(), XCB_CW_EVENT_MASK,
+                                     &substructure);
+    }
+    return std::make_unique<DesktopGrabber>(connection, request.target, request.ownWindows,
+                                            request.keptWindows);
+}
+
+void requireImageFormat(const XConnection& connection) {
+    const std::uint8_t depth = connection.screen()->root_depth;
+    if ((depth != 24 && depth != 32) || connection.bitsPerPixel(depth) != 32 ||
+        !connection.littleEndianImages()) {
+        throw MediaError("This display’s pixel format isn’t supported for recording.");
+    }
+}
+
+} // namespace
+
+CaptureLoop::CaptureLoop(const CaptureRequest& request) : request_(request), canvas_(request.size) {
+    requireImageFormat(connection_);
+    if (!connection_.extensions().shm) {
+        throw MediaError(
+            "Lumenvale can’t share memory with this display, so it can’t record the screen.");
+    }
+    grabber_ = makeGrabber(connection_, request_);
+    if (request_.showsPointer) {
+        pointer_.emplace(connection_);
+    }
+    if (request_.showsClicks) {
+        clicks_.emplace(connection_);
+    }
+    connection_.flush();
+    if (connection_.broken()) {
+        throw MediaError(RecError::displayGone);
+    }
+}
+
+CaptureLoop::~CaptureLoop() {
+    stop();
+}
+
+void CaptureLoop::start(VideoSource::FrameHandler onFrame, VideoSource::StoppedHandler onStopped) {
+    onFrame_ = std::move(onFrame);
+    onStopped_ = std::move(onStopped);
+    thread_ = std::thread([this] { run(); });
+}
+
+void CaptureLoop::stop() {
+    {
+        std::lock_guard lock(mutex_);
+        quit_ = true;
+    }
+    wake_.notify_all();
+    if (thread_.joinable() && thread_.get_id() != std::this_thread::get_id()) {
+        thread_.join();
+    }
+}
+
+CaptureStats CaptureLoop::stats() const {
+    return {delivered_.load(), dropped_.load(), repeated_.load()};
+}
+
+void CaptureLoop::run() {
+    pthread_setname_np(pthread_self(), "capture");
+    const FramePacer pacer(request_.fps, FramePacer::Clock::now());
+    std::int64_t index = 0;
+    for (;;) {
+        {
+            std::unique_lock lock(mutex_);
+            if (wake_.wait_until(lock, pacer.due(index), [this] { return quit_; })) {
+                return;
+            }
+        }
+        if (const std::optional<RecError> ended = makeFrame(index)) {
+            if (onStopped_) {
+                onStopped_(std::string(message(*ended)));
+            }
+            return;
+        }
+        const std::int64_t next = pacer.next(index, FramePacer::Clock::now());
+        dropped_ += next - index - 1;
+        index = next;
+    }
+}
+
+void CaptureLoop::drainEvents(int& presses) {
+    while (Event event{xcb_poll_for_event(connection_.get())}) {
+        if (event->response_type == 0) {
+            continue; // an error about a window that went away meanwhile
+        }
+        grabber_->observe(*event);
+        if (pointer_) {
+            pointer_->observe(*event);
+        }
+        if (clicks_ && clicks_->isPress(*event)) {
+            ++presses;
+        }
+    }
+}
+
+std::optional<RecError> CaptureLoop::makeFrame(std::int64_t index) {
+    const auto now = FramePacer::Clock::now();
+    int presses = 0;
+    drainEvents(presses);
+    if (connection_.broken()) {
+        return RecError::displayGone;
+    }
+    if (const std::optional<RecError> ended = grabber_->update(now)) {
+        return ended;
+    }
+
+    // Every request of the frame goes out together and is answered in one round trip.
+    const PixelSize source = grabber_->sourceSize();
+    const FitPlan plan = planFit(source, request_.size);
+    const bool wantsPointer = pointer_ || clicks_;
+    xcb_query_pointer_cookie_t pointerCookie{};
+    if (wantsPointer) {
+        pointerCookie = xcb_query_pointer(connection_.get(), connection_.root());
+    }
+    if (pointer_) {
+        pointer_->request();
+    }
+    const bool readable = source.width > 0 && source.height > 0;
+    if (readable) {
+        grabber_->request(plan.grab);
+    }
+    connection_.flush();
+    std::optional<SourceImage> image = readable ? grabber_->wait() : std::nullopt;
+    Reply<xcb_query_pointer_reply_t> position{
+        wantsPointer ? xcb_query_pointer_reply(connection_.get(), pointerCookie, nullptr)
+                     : nullptr};
+    if (pointer_) {
+        pointer_->wait();
+    }
+    if (connection_.broken()) {
+        return RecError::displayGone;
+    }
+
+    const bool pointerHere = position && position->same_screen != 0;
+    if (clicks_ && pointerHere) {
+        for (int press = 0; press < presses; ++press) {
+            clicks_->add(position->root_x, position->root_y, now);
+        }
+    }
+    if (!image) {
+        // Nothing new: the previous picture again (black before the first).
+        ++repeated_;
+        if (previous_ == Previous::direct && previousGeneration_ == grabber_->memoryGeneration()) {
+            deliver(previousDirect_, index, now);
+        } else {
+            deliver(canvas_.view(), index, now);
+        }
+        return std::nullopt;
+    }
+    if (clicks_) {
+        clicks_->draw(*image, now);
+    }
+    if (pointer_ && pointerHere) {
+        pointer_->draw(*image, position->root_x, position->root_y);
+    }
+    if (plan.mode == FitMode::direct) {
+        previous_ = Previous::direct;
+        previousDirect_ = *image;
+        previousGeneration_ = grabber_->memoryGeneration();
+        deliver(*image, index, now);
+    } else {
+        canvas_.paint(*image, plan);
+        previous_ = Previous::canvas;
+        deliver(canvas_.view(), index, now);
+    }
+    return std::nullopt;
+}
+
+void CaptureLoop::deliver(const SourceImage& image, std::int64_t index,
+                          FramePacer::Clock::time_point time) {
+    VideoFrame frame;
+    frame.bgra = image.bgra;
+    frame.strideBytes = image.strideBytes;
+    frame.size = request_.size;
+    frame.time = time.time_since_epoch();
+    frame.index = index;
+    if (onFrame_) {
+        onFrame_(frame);
+    }
+    ++delivered_;
+}
+
+} // namespace lumenvale::x11

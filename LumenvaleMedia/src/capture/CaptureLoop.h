@@ -1,0 +1,74 @@
+#pragma once
+
+// The capture thread: paces frames, reads the target, draws the pointer and the
+// clicks, fits the picture to the movie and hands it over. Internal to
+// LumenvaleMedia; CaptureX11 is its public face.
+
+#include "LumenvaleMedia/Capture.h"
+#include "LumenvaleMedia/VideoSource.h"
+#include "capture/ClickRings.h"
+#include "capture/FrameFit.h"
+#include "capture/FramePacer.h"
+#include "capture/Grabber.h"
+#include "capture/PointerOverlay.h"
+#include "capture/XConnection.h"
+
+#include <atomic>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <thread>
+
+namespace lumenvale::x11 {
+
+class CaptureLoop {
+  public:
+    // Connects and prepares everything for `request` on the calling thread; throws
+    // MediaError when the capture cannot run.
+    explicit CaptureLoop(const CaptureRequest& request);
+    // Stops the thread.
+    ~CaptureLoop();
+    CaptureLoop(const CaptureLoop&) = delete;
+    CaptureLoop& operator=(const CaptureLoop&) = delete;
+
+    void start(VideoSource::FrameHandler onFrame, VideoSource::StoppedHandler onStopped);
+    // Ends the thread and waits for it (unless called from it). Idempotent.
+    void stop();
+    CaptureStats stats() const;
+
+    // The grabber, for tests that look inside.
+    const Grabber& grabber() const { return *grabber_; }
+
+  private:
+    // What was handed over last, to hand over again when a frame cannot be read.
+    enum class Previous { none, direct, canvas };
+
+    void run();
+    // Makes frame `index`; returns the reason the capture ends, when it does.
+    std::optional<RecError> makeFrame(std::int64_t index);
+    void drainEvents(int& presses);
+    void deliver(const SourceImage& image, std::int64_t index, FramePacer::Clock::time_point time);
+
+    const CaptureRequest request_;
+    XConnection connection_;
+    std::unique_ptr<Grabber> grabber_;
+    std::optional<PointerOverlay> pointer_;
+    std::optional<ClickRings> clicks_;
+    MovieCanvas canvas_;
+    Previous previous_ = Previous::none;
+    SourceImage previousDirect_;
+    std::int64_t previousGeneration_ = 0;
+
+    VideoSource::FrameHandler onFrame_;
+    VideoSource::StoppedHandler onStopped_;
+    std::thread thread_;
+    std::mutex mutex_;
+    std::condition_variable wake_;
+    bool quit_ = false;
+    std::atomic<std::int64_t> delivered_{0};
+    std::atomic<std::int64_t> dropped_{0};
+    std::atomic<std::int64_t> repeated_{0};
+};
+
+} // namespace lumenvale::x11

@@ -1,0 +1,149 @@
+#include "capture/DesktopCompositor.h"
+
+#include "LumenvaleMedia/MediaError.h"
+#include "capture/XProperties.h"
+
+#include <xcb/composite.h>
+#include <xcb/shape.h>
+#include <xcb/xfixes.h>
+
+namespace lumenvale::x11 {
+namespace {
+
+xcb_void_cookie_t freePixmap(xcb_connection_t* c, std::uint32_t id) {
+    return xcb_free_pixmap(c, id);
+}
+xcb_void_cookie_t freePicture(xcb_connection_t* c, std::uint32_t id) {
+    return xcb_render_free_picture(c, id);
+}
+xcb_void_cookie_t destroyRegion(xcb_connection_t* c, std::uint32_t id) {
+    return xcb_xfixes_destroy_region(c, id);
+}
+
+const XConnection& requireCompositing(const XConnection& connection) {
+    if (!connection.extensions().composite || !connection.extensions().render) {
+        throw MediaError("This display can’t leave Lumenvale’s own windows out of the "
+                         "recording: it lacks the Composite or RENDER extension.");
+    }
+    return connection;
+}
+
+} // namespace
+
+DesktopCompositor::DesktopCompositor(const XConnection& connection)
+    : connection_(connection), formats_(requireCompositing(connection)) {
+    auto format = formats_.forVisual(connection.screen()->root_visual);
+    if (!format) {
+        throw MediaError("This display’s pixel format isn’t supported for recording.");
+    }
+    rootFormat_ = *format;
+}
+
+DesktopCompositor::~DesktopCompositor() {
+    if (redirected_) {
+        xcb_composite_unredirect_subwindows(connection_.get(), connection_.root(),
+                                            XCB_COMPOSITE_REDIRECT_AUTOMATIC);
+        connection_.flush();
+    }
+}
+
+void DesktopCompositor::prepare(const PixelRect& area) {
+    xcb_connection_t* c = connection_.get();
+    if (!redirected_) {
+        xcb_composite_redirect_subwindows(c, connection_.root(), XCB_COMPOSITE_REDIRECT_AUTOMATIC);
+        redirected_ = true;
+
+        const std::uint32_t clipByChildren = XCB_SUBWINDOW_MODE_CLIP_BY_CHILDREN;
+        const std::uint32_t picture = connection_.generateID();
+        xcb_render_create_picture(c, picture, connection_.root(), rootFormat_.id,
+                                  XCB_RENDER_CP_SUBWINDOW_MODE, &clipByChildren);
+        rootPicture_ = ServerResource(c, picture, freePicture);
+
+        auto wallpaper = propertyReply(
+            c, requestProperty(c, connection_.root(), connection_.atom(Atom::xrootpmapId), 1));
+        if (auto pixmap = firstWord(wallpaper.get()); pixmap && *pixmap != XCB_NONE) {
+            const std::uint32_t repeat = XCB_RENDER_REPEAT_NORMAL;
+            const std::uint32_t id = connection_.generateID();
+            xcb_render_create_picture(c, id, *pixmap, rootFormat_.id, XCB_RENDER_CP_REPEAT,
+                                      &repeat);
+            wallpaper_ = ServerResource(c, id, freePicture);
+        }
+    }
+    if (!target_ || targetWidth_ != area.width || targetHeight_ != area.height) {
+        targetPicture_.reset();
+        target_.reset();
+        const std::uint32_t pixmap = connection_.generateID();
+        xcb_create_pixmap(c, connection_.screen()->root_depth, pixmap, connection_.root(),
+                          static_cast<std::uint16_t>(area.width),
+                          static_cast<std::uint16_t>(area.height));
+        target_ = ServerResource(c, pixmap, freePixmap);
+        const std::uint32_t picture = connection_.generateID();
+        xcb_render_create_picture(c, picture, pixmap, rootFormat_.id, 0, nullptr);
+        targetPicture_ = ServerResource(c, picture, freePicture);
+        targetWidth_ = area.width;
+        targetHeight_ = area.height;
+    }
+}
+
+void DesktopCompositor::paintBackground(const PixelRect& area) {
+    xcb_connection_t* c = connection_.get();
+    const xcb_render_color_t black{0, 0, 0, 0xffff};
+    const xcb_rectangle_t whole{0, 0, static_cast<std::uint16_t>(area.width),
+                                static_cast<std::uint16_t>(area.height)};
+    xcb_render_fill_rectangles(c, XCB_RENDER_PICT_OP_SRC, targetPicture_.id(), black, 1, &whole);
+    // The wallpaper when the desktop publishes one; else what the root itself shows
+    // where no window covers it.
+    const std::uint32_t source = wallpaper_ ? wallpaper_.id() : rootPicture_.id();
+    xcb_render_composite(c, XCB_RENDER_PICT_OP_SRC, source, XCB_NONE, targetPicture_.id(),
+                         static_cast<std::int16_t>(area.x), static_cast<std::int16_t>(area.y), 0, 0,
+                         0, 0, whole.width, whole.height);
+}
+
+void DesktopCompositor::paintWindow(const TopLevel& window, const PixelRect& area) {
+    xcb_connection_t* c = connection_.get();
+    auto format = formats_.forVisual(window.visual);
+    if (!format) {
+        return;
+    }
+    const std::uint32_t pixmapID = connection_.generateID();
+    xcb_composite_name_window_pixmap(c, window.id, pixmapID);
+    ServerResource pixmap(c, pixmapID, freePixmap);
+    const std::uint32_t pictureID = connection_.generateID();
+    xcb_render_create_picture(c, pictureID, pixmapID, format->id, 0, nullptr);
+    ServerResource picture(c, pictureID, freePicture);
+
+    const auto left = static_cast<std::int16_t>(window.rect.x - area.x);
+    const auto top = static_cast<std::int16_t>(window.rect.y - area.y);
+    ServerResource outline;
+    if (window.shaped) {
+        // Outside its bounding shape the window's storage holds nothing meaningful.
+        const std::uint32_t regionID = connection_.generateID();
+        xcb_xfixes_create_region_from_window(c, regionID, window.id, XCB_SHAPE_SK_BOUNDING);
+        outline = ServerResource(c, regionID, destroyRegion);
+        xcb_xfixes_set_picture_clip_region(c, targetPicture_.id(), regionID,
+                                           static_cast<std::int16_t>(left + window.borderWidth),
+                                           static_cast<std::int16_t>(top + window.borderWidth));
+    }
+    xcb_render_composite(c, format->hasAlpha ? XCB_RENDER_PICT_OP_OVER : XCB_RENDER_PICT_OP_SRC,
+                         pictureID, XCB_NONE, targetPicture_.id(), 0, 0, 0, 0, left, top,
+                         static_cast<std::uint16_t>(window.rect.width),
+                         static_cast<std::uint16_t>(window.rect.height));
+    if (window.shaped) {
+        xcb_xfixes_set_picture_clip_region(c, targetPicture_.id(), XCB_NONE, 0, 0);
+    }
+}
+
+xcb_pixmap_t DesktopCompositor::compose(const PixelRect& area,
+                                        const std::vector<TopLevel>& windows) {
+    prepare(area);
+    paintBackground(area);
+    for (const TopLevel& window : windows) {
+        if (window.viewable && !window.inputOnly && window.ownership != Ownership::own &&
+            intersects(window.rect, area)) {
+            paintWindow(window, area);
+        }
+    }
+    return target_.id();
+}
+
+} // namespace lumenvale::x11

@@ -1,0 +1,51 @@
+#pragma once
+
+// Paints a part of the desktop as it would look without this process's own
+// windows: the root background, then every other viewable top-level window from
+// its Composite pixmap, bottom to top, into an offscreen pixmap (RENDER).
+// Internal to LumenvaleMedia.
+
+#include "capture/PictureFormats.h"
+#include "capture/PixelRect.h"
+#include "capture/TopLevels.h"
+#include "capture/XcbHandles.h"
+
+#include <vector>
+
+namespace lumenvale::x11 {
+
+class DesktopCompositor {
+  public:
+    // Throws MediaError when the display lacks Composite or RENDER. Redirects nothing yet.
+    explicit DesktopCompositor(const XConnection& connection);
+    // Ends the redirection this made.
+    ~DesktopCompositor();
+    DesktopCompositor(const DesktopCompositor&) = delete;
+    DesktopCompositor& operator=(const DesktopCompositor&) = delete;
+
+    // Queues the painting of `area` (root coordinates) and returns the pixmap that
+    // will hold it, `area`'s size, its origin at the area's top-left. Windows whose
+    // ownership is Ownership::own are left out. The first call has the server keep
+    // every top-level window in offscreen storage (automatic redirection: the
+    // screen keeps showing them as before). Errors about windows that vanished
+    // meanwhile arrive as events and can be ignored.
+    xcb_pixmap_t compose(const PixelRect& area, const std::vector<TopLevel>& windows);
+
+  private:
+    void prepare(const PixelRect& area);
+    void paintBackground(const PixelRect& area);
+    void paintWindow(const TopLevel& window, const PixelRect& area);
+
+    const XConnection& connection_;
+    PictureFormats formats_;
+    PictureFormat rootFormat_;
+    bool redirected_ = false;
+    ServerResource target_;        // pixmap
+    ServerResource targetPicture_; // picture on it
+    std::int64_t targetWidth_ = 0;
+    std::int64_t targetHeight_ = 0;
+    ServerResource rootPicture_;
+    ServerResource wallpaper_; // picture of _XROOTPMAP_ID, when the desktop sets one
+};
+
+} // namespace lumenvale::x11

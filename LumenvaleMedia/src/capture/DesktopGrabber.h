@@ -1,0 +1,60 @@
+#pragma once
+
+// Reads a screen or a fixed area of the desktop. With own windows hidden, reads the
+// screen as it is while none of this process's windows overlaps the target, and a
+// composed picture without them while one does. Internal to LumenvaleMedia.
+
+#include "LumenvaleMedia/Capture.h"
+#include "capture/DesktopCompositor.h"
+#include "capture/Grabber.h"
+#include "capture/PixelRect.h"
+#include "capture/ShmImage.h"
+#include "capture/TopLevels.h"
+
+#include <memory>
+#include <string>
+
+namespace lumenvale::x11 {
+
+class DesktopGrabber final : public Grabber {
+  public:
+    // Finds the target now; throws MediaError "The display is gone." when the screen
+    // is not connected or the area lies wholly off the desktop, and when hiding own
+    // windows needs what the display lacks. The owner must have selected
+    // SubstructureNotify on the root, and RandR screen-change notification.
+    DesktopGrabber(const XConnection& connection, const CaptureTarget& target,
+                   OwnWindows ownWindows, std::vector<std::uint32_t> keptWindows);
+
+    void observe(const xcb_generic_event_t& event) override;
+    std::optional<RecError> update(std::chrono::steady_clock::time_point now) override;
+    PixelSize sourceSize() const override { return {region_.width, region_.height}; }
+    void request(PixelSize part) override;
+    std::optional<SourceImage> wait() override;
+    std::int64_t memoryGeneration() const override { return memoryGeneration_; }
+
+    // Whether the last request composed the picture without own windows (for tests).
+    bool composedLastFrame() const { return composed_; }
+
+  private:
+    void ensureMemory(std::size_t bytes);
+    void padInto(const PixelRect& part);
+
+    const XConnection& connection_;
+    std::optional<std::string> screenName_; // a screen target follows this monitor
+    PixelRect region_;
+    PixelRect root_;
+    std::unique_ptr<ShmImage> memory_;
+    std::int64_t memoryGeneration_ = 0;
+    std::unique_ptr<TopLevels> topLevels_;          // with own windows hidden
+    std::unique_ptr<DesktopCompositor> compositor_; // with own windows hidden
+    bool displaysStale_ = false;
+    std::chrono::steady_clock::time_point nextDisplayPoll_{};
+
+    // The request in flight.
+    PixelRect requested_;
+    PixelRect grabbed_; // the part of requested_ on the desktop
+    xcb_shm_get_image_cookie_t cookie_{};
+    bool composed_ = false;
+};
+
+} // namespace lumenvale::x11

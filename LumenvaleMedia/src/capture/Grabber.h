@@ -1,0 +1,48 @@
+#pragma once
+
+// What the capture loop reads each frame: a screen, an area or a window, kept
+// current from the capture connection's events. Internal to LumenvaleMedia.
+
+#include "LumenvaleKit/PixelSize.h"
+#include "LumenvaleKit/RecError.h"
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <xcb/xcb.h>
+
+namespace lumenvale::x11 {
+
+// A picture of the target, in the grabber's shared memory: writable (pointer and
+// clicks are drawn into it) until the next request.
+struct SourceImage {
+    std::uint8_t* bgra = nullptr;
+    std::int64_t strideBytes = 0;
+    PixelSize size;
+    // Root coordinates of the top-left pixel, to place the pointer.
+    std::int64_t rootX = 0;
+    std::int64_t rootY = 0;
+};
+
+class Grabber {
+  public:
+    virtual ~Grabber() = default;
+
+    // Takes note of one event of the capture connection.
+    virtual void observe(const xcb_generic_event_t& event) = 0;
+    // Brings the target up to date at `now`. Returns the reason the capture ends,
+    // when its target is gone.
+    virtual std::optional<RecError> update(std::chrono::steady_clock::time_point now) = 0;
+    // The target's size in pixels now.
+    virtual PixelSize sourceSize() const = 0;
+    // Sends the requests for the top-left `part` of the target (at most sourceSize()).
+    virtual void request(PixelSize part) = 0;
+    // Waits for them: the picture, or nothing when the target could not be read
+    // this time (a minimized window).
+    virtual std::optional<SourceImage> wait() = 0;
+    // Changes whenever the shared memory is replaced (a target grew beyond it):
+    // pictures from before are gone.
+    virtual std::int64_t memoryGeneration() const = 0;
+};
+
+} // namespace lumenvale::x11
