@@ -49,6 +49,33 @@ int check(int code, const std::string& doing) {
 }
 
 InputContext openInput(const std::filesystem::path& path) {
+    return openInput(path, InputProbing::decodeFrames);
+}
+
+namespace {
+
+// Whether the header gave what a stream copy needs.
+bool headerDescribesStreams(const AVFormatContext& input) {
+    for (unsigned index = 0; index < input.nb_streams; ++index) {
+        const AVCodecParameters& codec = *input.streams[index]->codecpar;
+        if (codec.codec_type == AVMEDIA_TYPE_VIDEO && (codec.width <= 0 || codec.height <= 0)) {
+            return false;
+        }
+        if (codec.codec_type == AVMEDIA_TYPE_AUDIO &&
+            (codec.sample_rate <= 0 || codec.ch_layout.nb_channels <= 0)) {
+            return false;
+        }
+        if ((codec.codec_type == AVMEDIA_TYPE_VIDEO || codec.codec_type == AVMEDIA_TYPE_AUDIO) &&
+            codec.codec_id == AV_CODEC_ID_NONE) {
+            return false;
+        }
+    }
+    return true;
+}
+
+} // namespace
+
+InputContext openInput(const std::filesystem::path& path, InputProbing probing) {
     const std::string name = path.filename().string();
     AVDictionary* options = nullptr;
     av_dict_set(&options, "protocol_whitelist", "file", 0);
@@ -67,6 +94,9 @@ InputContext openInput(const std::filesystem::path& path) {
         throw MediaError("The file “" + name + "” is not a movie Lumenvale can open.");
     }
     InputContext input(raw);
+    if (probing == InputProbing::headerOnly && headerDescribesStreams(*input)) {
+        return input;
+    }
     if (avformat_find_stream_info(input.get(), nullptr) < 0) {
         throw MediaError("The file “" + name + "” is damaged or incomplete.");
     }

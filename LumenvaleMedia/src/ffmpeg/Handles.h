@@ -72,6 +72,15 @@ int check(int code, const std::string& doing);
 // not a movie gives a MediaError with a readable message naming the file.
 InputContext openInput(const std::filesystem::path& path);
 
+// How much openInput() learns about the streams before it returns.
+enum class InputProbing {
+    decodeFrames, // avformat_find_stream_info: every codec parameter, by decoding a few frames
+    headerOnly,   // what the container's header says, enough to copy packets (MPEG-4 says
+                  // it all); streams whose header leaves out their size, rate or channels
+                  // are still probed by decoding
+};
+InputContext openInput(const std::filesystem::path& path, InputProbing probing);
+
 // Creates an output context for `path` with the given format name ("mp4", "gif", ...)
 // and opens the file for writing. The file must not be left behind on failure by the
 // caller: use removePartial() in the error path.

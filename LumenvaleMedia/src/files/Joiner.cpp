@@ -164,6 +164,9 @@ class Join {
             tag != 0 && av_codec_get_id(output_->oformat->codec_tag, tag) == in.codecpar->codec_id
                 ? tag
                 : 0;
+        if (out->codecpar->codec_id == AV_CODEC_ID_AAC && out->codecpar->frame_size <= 0) {
+            out->codecpar->frame_size = 1024; // what MPEG-4's header does not repeat
+        }
         out->time_base = in.time_base;
         out->avg_frame_rate = in.avg_frame_rate;
         out->sample_aspect_ratio = in.sample_aspect_ratio;

@@ -3,7 +3,7 @@
 namespace lumenvale::files {
 
 PartInput::PartInput(std::filesystem::path path)
-    : path_(std::move(path)), input_(ff::openInput(path_)) {
+    : path_(std::move(path)), input_(ff::openInput(path_, ff::InputProbing::headerOnly)) {
     copied_.assign(input_->nb_streams, false);
     cutOff_.assign(input_->nb_streams, false);
     for (unsigned index = 0; index < input_->nb_streams; ++index) {

@@ -95,7 +95,7 @@ int clockwiseQuarters(const AVStream& stream) {
 }
 
 Image posterAt(const std::filesystem::path& movie, double timeSeconds) {
-    const ff::InputContext input = ff::openInput(movie);
+    const ff::InputContext input = ff::openInput(movie, ff::InputProbing::headerOnly);
     const int index = av_find_best_stream(input.get(), AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
     if (index < 0) {
         throw MediaError("The movie has no picture.");

@@ -62,7 +62,7 @@ std::vector<double> readDurations(const std::vector<double>& seconds) {
 }
 
 double movieDuration(const std::filesystem::path& movie) {
-    const ff::InputContext input = ff::openInput(movie);
+    const ff::InputContext input = ff::openInput(movie, ff::InputProbing::headerOnly);
     if (input->duration == AV_NOPTS_VALUE || input->duration <= 0) {
         throw MediaError("The saved movie “" + movie.filename().string() + "” has no duration.");
     }

@@ -94,7 +94,8 @@ RecoveryScan find(const std::filesystem::path& partsFolder) {
         facts.locked =
             files::PartLock(entry.path()).state() == files::PartLock::State::heldElsewhere;
         try {
-            const ff::InputContext input = ff::openInput(entry.path());
+            const ff::InputContext input =
+                ff::openInput(entry.path(), ff::InputProbing::headerOnly);
             const std::optional<std::string> id = tag(*input, "lumenvale_recording");
             facts.recording = id ? Uuid::parse(*id) : std::nullopt;
             facts.number = parseNumber(tag(*input, "lumenvale_part"));
