@@ -16,7 +16,8 @@ namespace lumenvale {
 
 // A whole display, followed while it exists (it may be moved or change resolution;
 // the picture is then scaled into the movie). `id` is a DisplayScreen::id; absent
-// means the display under the pointer when the capture starts.
+// means the display under the pointer when the capture starts (as
+// Displays::screenUnderPointer chooses it).
 struct CaptureScreen {
     std::optional<std::string> id;
 };

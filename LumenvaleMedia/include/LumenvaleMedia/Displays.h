@@ -67,8 +67,9 @@ class Displays {
     virtual bool captureAvailable() = 0;
     // Every active display, the primary one first.
     virtual std::vector<DisplayScreen> screens() = 0;
-    // The display under the pointer; when the pointer is in a gap between displays,
-    // the primary one (else the first). Absent only when there are no displays.
+    // The display under the pointer (where displays overlap, the smallest); when
+    // the pointer is in a gap between displays, the primary one. Absent only when
+    // there are no displays.
     virtual std::optional<DisplayScreen> screenUnderPointer() = 0;
     virtual DesktopPoint pointer() = 0;
     // The managed windows, front to back (the window manager's stacking order).

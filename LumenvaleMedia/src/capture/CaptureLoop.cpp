@@ -204,10 +204,10 @@ void CaptureLoop::deliver(const SourceImage& image, std::int64_t index,
     frame.size = request_.size;
     frame.time = time.time_since_epoch();
     frame.index = index;
+    ++delivered_;
     if (onFrame_) {
         onFrame_(frame);
     }
-    ++delivered_;
 }
 
 } // namespace lumenvale::x11

@@ -25,14 +25,8 @@ std::optional<Monitor> monitorUnderPointer(const XConnection& connection,
     xcb_connection_t* c = connection.get();
     Reply<xcb_query_pointer_reply_t> pointer{
         xcb_query_pointer_reply(c, xcb_query_pointer(c, connection.root()), nullptr)};
-    if (pointer) {
-        for (const Monitor& monitor : monitors) {
-            if (monitor.rect.contains(pointer->root_x, pointer->root_y)) {
-                return monitor;
-            }
-        }
-    }
-    return monitors.empty() ? std::nullopt : std::optional(monitors.front());
+    return pointer ? monitorAt(monitors, pointer->root_x, pointer->root_y)
+                   : monitorAt(monitors, -1, -1);
 }
 
 } // namespace

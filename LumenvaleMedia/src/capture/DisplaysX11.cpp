@@ -83,13 +83,17 @@ DesktopPoint DisplaysX11::pointer() {
 std::optional<DisplayScreen> DisplaysX11::screenUnderPointer() {
     const DesktopPoint point = pointer();
     const std::vector<DisplayScreen> all = screens();
+    std::vector<Monitor> monitors;
     for (const DisplayScreen& screen : all) {
-        if (point.x >= screen.frame.minX() && point.x < screen.frame.maxX() &&
-            point.y >= screen.frame.minY() && point.y < screen.frame.maxY()) {
-            return screen;
-        }
+        monitors.push_back({screen.id, enclosingPixels(screen.frame), screen.primary});
     }
-    return all.empty() ? std::nullopt : std::optional(all.front());
+    const std::optional<Monitor> found =
+        monitorAt(monitors, static_cast<std::int64_t>(point.x), static_cast<std::int64_t>(point.y));
+    if (!found) {
+        return std::nullopt;
+    }
+    return *std::find_if(all.begin(), all.end(),
+                         [&](const DisplayScreen& screen) { return screen.id == found->name; });
 }
 
 std::vector<DesktopWindow> DisplaysX11::windows() {

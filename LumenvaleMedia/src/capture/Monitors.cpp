@@ -36,9 +36,40 @@ std::vector<Monitor> queryMonitors(const XConnection& connection) {
                 static_cast<std::size_t>(xcb_get_atom_name_name_length(name.get())));
         }
     }
-    std::stable_partition(monitors.begin(), monitors.end(),
-                          [](const Monitor& monitor) { return monitor.primary; });
+    // Without a primary output (Xvfb, some setups) the display at the desktop's
+    // origin is the main one, as toolkits take it.
+    if (std::none_of(monitors.begin(), monitors.end(),
+                     [](const Monitor& monitor) { return monitor.primary; }) &&
+        !monitors.empty()) {
+        auto origin = std::find_if(monitors.begin(), monitors.end(), [](const Monitor& monitor) {
+            return monitor.rect.contains(0, 0);
+        });
+        (origin == monitors.end() ? monitors.front() : *origin).primary = true;
+    }
+    // The primary first, the others left to right, top to bottom.
+    std::sort(monitors.begin(), monitors.end(), [](const Monitor& a, const Monitor& b) {
+        if (a.primary != b.primary) {
+            return a.primary;
+        }
+        return a.rect.x != b.rect.x ? a.rect.x < b.rect.x : a.rect.y < b.rect.y;
+    });
     return monitors;
+}
+
+std::optional<Monitor> monitorAt(const std::vector<Monitor>& monitors, std::int64_t x,
+                                 std::int64_t y) {
+    const Monitor* best = nullptr;
+    for (const Monitor& monitor : monitors) {
+        if (monitor.rect.contains(x, y) &&
+            (best == nullptr ||
+             monitor.rect.width * monitor.rect.height < best->rect.width * best->rect.height)) {
+            best = &monitor;
+        }
+    }
+    if (best == nullptr && !monitors.empty()) {
+        best = &monitors.front();
+    }
+    return best == nullptr ? std::nullopt : std::optional(*best);
 }
 
 PixelRect rootRect(const XConnection& connection) {

@@ -1,0 +1,167 @@
+// Pacing, the pointer and clicks, checked on frames of a real capture.
+
+#include "CaptureTestSupport.h"
+#include "LumenvaleMedia/CaptureX11.h"
+
+#include <cstdlib>
+#include <gtest/gtest.h>
+
+namespace lumenvale::testing {
+namespace {
+
+const Colour grey{128, 128, 128};
+const Colour dark{16, 16, 16};
+
+CaptureRequest areaRequest(x11::PixelRect area, bool pointer, bool clicks, int fps = 30) {
+    CaptureRequest request;
+    request.target = CaptureArea{x11::toRect(area)};
+    request.size = {area.width, area.height};
+    request.fps = fps;
+    request.showsPointer = pointer;
+    request.showsClicks = clicks;
+    request.ownWindows = OwnWindows::shown;
+    return request;
+}
+
+TEST(CapturePacing, FramesFollowTheScheduleWithoutGapsOrDrift) {
+    CaptureX11 capture(areaRequest({0, 0, 640, 360}, false, false, 30));
+    FrameCatcher catcher;
+    const auto before = std::chrono::steady_clock::now();
+    capture.start(catcher.frames(), catcher.stopped());
+    std::this_thread::sleep_for(1050ms);
+    capture.stop();
+    const std::size_t afterStop = catcher.indexes().size();
+    std::this_thread::sleep_for(100ms);
+    EXPECT_EQ(catcher.indexes().size(), afterStop) << "nothing is delivered after stop() returns";
+
+    const std::vector<std::int64_t> indexes = catcher.indexes();
+    const auto times = catcher.times();
+    const CaptureStats stats = capture.stats();
+    ASSERT_GE(indexes.size(), 25u);
+    EXPECT_LE(indexes.size(), 33u);
+    EXPECT_EQ(indexes.front(), 0);
+    EXPECT_TRUE(std::is_sorted(indexes.begin(), indexes.end()));
+    EXPECT_EQ(std::adjacent_find(indexes.begin(), indexes.end()), indexes.end()) << "no repeats";
+    EXPECT_EQ(stats.delivered, static_cast<std::int64_t>(indexes.size()));
+    EXPECT_EQ(stats.delivered + stats.dropped, indexes.back() + 1)
+        << "every number up to the last was delivered or dropped";
+    EXPECT_EQ(stats.repeated, 0);
+
+    // Frame n is made at start + n / 30 s: never early, and on a quiet machine
+    // rarely more than a frame late.
+    const auto start = times.front();
+    EXPECT_GE(start, before.time_since_epoch());
+    int late = 0;
+    for (std::size_t i = 0; i < times.size(); ++i) {
+        const auto due = start + std::chrono::nanoseconds(indexes[i] * 1'000'000'000 / 30);
+        EXPECT_GE(times[i] - due, -1ms) << "frame " << indexes[i] << " came early";
+        late += times[i] - due > 33ms ? 1 : 0;
+    }
+    EXPECT_LE(late, 3);
+}
+
+// Pixels of a box around (x, y) that differ from `colour`.
+int differing(const Picture& picture, std::int64_t x, std::int64_t y, std::int64_t radius,
+              const Colour& colour) {
+    int count = 0;
+    for (std::int64_t row = y - radius; row <= y + radius; ++row) {
+        for (std::int64_t column = x - radius; column <= x + radius; ++column) {
+            count += near(picture.at(column, row), colour, 2) ? 0 : 1;
+        }
+    }
+    return count;
+}
+
+TEST(CaptureOverlay, PointerIsDrawnOnlyWhenAsked) {
+    x11::XConnection connection;
+    const x11::PixelRect area{200, 200, 320, 240};
+    TestWindow backdrop(connection, area, grey, Management::unmanaged);
+    warpPointer(connection, 360, 320); // (160, 120) in the area
+    for (const bool pointer : {true, false}) {
+        SCOPED_TRACE(pointer ? "with pointer" : "without pointer");
+        CaptureX11 capture(areaRequest(area, pointer, false));
+        FrameCatcher catcher;
+        capture.start(catcher.frames(), catcher.stopped());
+        const auto picture =
+            catcher.waitFor([](const Picture& p) { return near(p.at(10, 10), grey, 2); });
+        ASSERT_TRUE(picture);
+        const int changed = differing(*picture, 160, 120, 16, grey);
+        if (pointer) {
+            EXPECT_GT(changed, 20) << "the cursor image around the pointer";
+            EXPECT_EQ(differing(*picture, 60, 60, 16, grey), 0) << "and nowhere else";
+        } else {
+            EXPECT_EQ(changed, 0);
+        }
+    }
+}
+
+TEST(CaptureOverlay, PointerFollowsItsMoves) {
+    x11::XConnection connection;
+    const x11::PixelRect area{200, 200, 320, 240};
+    TestWindow backdrop(connection, area, grey, Management::unmanaged);
+    warpPointer(connection, 260, 260);
+    CaptureX11 capture(areaRequest(area, true, false));
+    FrameCatcher catcher;
+    capture.start(catcher.frames(), catcher.stopped());
+    ASSERT_TRUE(
+        catcher.waitFor([](const Picture& p) { return differing(p, 60, 60, 16, grey) > 20; }));
+    warpPointer(connection, 460, 380);
+    const auto moved =
+        catcher.waitFor([](const Picture& p) { return differing(p, 260, 180, 16, grey) > 20; });
+    ASSERT_TRUE(moved);
+    EXPECT_EQ(differing(*moved, 60, 60, 16, grey), 0);
+}
+
+bool amber(const Colour& colour) {
+    return colour.red > 180 && colour.green > 100 && colour.green < 220 && colour.blue < 90;
+}
+
+int amberPixels(const Picture& picture, std::int64_t x, std::int64_t y, std::int64_t radius) {
+    int count = 0;
+    for (std::int64_t row = y - radius; row <= y + radius; ++row) {
+        for (std::int64_t column = x - radius; column <= x + radius; ++column) {
+            count += amber(picture.at(column, row)) ? 1 : 0;
+        }
+    }
+    return count;
+}
+
+TEST(CaptureOverlay, ClickShowsAFadingRingAtThePointer) {
+    x11::XConnection connection;
+    const x11::PixelRect area{200, 200, 320, 240};
+    TestWindow backdrop(connection, area, dark, Management::unmanaged);
+    warpPointer(connection, 360, 320);
+    CaptureX11 capture(areaRequest(area, false, true));
+    FrameCatcher catcher;
+    capture.start(catcher.frames(), catcher.stopped());
+    const auto before = catcher.waitFor([](const Picture& p) { return near(p.at(10, 10), dark); });
+    ASSERT_TRUE(before);
+    EXPECT_EQ(amberPixels(*before, 160, 120, 30), 0) << "no ring before the click";
+
+    ASSERT_EQ(std::system("xdotool click 1"), 0);
+    const auto ring =
+        catcher.waitFor([](const Picture& p) { return amberPixels(p, 160, 120, 30) > 40; }, 1000ms);
+    ASSERT_TRUE(ring) << "a ring around the pointer";
+    EXPECT_EQ(amberPixels(*ring, 160, 120, 8), 0) << "a ring, not a disc";
+    EXPECT_EQ(amberPixels(*ring, 60, 60, 20), 0) << "only where the pointer is";
+    EXPECT_TRUE(
+        catcher.waitFor([](const Picture& p) { return amberPixels(p, 160, 120, 30) == 0; }, 1000ms))
+        << "the ring fades away";
+}
+
+TEST(CaptureOverlay, ClicksAreNotShownWhenNotAsked) {
+    x11::XConnection connection;
+    const x11::PixelRect area{200, 200, 320, 240};
+    TestWindow backdrop(connection, area, dark, Management::unmanaged);
+    warpPointer(connection, 360, 320);
+    CaptureX11 capture(areaRequest(area, false, false));
+    FrameCatcher catcher;
+    capture.start(catcher.frames(), catcher.stopped());
+    ASSERT_TRUE(catcher.waitFor([](const Picture& p) { return near(p.at(10, 10), dark); }));
+    ASSERT_EQ(std::system("xdotool click 1"), 0);
+    EXPECT_FALSE(
+        catcher.waitFor([](const Picture& p) { return amberPixels(p, 160, 120, 30) > 0; }, 400ms));
+}
+
+} // namespace
+} // namespace lumenvale::testing
