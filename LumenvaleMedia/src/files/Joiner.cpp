@@ -206,14 +206,25 @@ class Join {
         }
     }
 
-    void write(AVPacket& packet, const Track& track) {
+    // Hands a packet to the muxer. Packets go in the parts' own interleaving (about a
+    // second of each track at a time), so no reordering queue is needed. A packet whose
+    // bytes were not read (listed by its part) is copied file to file.
+    void write(AVPacket& packet, const Track& track, const PartInput& part) {
         packet.stream_index = track.out->index;
         av_packet_rescale_ts(&packet, track.workBase, track.out->time_base);
+        const bool fromFile = packet.data == nullptr;
+        if (fromFile) {
+            packet.data = file_.payloadFromFile(part.fileDescriptor(), packet.pos, packet.size);
+        }
         packet.pos = -1;
-        const int written = av_interleaved_write_frame(output_.get(), &packet);
+        const int written = av_write_frame(output_.get(), &packet);
         if (written < 0) {
             failed(written);
             throw MediaError("The recording couldn’t be joined: " + ff::errorText(written) + ".");
+        }
+        if (fromFile && !file_.payloadTaken()) {
+            throw MediaError(
+                "The recording couldn’t be joined: the movie writer changed a sample.");
         }
     }
 
@@ -289,7 +300,7 @@ class Join {
                 }
                 lastVideoDts_ = packet->dts;
                 partEnd = std::max(partEnd, packet->pts + packet->duration);
-                write(*packet, *video_);
+                write(*packet, *video_, part);
                 continue;
             }
             const auto found = std::find(part.audio().begin(), part.audio().end(), in);
@@ -306,15 +317,15 @@ class Join {
                 state.held.push_back(std::move(packet));
                 packet = ff::makePacket();
                 if (state.held.size() == 2) {
-                    releaseAudio(index, state, partStart);
+                    releaseAudio(index, state, partStart, part);
                 }
                 continue;
             }
-            placeAudio(index, state, *packet);
+            placeAudio(index, state, *packet, part);
         }
         for (std::size_t index = 0; index < tracks; ++index) {
             if (!states[index].decided && !states[index].held.empty()) {
-                releaseAudio(index, states[index], partStart);
+                releaseAudio(index, states[index], partStart, part);
             }
         }
         if (!video_) {
@@ -355,7 +366,8 @@ class Join {
                av_rescale_q(*priming_, primingBase_, track.workBase);
     }
 
-    void releaseAudio(std::size_t index, AudioState& state, std::int64_t partStartVideo) {
+    void releaseAudio(std::size_t index, AudioState& state, std::int64_t partStartVideo,
+                      const PartInput& part) {
         const Track& track = audio_[index];
         const std::int64_t partStart = av_rescale_q(partStartVideo, timelineBase(), track.workBase);
         const std::int64_t first = claim(state, *state.held[0], track);
@@ -366,12 +378,13 @@ class Join {
         audioPlacement(index).beginPart(first, second, videoAligned, partStart);
         state.decided = true;
         for (ff::Packet& held : state.held) {
-            placeAudio(index, state, *held);
+            placeAudio(index, state, *held, part);
         }
         state.held.clear();
     }
 
-    void placeAudio(std::size_t index, const AudioState& state, AVPacket& packet) {
+    void placeAudio(std::size_t index, const AudioState& state, AVPacket& packet,
+                    const PartInput& part) {
         const Track& track = audio_[index];
         AudioPlacement& placement = audioPlacement(index);
         if (packet.duration <= 0) {
@@ -380,7 +393,7 @@ class Join {
         const std::int64_t time = placement.place(claim(state, packet, track), packet.duration);
         packet.pts = time + (packet.pts != AV_NOPTS_VALUE ? packet.pts - packet.dts : 0);
         packet.dts = time;
-        write(packet, track);
+        write(packet, track, part);
     }
 
     const std::vector<std::unique_ptr<PartInput>>& parts_;

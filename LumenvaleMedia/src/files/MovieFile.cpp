@@ -3,20 +3,23 @@
 #include "LumenvaleKit/RecordingName.h"
 #include "LumenvaleKit/Uuid.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <set>
+#include <sys/sendfile.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace lumenvale::files {
 namespace {
 
-// Big enough that the muxer's many small writes reach the kernel in few system calls;
-// the samples themselves pass through it in large blocks.
-constexpr int ioBufferBytes = 4 << 20;
+// The muxer's small writes (box headers, the index) are gathered in this many bytes
+// before they reach our own staging, which writes to the file in blocks of blockBytes.
+constexpr int smallWriteBytes = 64 * 1024;
+constexpr std::size_t blockBytes = 4 << 20;
 
 std::string quotedFolder(const std::filesystem::path& folder) {
     return "“" + folder.string() + "”";
@@ -72,17 +75,30 @@ MovieFile::MovieFile(std::filesystem::path folder, const std::string& stem)
             throw MediaError(writeFailure(folder_, errno));
         }
     }
-    auto* buffer = static_cast<std::uint8_t*>(av_malloc(ioBufferBytes));
-    if (buffer != nullptr) {
-        io_.reset(avio_alloc_context(buffer, ioBufferBytes, 1, this, nullptr,
-                                     &MovieFile::writeBytes, &MovieFile::seekBytes));
-    }
-    if (!io_) {
-        av_free(buffer);
+    try {
+        staged_.reserve(blockBytes);
+        makeIo();
+    } catch (...) {
         close();
-        std::filesystem::remove(temporaryPath_);
+        ff::removePartial(temporaryPath_);
+        throw;
+    }
+}
+
+void MovieFile::makeIo() {
+    auto* buffer = static_cast<std::uint8_t*>(av_malloc(smallWriteBytes));
+    AVIOContext* io = buffer == nullptr
+                          ? nullptr
+                          : avio_alloc_context(buffer, smallWriteBytes, 1, this, nullptr,
+                                               &MovieFile::writeBytes, &MovieFile::seekBytes);
+    if (io == nullptr) {
+        av_free(buffer);
         throw MediaError("Not enough memory to save the movie.");
     }
+    // Large writes (the samples) come to writeBytes() with the caller's own pointer,
+    // which is how a stand-in payload is recognised; small ones are gathered first.
+    io->direct = 1;
+    io_.reset(io);
 }
 
 MovieFile::~MovieFile() {
@@ -100,29 +116,43 @@ void MovieFile::close() {
     }
 }
 
+std::uint8_t* MovieFile::payloadFromFile(int fd, std::int64_t offset, int size) {
+    const auto needed = static_cast<std::size_t>(size) + AV_INPUT_BUFFER_PADDING_SIZE;
+    if (standIn_.size() < needed) {
+        standIn_.assign(needed, 0);
+    }
+    expected_ = FileRange{fd, offset, size};
+    taken_ = false;
+    return standIn_.data();
+}
+
 int MovieFile::writeBytes(void* self, std::uint8_t* bytes, int size) {
     auto* file = static_cast<MovieFile*>(self);
-    if (file->error_ != 0) {
-        return AVERROR(file->error_);
-    }
-    int done = 0;
-    while (done < size) {
-        const ssize_t written =
-            ::write(file->fd_, bytes + done, static_cast<std::size_t>(size - done));
-        if (written < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            file->error_ = errno;
-            return AVERROR(errno);
+    const auto length = static_cast<std::size_t>(size);
+    if (file->expected_ && bytes == file->standIn_.data() && size == file->expected_->length) {
+        const FileRange payload = *file->expected_;
+        file->expected_.reset();
+        file->taken_ = true;
+        std::optional<FileRange>& range = file->range_;
+        if (range && range->fd == payload.fd && range->offset + range->length == payload.offset) {
+            range->length += payload.length; // the samples follow each other in the part too
+        } else {
+            file->flushPending();
+            range = payload;
         }
-        done += static_cast<int>(written);
+    } else {
+        file->flushRange();
+        file->stage(bytes, length);
     }
-    return size;
+    return file->error_ != 0 ? AVERROR(file->error_) : size;
 }
 
 std::int64_t MovieFile::seekBytes(void* self, std::int64_t offset, int whence) {
     auto* file = static_cast<MovieFile*>(self);
+    file->flushPending();
+    if (file->error_ != 0) {
+        return AVERROR(file->error_);
+    }
     if (whence == AVSEEK_SIZE) {
         struct stat status {};
         return ::fstat(file->fd_, &status) == 0 ? status.st_size : AVERROR(errno);
@@ -135,31 +165,114 @@ std::int64_t MovieFile::seekBytes(void* self, std::int64_t offset, int whence) {
     return position;
 }
 
+void MovieFile::stage(const std::uint8_t* bytes, std::size_t size) {
+    if (staged_.size() + size > blockBytes) {
+        flushStaged();
+    }
+    if (size >= blockBytes) {
+        writeAll(bytes, size);
+        return;
+    }
+    staged_.insert(staged_.end(), bytes, bytes + size);
+}
+
+void MovieFile::writeAll(const std::uint8_t* bytes, std::size_t size) {
+    while (size > 0 && error_ == 0) {
+        const ssize_t written = ::write(fd_, bytes, size);
+        if (written < 0) {
+            if (errno != EINTR) {
+                error_ = errno;
+            }
+            continue;
+        }
+        bytes += written;
+        size -= static_cast<std::size_t>(written);
+    }
+}
+
+void MovieFile::flushStaged() {
+    if (!staged_.empty()) {
+        writeAll(staged_.data(), staged_.size());
+        staged_.clear();
+    }
+}
+
+void MovieFile::flushRange() {
+    if (range_) {
+        const FileRange range = *range_;
+        range_.reset();
+        copyRange(range);
+    }
+}
+
+void MovieFile::copyRange(FileRange range) {
+    std::vector<std::uint8_t> bounce;
+    while (range.length > 0 && error_ == 0) {
+        const auto chunk =
+            static_cast<std::size_t>(std::min<std::int64_t>(range.length, blockBytes));
+        ssize_t copied = -1;
+        off_t from = range.offset;
+        switch (copyMethod_) {
+        case CopyMethod::copyFileRange:
+            copied = ::copy_file_range(range.fd, &from, fd_, nullptr, chunk, 0);
+            break;
+        case CopyMethod::sendFile:
+            copied = ::sendfile(fd_, range.fd, &from, chunk);
+            break;
+        case CopyMethod::readAndWrite:
+            bounce.resize(chunk);
+            copied = ::pread(range.fd, bounce.data(), chunk, range.offset);
+            if (copied > 0) {
+                writeAll(bounce.data(), static_cast<std::size_t>(copied));
+            }
+            break;
+        }
+        if (copied < 0) {
+            const int error = errno;
+            if (error == EINTR) {
+                continue;
+            }
+            // Across file systems, or a file system that does not offer the faster way.
+            const bool unsupported = error == EXDEV || error == EINVAL || error == ENOSYS ||
+                                     error == EOPNOTSUPP || error == EPERM;
+            if (unsupported && copyMethod_ != CopyMethod::readAndWrite) {
+                copyMethod_ = copyMethod_ == CopyMethod::copyFileRange ? CopyMethod::sendFile
+                                                                       : CopyMethod::readAndWrite;
+                continue;
+            }
+            error_ = error;
+            return;
+        }
+        if (copied == 0) {
+            readFailure_ = "A part file of the recording became shorter while it was being saved.";
+            error_ = EIO;
+            return;
+        }
+        range.offset += copied;
+        range.length -= copied;
+    }
+}
+
 std::string MovieFile::failure() const {
-    return writeFailure(folder_, error_);
+    return readFailure_.empty() ? writeFailure(folder_, error_) : readFailure_;
 }
 
 void MovieFile::restart() {
     avio_flush(io_.get());
+    staged_.clear();
+    range_.reset();
+    expected_.reset();
     error_ = 0;
+    readFailure_.clear();
     if (::ftruncate(fd_, 0) != 0 || ::lseek(fd_, 0, SEEK_SET) != 0) {
         throw MediaError(writeFailure(folder_, errno));
     }
-    // A fresh context: the old one remembers its position and any error.
-    auto* buffer = static_cast<std::uint8_t*>(av_malloc(ioBufferBytes));
-    AVIOContext* fresh = buffer == nullptr
-                             ? nullptr
-                             : avio_alloc_context(buffer, ioBufferBytes, 1, this, nullptr,
-                                                  &MovieFile::writeBytes, &MovieFile::seekBytes);
-    if (fresh == nullptr) {
-        av_free(buffer);
-        throw MediaError("Not enough memory to save the movie.");
-    }
-    io_.reset(fresh);
+    makeIo(); // a fresh context: the old one remembers its position and any error
 }
 
 void MovieFile::finish(Durability durability) {
     avio_flush(io_.get());
+    flushPending();
     if (error_ == 0 && io_->error < 0) {
         error_ = AVUNERROR(io_->error);
     }

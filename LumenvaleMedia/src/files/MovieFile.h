@@ -6,9 +6,12 @@
 
 #include "ffmpeg/Handles.h"
 
+#include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
+#include <vector>
 
 namespace lumenvale::files {
 
@@ -36,8 +39,18 @@ class MovieFile {
     MovieFile(const MovieFile&) = delete;
     MovieFile& operator=(const MovieFile&) = delete;
 
-    // A seekable writer into the file with a large buffer; owned by this object.
+    // A seekable writer into the file, buffered in large blocks; owned by this object.
+    // It writes straight through (AVIOContext::direct), so that a payload handed over
+    // with payloadFromFile() reaches the file without passing through memory.
     AVIOContext* io() const { return io_.get(); }
+
+    // Makes the next write of `size` bytes of the returned stand-in buffer take its
+    // bytes from `fd` at `offset` instead, copied file to file by the kernel
+    // (copy_file_range, else sendfile, else read and write). Hand the muxer a packet
+    // whose data is the stand-in; payloadTaken() then tells whether the muxer wrote it
+    // unchanged, as MPEG-4 does. The stand-in is valid until the next call.
+    std::uint8_t* payloadFromFile(int fd, std::int64_t offset, int size);
+    bool payloadTaken() const { return taken_; }
     const std::filesystem::path& temporaryPath() const { return temporaryPath_; }
     const std::filesystem::path& folder() const { return folder_; }
 
@@ -65,8 +78,27 @@ class MovieFile {
     struct IoDeleter {
         void operator()(AVIOContext* io) const;
     };
+    // Bytes of another file still to be copied to the end of this one.
+    struct FileRange {
+        int fd = -1;
+        std::int64_t offset = 0;
+        std::int64_t length = 0;
+    };
+    enum class CopyMethod { copyFileRange, sendFile, readAndWrite };
+
     static int writeBytes(void* self, std::uint8_t* bytes, int size);
     static std::int64_t seekBytes(void* self, std::int64_t offset, int whence);
+    void makeIo();
+    // What is waiting to be written is either staged bytes or one file range, in order.
+    void stage(const std::uint8_t* bytes, std::size_t size);
+    void writeAll(const std::uint8_t* bytes, std::size_t size);
+    void flushStaged();
+    void flushRange();
+    void flushPending() {
+        flushStaged();
+        flushRange();
+    }
+    void copyRange(FileRange range);
     // Renames to `destination` unless taken: true when done, false when taken.
     bool renameWithoutReplacing(const std::filesystem::path& destination);
     void syncFolder(Durability durability) const;
@@ -76,8 +108,16 @@ class MovieFile {
     std::filesystem::path temporaryPath_;
     int fd_ = -1;
     int error_ = 0;
+    std::string readFailure_; // a source of payloadFromFile() ended early
     bool published_ = false;
     std::unique_ptr<AVIOContext, IoDeleter> io_;
+
+    std::vector<std::uint8_t> staged_; // capacity: the block size
+    std::optional<FileRange> range_;
+    std::vector<std::uint8_t> standIn_;
+    std::optional<FileRange> expected_; // the payload the next stand-in write stands for
+    bool taken_ = false;
+    CopyMethod copyMethod_ = CopyMethod::copyFileRange;
 };
 
 } // namespace lumenvale::files

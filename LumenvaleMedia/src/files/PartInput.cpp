@@ -1,32 +1,83 @@
 #include "files/PartInput.h"
 
-namespace lumenvale::files {
+#include <algorithm>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
-PartInput::PartInput(std::filesystem::path path)
-    : path_(std::move(path)), input_(ff::openInput(path_, ff::InputProbing::headerOnly)) {
+namespace lumenvale::files {
+namespace {
+
+// How many packets are read to confirm that the container's sample list describes the
+// packets exactly (positions, sizes, times) before the list is trusted.
+constexpr int packetsChecked = 64;
+
+bool listsSamples(const AVFormatContext& input) {
+    return input.iformat != nullptr &&
+           std::string_view(input.iformat->name).find("mp4") != std::string_view::npos;
+}
+
+// The usual time between samples: the median step, for the last sample's duration.
+std::int64_t usualStep(std::vector<std::int64_t> steps, std::int64_t fallback) {
+    if (steps.empty()) {
+        return fallback;
+    }
+    const auto middle = steps.begin() + static_cast<std::ptrdiff_t>(steps.size() / 2);
+    std::nth_element(steps.begin(), middle, steps.end());
+    return *middle > 0 ? *middle : fallback;
+}
+
+} // namespace
+
+PartInput::PartInput(std::filesystem::path path) : path_(std::move(path)) {
+    open();
+    if (!listsSamples(*input_)) {
+        return;
+    }
+    fd_ = ::open(path_.c_str(), O_RDONLY | O_CLOEXEC);
+    std::vector<Sample> samples = fd_ >= 0 ? listedSamplesInFileOrder() : std::vector<Sample>{};
+    if (!samples.empty() && listAgreesWithPackets(samples)) {
+        samples_ = std::move(samples);
+        fromList_ = true;
+    } else {
+        open(); // from the first packet again
+    }
+}
+
+PartInput::~PartInput() {
+    if (fd_ >= 0) {
+        ::close(fd_);
+    }
+}
+
+void PartInput::open() {
+    input_ = ff::openInput(path_, ff::InputProbing::headerOnly);
+    video_ = nullptr;
+    audio_.clear();
     copied_.assign(input_->nb_streams, false);
     cutOff_.assign(input_->nb_streams, false);
     for (unsigned index = 0; index < input_->nb_streams; ++index) {
         AVStream* stream = input_->streams[index];
-        if ((stream->disposition & AV_DISPOSITION_ATTACHED_PIC) != 0) {
-            continue;
-        }
         const AVMediaType type = stream->codecpar->codec_type;
-        if (type == AVMEDIA_TYPE_VIDEO && video_ == nullptr) {
+        if ((stream->disposition & AV_DISPOSITION_ATTACHED_PIC) != 0) {
+            stream->discard = AVDISCARD_ALL;
+        } else if (type == AVMEDIA_TYPE_VIDEO && video_ == nullptr) {
             video_ = stream;
+            copied_[index] = true;
         } else if (type == AVMEDIA_TYPE_AUDIO) {
             audio_.push_back(stream);
+            copied_[index] = true;
         } else {
             stream->discard = AVDISCARD_ALL;
-            continue;
-        }
-        copied_[index] = true;
-    }
-    for (unsigned index = 0; index < input_->nb_streams; ++index) {
-        if (!copied_[index]) {
-            input_->streams[index]->discard = AVDISCARD_ALL;
         }
     }
+}
+
+AVStream* PartInput::timing() const {
+    if (video_ != nullptr) {
+        return video_;
+    }
+    return audio_.empty() ? nullptr : audio_.front();
 }
 
 double PartInput::listedSeconds() const {
@@ -67,8 +118,7 @@ std::int64_t PartInput::listedStart() const {
 }
 
 std::optional<std::int64_t> PartInput::listedSamples() const {
-    if (input_->iformat == nullptr ||
-        std::string(input_->iformat->name).find("mp4") == std::string::npos) {
+    if (!listsSamples(*input_)) {
         return std::nullopt;
     }
     std::int64_t samples = 0;
@@ -88,7 +138,96 @@ std::optional<std::string> PartInput::tag(const char* key) const {
     return std::string(entry->value);
 }
 
+std::vector<PartInput::Sample> PartInput::listedSamplesInFileOrder() const {
+    struct stat status {};
+    if (::fstat(fd_, &status) != 0) {
+        return {};
+    }
+    std::vector<Sample> samples;
+    for (unsigned index = 0; index < input_->nb_streams; ++index) {
+        if (!copied_[index]) {
+            continue;
+        }
+        AVStream* stream = input_->streams[index];
+        const int count = avformat_index_get_entries_count(stream);
+        std::vector<std::int64_t> steps;
+        const std::size_t first = samples.size();
+        for (int entry = 0; entry < count; ++entry) {
+            const AVIndexEntry& listed = *avformat_index_get_entry(stream, entry);
+            if (listed.pos < 0 || listed.size <= 0 || listed.pos + listed.size > status.st_size) {
+                break; // cut off by the end of the file, and everything after it
+            }
+            if (entry + 1 < count) {
+                steps.push_back(avformat_index_get_entry(stream, entry + 1)->timestamp -
+                                listed.timestamp);
+            }
+            samples.push_back(Sample{static_cast<int>(index), listed.timestamp,
+                                     entry + 1 < count ? steps.back() : 0, listed.pos, listed.size,
+                                     (listed.flags & AVINDEX_KEYFRAME) != 0});
+        }
+        // A sample lasts until the next; the last one as long as usual.
+        const AVCodecParameters& codec = *stream->codecpar;
+        const std::int64_t packetTicks =
+            codec.codec_type == AVMEDIA_TYPE_AUDIO && codec.sample_rate > 0
+                ? av_rescale_q(codec.frame_size > 0 ? codec.frame_size : 1024,
+                               {1, codec.sample_rate}, stream->time_base)
+                : 1;
+        const std::int64_t usual = usualStep(steps, packetTicks);
+        for (std::size_t sample = first; sample < samples.size(); ++sample) {
+            if (samples[sample].duration <= 0) {
+                samples[sample].duration = usual;
+            }
+        }
+    }
+    std::stable_sort(samples.begin(), samples.end(),
+                     [](const Sample& a, const Sample& b) { return a.position < b.position; });
+    return samples;
+}
+
+bool PartInput::listAgreesWithPackets(const std::vector<Sample>& samples) {
+    std::vector<std::size_t> seen(input_->nb_streams, 0);
+    std::vector<std::vector<const Sample*>> byStream(input_->nb_streams);
+    for (const Sample& sample : samples) {
+        byStream[static_cast<std::size_t>(sample.stream)].push_back(&sample);
+    }
+    ff::Packet packet = ff::makePacket();
+    for (int checked = 0; checked < packetsChecked && readPacket(*packet); ++checked) {
+        const auto stream = static_cast<std::size_t>(packet->stream_index);
+        const std::vector<const Sample*>& listed = byStream[stream];
+        if (seen[stream] >= listed.size()) {
+            return false;
+        }
+        const Sample& sample = *listed[seen[stream]++];
+        // Reordered frames (pts != dts) are not described by the list: read them.
+        if (sample.position != packet->pos || sample.size != packet->size ||
+            sample.dts != packet->dts || packet->pts != packet->dts) {
+            return false;
+        }
+    }
+    return true;
+}
+
 bool PartInput::next(AVPacket& packet) {
+    if (!fromList_) {
+        return readPacket(packet);
+    }
+    av_packet_unref(&packet);
+    if (nextSample_ >= samples_.size()) {
+        return false;
+    }
+    const Sample& sample = samples_[nextSample_++];
+    packet.stream_index = sample.stream;
+    packet.pts = sample.dts;
+    packet.dts = sample.dts;
+    packet.duration = sample.duration;
+    packet.pos = sample.position;
+    packet.size = sample.size;
+    packet.data = nullptr;
+    packet.flags = sample.key ? AV_PKT_FLAG_KEY : 0;
+    return true;
+}
+
+bool PartInput::readPacket(AVPacket& packet) {
     for (;;) {
         av_packet_unref(&packet);
         const int read = av_read_frame(input_.get(), &packet);

@@ -14,12 +14,15 @@
 
 namespace lumenvale::files {
 
-// Threads: one thread at a time. Owns its demuxer.
+// Threads: one thread at a time. Owns its demuxer and its file descriptor.
 class PartInput {
   public:
     // Opens `path` as untrusted input (ff::openInput). Throws MediaError when it is
     // missing, unreadable or not a movie.
     explicit PartInput(std::filesystem::path path);
+    ~PartInput();
+    PartInput(const PartInput&) = delete;
+    PartInput& operator=(const PartInput&) = delete;
 
     const std::filesystem::path& path() const { return path_; }
     AVFormatContext& format() const { return *input_; }
@@ -29,9 +32,7 @@ class PartInput {
     AVStream* video() const { return video_; }
     const std::vector<AVStream*>& audio() const { return audio_; }
     // The stream whose duration is the part's: the video, else the first audio.
-    AVStream* timing() const {
-        return video_ != nullptr ? video_ : (audio_.empty() ? nullptr : audio_[0]);
-    }
+    AVStream* timing() const;
 
     // The part's duration in seconds as its container lists it (of the timing stream);
     // 0 when it lists nothing to play.
@@ -46,19 +47,46 @@ class PartInput {
     // A container tag ("lumenvale_part", ...), when present.
     std::optional<std::string> tag(const char* key) const;
 
-    // Reads the next packet of a copied stream. False at the end of what can be read:
-    // the regular end, or a damaged or cut-off tail (a packet cut short by the end of
-    // the file is dropped). Throws MediaError when reading fails for another reason
-    // (an I/O error), so nothing is lost silently.
+    // The next packet of a copied stream, in file order. False at the end of what can
+    // be read: the regular end, or a damaged or cut-off tail (a packet cut short by the
+    // end of the file is left out). Throws MediaError when reading fails for another
+    // reason (an I/O error), so nothing is lost silently.
+    //
+    // When the container lists every sample up front (MPEG-4), packets come from that
+    // list without reading their bytes: `packet.data` is null, and the packet's
+    // `packet.size` bytes are at `packet.pos` in fileDescriptor(), to be copied file to
+    // file. Otherwise the bytes are read into the packet.
     bool next(AVPacket& packet);
 
+    // The part's file, open for reading, for copying listed samples.
+    int fileDescriptor() const { return fd_; }
+
   private:
+    // A sample as the container lists it.
+    struct Sample {
+        int stream = 0;
+        std::int64_t dts = 0; // = pts: listed samples are used only without reordering
+        std::int64_t duration = 0;
+        std::int64_t position = 0;
+        int size = 0;
+        bool key = false;
+    };
+
+    void open();
+    bool readPacket(AVPacket& packet);
+    std::vector<Sample> listedSamplesInFileOrder() const;
+    bool listAgreesWithPackets(const std::vector<Sample>& samples);
+
     std::filesystem::path path_;
     ff::InputContext input_;
     AVStream* video_ = nullptr;
     std::vector<AVStream*> audio_;
     std::vector<bool> copied_; // by stream index
     std::vector<bool> cutOff_; // by stream index: a packet was cut short
+    int fd_ = -1;
+    std::vector<Sample> samples_; // when packets come from the list
+    std::size_t nextSample_ = 0;
+    bool fromList_ = false;
 };
 
 } // namespace lumenvale::files

@@ -100,8 +100,13 @@ TEST_F(RecoveryTest, ARecordingWithALockedPartIsLeftAlone) {
 }
 
 TEST_F(RecoveryTest, AMovieWithoutTagsStandsAloneAndOtherFilesAreOnlyReported) {
+    // A movie from elsewhere, with reordered frames (B-frames), so its samples are read
+    // and copied through memory rather than file to file.
     const auto untagged = parts_ / "Lumenvale-0F0F0F0F-0000-4000-8000-000000000001.mp4";
-    std::filesystem::rename(parts_ / "recording.mp4", untagged);
+    testing::makeMovie(untagged, "-f lavfi -i testsrc2=size=320x240:rate=25 -f lavfi -i "
+                                 "sine=frequency=500:sample_rate=44100 -t 4 -c:v libx264 -bf 2 "
+                                 "-pix_fmt yuv420p -c:a aac");
+    const auto expected = sums(untagged);
     std::tm local{};
     local.tm_year = 2024 - 1900;
     local.tm_mon = 11;
@@ -115,13 +120,14 @@ TEST_F(RecoveryTest, AMovieWithoutTagsStandsAloneAndOtherFilesAreOnlyReported) {
     const auto junk = parts_ / "Lumenvale-junk.mp4";
     std::ofstream(junk) << "half a header";
     const auto unrelated = parts_ / "holiday.mp4";
-    std::filesystem::copy_file(untagged, unrelated);
+    std::filesystem::copy_file(parts_ / "recording.mp4", unrelated);
 
     const RecoveryResult result = Recovery::recoverAll(parts_.path(), movies_.path());
 
     ASSERT_EQ(result.recovered.size(), 1u);
     EXPECT_EQ(result.recovered[0].path, movies_ / "Lumenvale Recording 2024-12-24 at 23.59.58.mp4");
-    EXPECT_NEAR(result.recovered[0].durationSeconds, 6.0, 0.05);
+    EXPECT_NEAR(result.recovered[0].durationSeconds, 4.0, 0.05);
+    EXPECT_EQ(sums(result.recovered[0].path), expected);
     ASSERT_EQ(result.unusable.size(), 1u);
     EXPECT_EQ(result.unusable[0].path, junk);
     EXPECT_EQ(result.unusable[0].reason,
