@@ -151,6 +151,14 @@ std::optional<RecError> CaptureLoop::makeFrame(std::int64_t index) {
     }
     connection_.flush();
     std::optional<SourceImage> image = readable ? grabber_->wait() : std::nullopt;
+    if (image) {
+        drainEvents(presses);
+        if (grabber_->needsRetake()) {
+            grabber_->request(plan.grab);
+            connection_.flush();
+            image = grabber_->wait();
+        }
+    }
     Reply<xcb_query_pointer_reply_t> position{
         wantsPointer ? xcb_query_pointer_reply(connection_.get(), pointerCookie, nullptr)
                      : nullptr};

@@ -85,18 +85,47 @@ void DesktopCompositor::prepare(const PixelRect& area) {
     }
 }
 
-void DesktopCompositor::paintBackground(const PixelRect& area) {
+void DesktopCompositor::paintBackground(const PixelRect& area,
+                                        const std::vector<TopLevel>& windows) {
     xcb_connection_t* c = connection_.get();
     const xcb_render_color_t black{0, 0, 0, 0xffff};
     const xcb_rectangle_t whole{0, 0, static_cast<std::uint16_t>(area.width),
                                 static_cast<std::uint16_t>(area.height)};
     xcb_render_fill_rectangles(c, XCB_RENDER_PICT_OP_SRC, targetPicture_.id(), black, 1, &whole);
-    // The wallpaper when the desktop publishes one; else what the root itself shows
-    // where no window covers it.
-    const std::uint32_t source = wallpaper_ ? wallpaper_.id() : rootPicture_.id();
-    xcb_render_composite(c, XCB_RENDER_PICT_OP_SRC, source, XCB_NONE, targetPicture_.id(),
-                         static_cast<std::int16_t>(area.x), static_cast<std::int16_t>(area.y), 0, 0,
-                         0, 0, whole.width, whole.height);
+    if (wallpaper_) {
+        xcb_render_composite(c, XCB_RENDER_PICT_OP_SRC, wallpaper_.id(), XCB_NONE,
+                             targetPicture_.id(), static_cast<std::int16_t>(area.x),
+                             static_cast<std::int16_t>(area.y), 0, 0, 0, 0, whole.width,
+                             whole.height);
+        return;
+    }
+    // Without a published wallpaper, the root's own pixels serve, but only where no
+    // window lies: redirected windows do not clip their parent, so elsewhere the
+    // root holds their pictures, this process's windows included. There it stays
+    // black unless another window is painted over it.
+    std::vector<xcb_rectangle_t> covered;
+    for (const TopLevel& window : windows) {
+        const PixelRect part = intersection(window.rect, area);
+        if (window.viewable && !window.inputOnly && !part.empty()) {
+            covered.push_back({static_cast<std::int16_t>(part.x - area.x),
+                               static_cast<std::int16_t>(part.y - area.y),
+                               static_cast<std::uint16_t>(part.width),
+                               static_cast<std::uint16_t>(part.height)});
+        }
+    }
+    const std::uint32_t openID = connection_.generateID();
+    xcb_xfixes_create_region(c, openID, 1, &whole);
+    ServerResource open(c, openID, destroyRegion);
+    const std::uint32_t coveredID = connection_.generateID();
+    xcb_xfixes_create_region(c, coveredID, static_cast<std::uint32_t>(covered.size()),
+                             covered.data());
+    ServerResource coveredRegion(c, coveredID, destroyRegion);
+    xcb_xfixes_subtract_region(c, openID, coveredID, openID);
+    xcb_xfixes_set_picture_clip_region(c, targetPicture_.id(), openID, 0, 0);
+    xcb_render_composite(c, XCB_RENDER_PICT_OP_SRC, rootPicture_.id(), XCB_NONE,
+                         targetPicture_.id(), static_cast<std::int16_t>(area.x),
+                         static_cast<std::int16_t>(area.y), 0, 0, 0, 0, whole.width, whole.height);
+    xcb_xfixes_set_picture_clip_region(c, targetPicture_.id(), XCB_NONE, 0, 0);
 }
 
 void DesktopCompositor::paintWindow(const TopLevel& window, const PixelRect& area) {
@@ -136,7 +165,7 @@ void DesktopCompositor::paintWindow(const TopLevel& window, const PixelRect& are
 xcb_pixmap_t DesktopCompositor::compose(const PixelRect& area,
                                         const std::vector<TopLevel>& windows) {
     prepare(area);
-    paintBackground(area);
+    paintBackground(area, windows);
     for (const TopLevel& window : windows) {
         if (window.viewable && !window.inputOnly && window.ownership != Ownership::own &&
             intersects(window.rect, area)) {

@@ -1,8 +1,11 @@
 #pragma once
 
 // Paints a part of the desktop as it would look without this process's own
-// windows: the root background, then every other viewable top-level window from
-// its Composite pixmap, bottom to top, into an offscreen pixmap (RENDER).
+// windows: the desktop's background, then every other viewable top-level window
+// from its Composite pixmap, bottom to top, into an offscreen pixmap (RENDER).
+// The background is the wallpaper the desktop publishes (_XROOTPMAP_ID); without
+// one, the root's own pixels where no window covers them, and black where only
+// this process's windows lay over the bare desktop.
 // Internal to LumenvaleMedia.
 
 #include "capture/PictureFormats.h"
@@ -33,7 +36,7 @@ class DesktopCompositor {
 
   private:
     void prepare(const PixelRect& area);
-    void paintBackground(const PixelRect& area);
+    void paintBackground(const PixelRect& area, const std::vector<TopLevel>& windows);
     void paintWindow(const TopLevel& window, const PixelRect& area);
 
     const XConnection& connection_;

@@ -125,6 +125,17 @@ std::optional<SourceImage> DesktopGrabber::wait() {
                        PixelSize{requested_.width, requested_.height}, requested_.x, requested_.y};
 }
 
+// A window's move, map or restack is reported before the reply of any grab the
+// server handled after it, so the events drained after a plain grab tell whether
+// one of this process's windows was already over the target when it was taken.
+bool DesktopGrabber::needsRetake() {
+    if (!topLevels_ || composed_) {
+        return false;
+    }
+    topLevels_->refresh();
+    return topLevels_->ownWindowOverlaps(grabbed_);
+}
+
 // Moves the rows of the grabbed part to their place in the requested picture and
 // paints the rest (off the desktop) black. Rows go last to first: each one's new
 // place lies at or after its old one.

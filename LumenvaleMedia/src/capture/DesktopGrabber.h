@@ -31,9 +31,7 @@ class DesktopGrabber final : public Grabber {
     void request(PixelSize part) override;
     std::optional<SourceImage> wait() override;
     std::int64_t memoryGeneration() const override { return memoryGeneration_; }
-
-    // Whether the last request composed the picture without own windows (for tests).
-    bool composedLastFrame() const { return composed_; }
+    bool needsRetake() override;
 
   private:
     void ensureMemory(std::size_t bytes);

@@ -40,6 +40,11 @@ class Grabber {
     // Waits for them: the picture, or nothing when the target could not be read
     // this time (a minimized window).
     virtual std::optional<SourceImage> wait() = 0;
+    // After wait() and the events that arrived with it: true when those events show
+    // that the picture just read may hold something it must not (a window of this
+    // process moved over the target while the picture was taken). Then the frame
+    // is read again with request() and wait().
+    virtual bool needsRetake() { return false; }
     // Changes whenever the shared memory is replaced (a target grew beyond it):
     // pictures from before are gone.
     virtual std::int64_t memoryGeneration() const = 0;

@@ -135,6 +135,16 @@ void WindowGrabber::observe(const xcb_generic_event_t& event) {
         }
         break;
     }
+    case XCB_UNMAP_NOTIFY: {
+        // Minimized or hidden: nothing to read until it shows again (the old
+        // storage would only give the last picture as if it were new).
+        const auto& unmapped = reinterpret_cast<const xcb_unmap_notify_event_t&>(event);
+        if (unmapped.window == frame_) {
+            storage_.reset();
+            storageStale_ = true;
+        }
+        break;
+    }
     case XCB_REPARENT_NOTIFY: {
         const auto& reparented = reinterpret_cast<const xcb_reparent_notify_event_t&>(event);
         if (reparented.window == client_) {

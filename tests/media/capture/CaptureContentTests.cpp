@@ -35,8 +35,8 @@ TEST(CaptureContent, AreaShowsTheWindowsUnderItAtItsOwnSize) {
     // An area of odd size: the movie is its even-sized part.
     const PixelSize movie = OutputSize::pixels({301, 151}, 1, Codec::h264);
     ASSERT_EQ(movie, (PixelSize{300, 150}));
-    CaptureX11 capture(request(CaptureArea{{150, 120, 301, 151}}, movie));
     FrameCatcher catcher;
+    CaptureX11 capture(request(CaptureArea{{150, 120, 301, 151}}, movie));
     capture.start(catcher.frames(), catcher.stopped());
     const auto picture = catcher.waitFor([](const Picture& p) { return near(p.at(10, 10), red); });
     ASSERT_TRUE(picture) << "the red window never showed";
@@ -50,8 +50,8 @@ TEST(CaptureContent, AreaShowsTheWindowsUnderItAtItsOwnSize) {
 TEST(CaptureContent, AreaPartlyOffTheDesktopIsBlackThere) {
     x11::XConnection connection;
     TestWindow corner(connection, {1820, 980, 100, 100}, green, Management::unmanaged);
-    CaptureX11 capture(request(CaptureArea{{1800, 1000, 200, 100}}, {200, 100}));
     FrameCatcher catcher;
+    CaptureX11 capture(request(CaptureArea{{1800, 1000, 200, 100}}, {200, 100}));
     capture.start(catcher.frames(), catcher.stopped());
     const auto picture =
         catcher.waitFor([](const Picture& p) { return near(p.at(50, 50), green); });
@@ -66,8 +66,8 @@ TEST(CaptureContent, ScreenAtFullSizeAndScaledDown) {
     TestWindow window(connection, {960, 540, 480, 270}, green, Management::unmanaged);
     for (const PixelSize movie : {PixelSize{1920, 1080}, PixelSize{960, 540}}) {
         SCOPED_TRACE(movie.width);
-        CaptureX11 capture(request(CaptureScreen{"screen"}, movie));
         FrameCatcher catcher;
+        CaptureX11 capture(request(CaptureScreen{"screen"}, movie));
         capture.start(catcher.frames(), catcher.stopped());
         const double factor = static_cast<double>(movie.width) / 1920;
         auto scaled = [factor](double value) {
@@ -89,8 +89,8 @@ TEST(CaptureContent, ScreenUnderThePointerIsChosenAtStart) {
     TestMonitor monitor(connection, "LV-SMALL", {1600, 0, 320, 240});
     TestWindow window(connection, {1700, 100, 50, 50}, red, Management::unmanaged);
     warpPointer(connection, 1650, 50);
-    CaptureX11 capture(request(CaptureScreen{}, {320, 240}));
     FrameCatcher catcher;
+    CaptureX11 capture(request(CaptureScreen{}, {320, 240}));
     capture.start(catcher.frames(), catcher.stopped());
     const auto picture =
         catcher.waitFor([](const Picture& p) { return near(p.at(120, 120), red); });
@@ -115,8 +115,8 @@ TEST(CaptureContent, WindowWithItsFrameWhileCoveredMovedAndResized) {
     const auto info = describeWindow(window.id());
     ASSERT_TRUE(info);
     const PixelSize movie = OutputSize::pixels(info->frame.size(), 1, Codec::h264);
-    CaptureX11 capture(request(CaptureWindow{window.id()}, movie));
     FrameCatcher catcher;
+    CaptureX11 capture(request(CaptureWindow{window.id()}, movie));
     capture.start(catcher.frames(), catcher.stopped());
 
     // The client fills the frame's lower part; the title bar is above it.

@@ -24,8 +24,8 @@ CaptureRequest areaRequest(x11::PixelRect area, bool pointer, bool clicks, int f
 }
 
 TEST(CapturePacing, FramesFollowTheScheduleWithoutGapsOrDrift) {
-    CaptureX11 capture(areaRequest({0, 0, 640, 360}, false, false, 30));
     FrameCatcher catcher;
+    CaptureX11 capture(areaRequest({0, 0, 640, 360}, false, false, 30));
     const auto before = std::chrono::steady_clock::now();
     capture.start(catcher.frames(), catcher.stopped());
     std::this_thread::sleep_for(1050ms);
@@ -37,9 +37,11 @@ TEST(CapturePacing, FramesFollowTheScheduleWithoutGapsOrDrift) {
     const std::vector<std::int64_t> indexes = catcher.indexes();
     const auto times = catcher.times();
     const CaptureStats stats = capture.stats();
-    ASSERT_GE(indexes.size(), 25u);
-    EXPECT_LE(indexes.size(), 33u);
+    ASSERT_GE(indexes.size(), 20u);
     EXPECT_EQ(indexes.front(), 0);
+    // About 1.05 s at 30 fps: frame numbers 0 to 31 were due, whatever the load.
+    EXPECT_GE(indexes.back(), 29);
+    EXPECT_LE(indexes.back(), 33);
     EXPECT_TRUE(std::is_sorted(indexes.begin(), indexes.end()));
     EXPECT_EQ(std::adjacent_find(indexes.begin(), indexes.end()), indexes.end()) << "no repeats";
     EXPECT_EQ(stats.delivered, static_cast<std::int64_t>(indexes.size()));
@@ -47,17 +49,29 @@ TEST(CapturePacing, FramesFollowTheScheduleWithoutGapsOrDrift) {
         << "every number up to the last was delivered or dropped";
     EXPECT_EQ(stats.repeated, 0);
 
-    // Frame n is made at start + n / 30 s: never early, and on a quiet machine
-    // rarely more than a frame late.
-    const auto start = times.front();
-    EXPECT_GE(start, before.time_since_epoch());
-    int late = 0;
+    // Frame n is made at start + n / 30 s, so time - n / 30 s is the same start for
+    // every frame, give or take how late each one was picked up: it must not wander
+    // (drift), and only a few frames may be a whole interval late.
+    EXPECT_GE(times.front(), before.time_since_epoch());
+    std::vector<std::chrono::nanoseconds> starts;
     for (std::size_t i = 0; i < times.size(); ++i) {
-        const auto due = start + std::chrono::nanoseconds(indexes[i] * 1'000'000'000 / 30);
-        EXPECT_GE(times[i] - due, -1ms) << "frame " << indexes[i] << " came early";
-        late += times[i] - due > 33ms ? 1 : 0;
+        starts.push_back(times[i] - std::chrono::nanoseconds(indexes[i] * 1'000'000'000 / 30));
     }
-    EXPECT_LE(late, 3);
+    const auto earliest = *std::min_element(starts.begin(), starts.end());
+    std::size_t late = 0;
+    for (const auto start : starts) {
+        late += start - earliest > 33ms ? 1u : 0u;
+    }
+    EXPECT_LE(late, times.size() / 4);
+    auto median = [](std::vector<std::chrono::nanoseconds> values) {
+        std::nth_element(values.begin(),
+                         values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2),
+                         values.end());
+        return values[values.size() / 2];
+    };
+    const std::vector<std::chrono::nanoseconds> firstTen(starts.begin(), starts.begin() + 10);
+    const std::vector<std::chrono::nanoseconds> lastTen(starts.end() - 10, starts.end());
+    EXPECT_LT(std::chrono::abs(median(lastTen) - median(firstTen)), 10ms) << "no drift";
 }
 
 // Pixels of a box around (x, y) that differ from `colour`.
@@ -79,8 +93,8 @@ TEST(CaptureOverlay, PointerIsDrawnOnlyWhenAsked) {
     warpPointer(connection, 360, 320); // (160, 120) in the area
     for (const bool pointer : {true, false}) {
         SCOPED_TRACE(pointer ? "with pointer" : "without pointer");
-        CaptureX11 capture(areaRequest(area, pointer, false));
         FrameCatcher catcher;
+        CaptureX11 capture(areaRequest(area, pointer, false));
         capture.start(catcher.frames(), catcher.stopped());
         const auto picture =
             catcher.waitFor([](const Picture& p) { return near(p.at(10, 10), grey, 2); });
@@ -100,8 +114,8 @@ TEST(CaptureOverlay, PointerFollowsItsMoves) {
     const x11::PixelRect area{200, 200, 320, 240};
     TestWindow backdrop(connection, area, grey, Management::unmanaged);
     warpPointer(connection, 260, 260);
-    CaptureX11 capture(areaRequest(area, true, false));
     FrameCatcher catcher;
+    CaptureX11 capture(areaRequest(area, true, false));
     capture.start(catcher.frames(), catcher.stopped());
     ASSERT_TRUE(
         catcher.waitFor([](const Picture& p) { return differing(p, 60, 60, 16, grey) > 20; }));
@@ -131,8 +145,8 @@ TEST(CaptureOverlay, ClickShowsAFadingRingAtThePointer) {
     const x11::PixelRect area{200, 200, 320, 240};
     TestWindow backdrop(connection, area, dark, Management::unmanaged);
     warpPointer(connection, 360, 320);
-    CaptureX11 capture(areaRequest(area, false, true));
     FrameCatcher catcher;
+    CaptureX11 capture(areaRequest(area, false, true));
     capture.start(catcher.frames(), catcher.stopped());
     const auto before = catcher.waitFor([](const Picture& p) { return near(p.at(10, 10), dark); });
     ASSERT_TRUE(before);
@@ -154,8 +168,8 @@ TEST(CaptureOverlay, ClicksAreNotShownWhenNotAsked) {
     const x11::PixelRect area{200, 200, 320, 240};
     TestWindow backdrop(connection, area, dark, Management::unmanaged);
     warpPointer(connection, 360, 320);
-    CaptureX11 capture(areaRequest(area, false, false));
     FrameCatcher catcher;
+    CaptureX11 capture(areaRequest(area, false, false));
     capture.start(catcher.frames(), catcher.stopped());
     ASSERT_TRUE(catcher.waitFor([](const Picture& p) { return near(p.at(10, 10), dark); }));
     ASSERT_EQ(std::system("xdotool click 1"), 0);

@@ -46,7 +46,8 @@ struct Picture {
     Colour at(std::int64_t x, std::int64_t y) const;
 };
 
-// Keeps the latest frame and the numbers and times of all frames.
+// Keeps the latest frame and the numbers and times of all frames. Declare it before
+// the capture whose handlers it gives, so that it outlives the capture thread.
 class FrameCatcher {
   public:
     VideoSource::FrameHandler frames();
