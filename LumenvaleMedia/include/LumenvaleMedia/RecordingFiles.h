@@ -29,7 +29,9 @@ struct Recording {
 //
 // Threads: every function runs on a worker thread, never the GUI thread (they read
 // and write whole movies); they share no state, so several may run at once on
-// different files. Errors are MediaError with a sentence for the user.
+// different files. save() decodes the poster on a helper thread of its own while the
+// movie is synced to the disk, and joins it before returning. Errors are MediaError
+// with a sentence for the user.
 namespace RecordingFiles {
 
 // Saves a recording: `parts` in recording order, `folder` the save folder (created with

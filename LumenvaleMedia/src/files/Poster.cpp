@@ -1,3 +1,5 @@
+#include "files/Poster.h"
+
 #include "LumenvaleMedia/RecordingFiles.h"
 #include "ffmpeg/Handles.h"
 
@@ -9,7 +11,7 @@ extern "C" {
 #include <algorithm>
 #include <cmath>
 
-namespace lumenvale::RecordingFiles {
+namespace lumenvale::files {
 namespace {
 
 constexpr double posterLongestSide = 640;
@@ -94,8 +96,7 @@ int clockwiseQuarters(const AVStream& stream) {
     return std::isfinite(degrees) ? static_cast<int>(std::lround(-degrees / 90)) : 0;
 }
 
-Image posterAt(const std::filesystem::path& movie, double timeSeconds) {
-    const ff::InputContext input = ff::openInput(movie, ff::InputProbing::headerOnly);
+Image posterAt(const ff::InputContext& input, double timeSeconds) {
     const int index = av_find_best_stream(input.get(), AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
     if (index < 0) {
         throw MediaError("The movie has no picture.");
@@ -111,7 +112,8 @@ Image posterAt(const std::filesystem::path& movie, double timeSeconds) {
     }
     ff::check(avcodec_parameters_to_context(decoder.get(), stream->codecpar),
               "Couldn’t take the poster");
-    decoder->thread_type = FF_THREAD_SLICE; // one frame wanted: no frame-thread delay
+    decoder->thread_count = 0;
+    decoder->thread_type = FF_THREAD_FRAME | FF_THREAD_SLICE;
     ff::check(avcodec_open2(decoder.get(), codec, nullptr), "Couldn’t take the poster");
     for (unsigned other = 0; other < input->nb_streams; ++other) {
         input->streams[other]->discard =
@@ -167,7 +169,7 @@ Image posterAt(const std::filesystem::path& movie, double timeSeconds) {
 
 } // namespace
 
-std::optional<Image> poster(const std::filesystem::path& movie, double durationSeconds) {
+std::optional<Image> posterOf(ff::InputContext movie, double durationSeconds) {
     try {
         return posterAt(movie, RecordingName::posterTime(durationSeconds));
     } catch (const std::exception&) {
@@ -175,4 +177,17 @@ std::optional<Image> poster(const std::filesystem::path& movie, double durationS
     }
 }
 
-} // namespace lumenvale::RecordingFiles
+} // namespace lumenvale::files
+
+namespace lumenvale {
+
+std::optional<Image> RecordingFiles::poster(const std::filesystem::path& movie,
+                                            double durationSeconds) {
+    try {
+        return files::posterOf(ff::openInput(movie, ff::InputProbing::headerOnly), durationSeconds);
+    } catch (const std::exception&) {
+        return std::nullopt;
+    }
+}
+
+} // namespace lumenvale

@@ -3,7 +3,9 @@
 #include "files/Joiner.h"
 #include "files/MovieFile.h"
 #include "files/PartInput.h"
+#include "files/Poster.h"
 
+#include <future>
 #include <system_error>
 
 namespace lumenvale::RecordingFiles {
@@ -61,12 +63,11 @@ std::vector<double> readDurations(const std::vector<double>& seconds) {
     return kept;
 }
 
-double movieDuration(const std::filesystem::path& movie) {
-    const ff::InputContext input = ff::openInput(movie, ff::InputProbing::headerOnly);
-    if (input->duration == AV_NOPTS_VALUE || input->duration <= 0) {
-        throw MediaError("The saved movie “" + movie.filename().string() + "” has no duration.");
+double movieDuration(const AVFormatContext& movie) {
+    if (movie.duration == AV_NOPTS_VALUE || movie.duration <= 0) {
+        throw MediaError("The saved movie has no duration.");
     }
-    return ff::seconds(input->duration, AV_TIME_BASE_Q);
+    return ff::seconds(movie.duration, AV_TIME_BASE_Q);
 }
 
 // Closes the parts that went into the movie and removes them with the empty ones;
@@ -97,13 +98,21 @@ Recording save(const std::vector<std::filesystem::path>& parts, const std::files
     {
         files::MovieFile file(folder, base);
         recording.partDurations = readDurations(writeParts(opened, file));
+        file.finish(files::Durability::cached);
+        // The movie as written: its duration now, its poster while it goes to the disk.
+        ff::InputContext movie = ff::openInput(file.temporaryPath(), ff::InputProbing::headerOnly);
+        recording.durationSeconds = movieDuration(*movie);
+        std::future<std::optional<Image>> poster =
+            std::async(std::launch::async,
+                       [movie = std::move(movie), seconds = recording.durationSeconds]() mutable {
+                           return files::posterOf(std::move(movie), seconds);
+                       });
         file.finish(files::Durability::synced);
         recording.path = file.publish(base, "mp4", files::Durability::synced);
+        recording.poster = poster.get();
     }
     // The movie is on the disk under its name: the parts may go now.
     removeParts(opened);
-    recording.durationSeconds = movieDuration(recording.path);
-    recording.poster = poster(recording.path, recording.durationSeconds);
     return recording;
 }
 
