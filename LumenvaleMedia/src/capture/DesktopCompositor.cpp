@@ -3,6 +3,7 @@
 #include "LumenvaleMedia/MediaError.h"
 #include "capture/XProperties.h"
 
+#include <algorithm>
 #include <xcb/composite.h>
 #include <xcb/shape.h>
 #include <xcb/xfixes.h>
@@ -85,7 +86,18 @@ void DesktopCompositor::prepare(const PixelRect& area) {
     }
 }
 
-void DesktopCompositor::paintBackground(const PixelRect& area,
+namespace {
+
+xcb_rectangle_t relative(const PixelRect& rect, const PixelRect& area) {
+    return {static_cast<std::int16_t>(rect.x - area.x), static_cast<std::int16_t>(rect.y - area.y),
+            static_cast<std::uint16_t>(rect.width), static_cast<std::uint16_t>(rect.height)};
+}
+
+} // namespace
+
+// `patches` is the region (in area coordinates) being painted; it is the target's
+// clip on entry and on return.
+void DesktopCompositor::paintBackground(const PixelRect& area, std::uint32_t patches,
                                         const std::vector<TopLevel>& windows) {
     xcb_connection_t* c = connection_.get();
     const xcb_render_color_t black{0, 0, 0, 0xffff};
@@ -107,28 +119,26 @@ void DesktopCompositor::paintBackground(const PixelRect& area,
     for (const TopLevel& window : windows) {
         const PixelRect part = intersection(window.rect, area);
         if (window.viewable && !window.inputOnly && !part.empty()) {
-            covered.push_back({static_cast<std::int16_t>(part.x - area.x),
-                               static_cast<std::int16_t>(part.y - area.y),
-                               static_cast<std::uint16_t>(part.width),
-                               static_cast<std::uint16_t>(part.height)});
+            covered.push_back(relative(part, area));
         }
     }
-    const std::uint32_t openID = connection_.generateID();
-    xcb_xfixes_create_region(c, openID, 1, &whole);
-    ServerResource open(c, openID, destroyRegion);
     const std::uint32_t coveredID = connection_.generateID();
     xcb_xfixes_create_region(c, coveredID, static_cast<std::uint32_t>(covered.size()),
                              covered.data());
     ServerResource coveredRegion(c, coveredID, destroyRegion);
-    xcb_xfixes_subtract_region(c, openID, coveredID, openID);
+    const std::uint32_t openID = connection_.generateID();
+    xcb_xfixes_create_region(c, openID, 0, nullptr);
+    ServerResource open(c, openID, destroyRegion);
+    xcb_xfixes_subtract_region(c, patches, coveredID, openID);
     xcb_xfixes_set_picture_clip_region(c, targetPicture_.id(), openID, 0, 0);
     xcb_render_composite(c, XCB_RENDER_PICT_OP_SRC, rootPicture_.id(), XCB_NONE,
                          targetPicture_.id(), static_cast<std::int16_t>(area.x),
                          static_cast<std::int16_t>(area.y), 0, 0, 0, 0, whole.width, whole.height);
-    xcb_xfixes_set_picture_clip_region(c, targetPicture_.id(), XCB_NONE, 0, 0);
+    xcb_xfixes_set_picture_clip_region(c, targetPicture_.id(), patches, 0, 0);
 }
 
-void DesktopCompositor::paintWindow(const TopLevel& window, const PixelRect& area) {
+void DesktopCompositor::paintWindow(const TopLevel& window, const PixelRect& area,
+                                    std::uint32_t patches) {
     xcb_connection_t* c = connection_.get();
     auto format = formats_.forVisual(window.visual);
     if (!format) {
@@ -145,33 +155,50 @@ void DesktopCompositor::paintWindow(const TopLevel& window, const PixelRect& are
     const auto top = static_cast<std::int16_t>(window.rect.y - area.y);
     ServerResource outline;
     if (window.shaped) {
-        // Outside its bounding shape the window's storage holds nothing meaningful.
+        // Outside its bounding shape the window's storage holds nothing meaningful:
+        // paint only where the shape and the patches meet.
         const std::uint32_t regionID = connection_.generateID();
         xcb_xfixes_create_region_from_window(c, regionID, window.id, XCB_SHAPE_SK_BOUNDING);
         outline = ServerResource(c, regionID, destroyRegion);
-        xcb_xfixes_set_picture_clip_region(c, targetPicture_.id(), regionID,
-                                           static_cast<std::int16_t>(left + window.borderWidth),
-                                           static_cast<std::int16_t>(top + window.borderWidth));
+        xcb_xfixes_translate_region(c, regionID,
+                                    static_cast<std::int16_t>(left + window.borderWidth),
+                                    static_cast<std::int16_t>(top + window.borderWidth));
+        xcb_xfixes_intersect_region(c, regionID, patches, regionID);
+        xcb_xfixes_set_picture_clip_region(c, targetPicture_.id(), regionID, 0, 0);
     }
     xcb_render_composite(c, format->hasAlpha ? XCB_RENDER_PICT_OP_OVER : XCB_RENDER_PICT_OP_SRC,
                          pictureID, XCB_NONE, targetPicture_.id(), 0, 0, 0, 0, left, top,
                          static_cast<std::uint16_t>(window.rect.width),
                          static_cast<std::uint16_t>(window.rect.height));
     if (window.shaped) {
-        xcb_xfixes_set_picture_clip_region(c, targetPicture_.id(), XCB_NONE, 0, 0);
+        xcb_xfixes_set_picture_clip_region(c, targetPicture_.id(), patches, 0, 0);
     }
 }
 
 xcb_pixmap_t DesktopCompositor::compose(const PixelRect& area,
+                                        const std::vector<PixelRect>& patches,
                                         const std::vector<TopLevel>& windows) {
+    xcb_connection_t* c = connection_.get();
     prepare(area);
-    paintBackground(area, windows);
+    std::vector<xcb_rectangle_t> rectangles;
+    for (const PixelRect& patch : patches) {
+        rectangles.push_back(relative(patch, area));
+    }
+    const std::uint32_t regionID = connection_.generateID();
+    xcb_xfixes_create_region(c, regionID, static_cast<std::uint32_t>(rectangles.size()),
+                             rectangles.data());
+    ServerResource region(c, regionID, destroyRegion);
+    xcb_xfixes_set_picture_clip_region(c, targetPicture_.id(), regionID, 0, 0);
+    paintBackground(area, regionID, windows);
     for (const TopLevel& window : windows) {
-        if (window.viewable && !window.inputOnly && window.ownership != Ownership::own &&
-            intersects(window.rect, area)) {
-            paintWindow(window, area);
+        const bool touches =
+            std::any_of(patches.begin(), patches.end(),
+                        [&](const PixelRect& patch) { return intersects(window.rect, patch); });
+        if (window.viewable && !window.inputOnly && window.ownership != Ownership::own && touches) {
+            paintWindow(window, area, regionID);
         }
     }
+    xcb_xfixes_set_picture_clip_region(c, targetPicture_.id(), XCB_NONE, 0, 0);
     return target_.id();
 }
 

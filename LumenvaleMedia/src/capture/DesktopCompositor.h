@@ -26,18 +26,21 @@ class DesktopCompositor {
     DesktopCompositor(const DesktopCompositor&) = delete;
     DesktopCompositor& operator=(const DesktopCompositor&) = delete;
 
-    // Queues the painting of `area` (root coordinates) and returns the pixmap that
-    // will hold it, `area`'s size, its origin at the area's top-left. Windows whose
-    // ownership is Ownership::own are left out. The first call has the server keep
-    // every top-level window in offscreen storage (automatic redirection: the
-    // screen keeps showing them as before). Errors about windows that vanished
-    // meanwhile arrive as events and can be ignored.
-    xcb_pixmap_t compose(const PixelRect& area, const std::vector<TopLevel>& windows);
+    // Queues the painting of `patches` (root coordinates, within `area`) into the
+    // pixmap it returns: `area`'s size, its origin at the area's top-left; outside
+    // the patches the pixmap keeps whatever it held. Windows whose ownership is
+    // Ownership::own are left out. The first call has the server keep every
+    // top-level window in offscreen storage (automatic redirection: the screen keeps
+    // showing them as before). Errors about windows that vanished meanwhile arrive
+    // as events and can be ignored.
+    xcb_pixmap_t compose(const PixelRect& area, const std::vector<PixelRect>& patches,
+                         const std::vector<TopLevel>& windows);
 
   private:
     void prepare(const PixelRect& area);
-    void paintBackground(const PixelRect& area, const std::vector<TopLevel>& windows);
-    void paintWindow(const TopLevel& window, const PixelRect& area);
+    void paintBackground(const PixelRect& area, std::uint32_t patches,
+                         const std::vector<TopLevel>& windows);
+    void paintWindow(const TopLevel& window, const PixelRect& area, std::uint32_t patches);
 
     const XConnection& connection_;
     PictureFormats formats_;

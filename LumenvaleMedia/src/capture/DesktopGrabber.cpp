@@ -101,22 +101,74 @@ std::optional<RecError> DesktopGrabber::update(std::chrono::steady_clock::time_p
     return std::nullopt;
 }
 
+std::vector<PixelRect> DesktopGrabber::ownParts() const {
+    std::vector<PixelRect> parts = topLevels_->ownParts(grabbed_);
+    if (parts.size() > maxPatches) {
+        PixelRect bounds = parts.front();
+        for (const PixelRect& part : parts) {
+            const std::int64_t right = std::max(bounds.x + bounds.width, part.x + part.width);
+            const std::int64_t bottom = std::max(bounds.y + bounds.height, part.y + part.height);
+            bounds.x = std::min(bounds.x, part.x);
+            bounds.y = std::min(bounds.y, part.y);
+            bounds.width = right - bounds.x;
+            bounds.height = bottom - bounds.y;
+        }
+        parts = {bounds};
+    }
+    return parts;
+}
+
 void DesktopGrabber::request(PixelSize part) {
     requested_ = {region_.x, region_.y, part.width, part.height};
     grabbed_ = intersection(requested_, root_);
-    ensureMemory(bgraBytes(part.width, part.height));
-    composed_ = topLevels_ && topLevels_->ownWindowOverlaps(grabbed_);
-    if (composed_) {
-        const xcb_pixmap_t picture = compositor_->compose(grabbed_, topLevels_->windows());
-        cookie_ = memory_->request(picture, {0, 0, grabbed_.width, grabbed_.height});
-    } else {
-        cookie_ = memory_->request(connection_.root(), grabbed_);
+    patches_.clear();
+    patchCookies_.clear();
+    if (topLevels_) {
+        patches_ = ownParts();
+    }
+    std::size_t bytes = bgraBytes(part.width, part.height);
+    for (const PixelRect& patch : patches_) {
+        bytes += bgraBytes(patch.width, patch.height);
+    }
+    ensureMemory(bytes);
+    cookie_ = memory_->request(connection_.root(), grabbed_);
+    if (!patches_.empty()) {
+        const xcb_pixmap_t composed =
+            compositor_->compose(grabbed_, patches_, topLevels_->windows());
+        std::size_t offset = bgraBytes(part.width, part.height);
+        for (const PixelRect& patch : patches_) {
+            patchCookies_.push_back(memory_->request(
+                composed, {patch.x - grabbed_.x, patch.y - grabbed_.y, patch.width, patch.height},
+                offset));
+            offset += bgraBytes(patch.width, patch.height);
+        }
     }
 }
 
 std::optional<SourceImage> DesktopGrabber::wait() {
-    if (grabbed_.empty() || !memory_->wait(cookie_)) {
+    if (grabbed_.empty()) {
         return std::nullopt;
+    }
+    bool complete = memory_->wait(cookie_);
+    for (const xcb_shm_get_image_cookie_t& cookie : patchCookies_) {
+        complete = memory_->wait(cookie) && complete;
+    }
+    if (!complete) {
+        return std::nullopt; // never a picture with this process's windows in it
+    }
+    // The composed patches go over this process's windows in the screen's picture.
+    std::uint8_t* pixels = memory_->pixels();
+    const auto stride = static_cast<std::size_t>(grabbed_.width) * 4;
+    std::size_t offset = bgraBytes(requested_.width, requested_.height);
+    for (const PixelRect& patch : patches_) {
+        const auto patchStride = static_cast<std::size_t>(patch.width) * 4;
+        const auto left = static_cast<std::size_t>(patch.x - grabbed_.x) * 4;
+        for (std::int64_t row = 0; row < patch.height; ++row) {
+            std::memcpy(pixels + static_cast<std::size_t>(patch.y - grabbed_.y + row) * stride +
+                            left,
+                        pixels + offset + static_cast<std::size_t>(row) * patchStride, patchStride);
+        }
+        offset += bgraBytes(patch.width, patch.height);
     }
     if (grabbed_ != requested_) {
         padInto(requested_);
@@ -126,14 +178,14 @@ std::optional<SourceImage> DesktopGrabber::wait() {
 }
 
 // A window's move, map or restack is reported before the reply of any grab the
-// server handled after it, so the events drained after a plain grab tell whether
-// one of this process's windows was already over the target when it was taken.
+// server handled after it, so the events drained after a grab tell whether this
+// process's windows were already elsewhere than the patches assumed when it was taken.
 bool DesktopGrabber::needsRetake() {
-    if (!topLevels_ || composed_) {
+    if (!topLevels_) {
         return false;
     }
     topLevels_->refresh();
-    return topLevels_->ownWindowOverlaps(grabbed_);
+    return ownParts() != patches_;
 }
 
 // Moves the rows of the grabbed part to their place in the requested picture and

@@ -1,8 +1,9 @@
 #pragma once
 
-// Reads a screen or a fixed area of the desktop. With own windows hidden, reads the
-// screen as it is while none of this process's windows overlaps the target, and a
-// composed picture without them while one does. Internal to LumenvaleMedia.
+// Reads a screen or a fixed area of the desktop. With own windows hidden, the parts
+// of the screen's picture that this process's windows cover are replaced by patches
+// composed without them (DesktopCompositor), so the server composes only those
+// parts and nothing at all while none overlaps the target. Internal to LumenvaleMedia.
 
 #include "LumenvaleMedia/Capture.h"
 #include "capture/DesktopCompositor.h"
@@ -34,7 +35,11 @@ class DesktopGrabber final : public Grabber {
     bool needsRetake() override;
 
   private:
+    // More windows than this are patched as one rectangle around them all.
+    static constexpr std::size_t maxPatches = 8;
+
     void ensureMemory(std::size_t bytes);
+    std::vector<PixelRect> ownParts() const;
     void padInto(const PixelRect& part);
 
     const XConnection& connection_;
@@ -52,7 +57,8 @@ class DesktopGrabber final : public Grabber {
     PixelRect requested_;
     PixelRect grabbed_; // the part of requested_ on the desktop
     xcb_shm_get_image_cookie_t cookie_{};
-    bool composed_ = false;
+    std::vector<PixelRect> patches_; // root coordinates
+    std::vector<xcb_shm_get_image_cookie_t> patchCookies_;
 };
 
 } // namespace lumenvale::x11

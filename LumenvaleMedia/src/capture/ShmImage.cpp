@@ -48,11 +48,13 @@ ShmImage::~ShmImage() {
     shmdt(memory_);
 }
 
-xcb_shm_get_image_cookie_t ShmImage::request(xcb_drawable_t drawable, const PixelRect& area) {
+xcb_shm_get_image_cookie_t ShmImage::request(xcb_drawable_t drawable, const PixelRect& area,
+                                             std::size_t offsetBytes) {
     return xcb_shm_get_image(
         connection_.get(), drawable, static_cast<std::int16_t>(area.x),
         static_cast<std::int16_t>(area.y), static_cast<std::uint16_t>(area.width),
-        static_cast<std::uint16_t>(area.height), ~0u, XCB_IMAGE_FORMAT_Z_PIXMAP, segment_, 0);
+        static_cast<std::uint16_t>(area.height), ~0u, XCB_IMAGE_FORMAT_Z_PIXMAP, segment_,
+        static_cast<std::uint32_t>(offsetBytes));
 }
 
 bool ShmImage::wait(xcb_shm_get_image_cookie_t cookie) {

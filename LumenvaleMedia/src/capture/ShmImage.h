@@ -23,10 +23,12 @@ class ShmImage {
 
     std::size_t capacityBytes() const { return capacity_; }
 
-    // Sends the request for `area` of `drawable` (32 bits per pixel) into the segment.
-    xcb_shm_get_image_cookie_t request(xcb_drawable_t drawable, const PixelRect& area);
+    // Sends the request for `area` of `drawable` (32 bits per pixel) into the
+    // segment, `offsetBytes` from its start.
+    xcb_shm_get_image_cookie_t request(xcb_drawable_t drawable, const PixelRect& area,
+                                       std::size_t offsetBytes = 0);
     // Waits for it: true when the pixels arrived (false: the drawable is gone,
-    // unviewable, or the area lies outside it). The area must fit the capacity.
+    // unviewable, or the area lies outside it). The picture must fit the capacity.
     bool wait(xcb_shm_get_image_cookie_t cookie);
 
     std::uint8_t* pixels() { return memory_; }

@@ -281,11 +281,15 @@ void TopLevels::classify(std::vector<TopLevel*> pending) {
     }
 }
 
-bool TopLevels::ownWindowOverlaps(const PixelRect& area) const {
-    return std::any_of(windows_.begin(), windows_.end(), [&](const TopLevel& window) {
-        return window.viewable && window.ownership == Ownership::own &&
-               intersects(window.rect, area);
-    });
+std::vector<PixelRect> TopLevels::ownParts(const PixelRect& area) const {
+    std::vector<PixelRect> parts;
+    for (const TopLevel& window : windows_) {
+        const PixelRect part = intersection(window.rect, area);
+        if (window.viewable && window.ownership == Ownership::own && !part.empty()) {
+            parts.push_back(part);
+        }
+    }
+    return parts;
 }
 
 } // namespace lumenvale::x11

@@ -42,8 +42,9 @@ class TopLevels {
 
     // Bottom to top.
     const std::vector<TopLevel>& windows() const { return windows_; }
-    // True when a viewable window of this process that is not kept overlaps `area`.
-    bool ownWindowOverlaps(const PixelRect& area) const;
+    // The parts of `area` covered by viewable windows of this process that are not
+    // kept, one rectangle per window, bottom to top; empty when none overlaps.
+    std::vector<PixelRect> ownParts(const PixelRect& area) const;
 
   private:
     void rebuild();
