@@ -4,7 +4,8 @@
 
 namespace lumenvale::edit {
 
-FrameDecoder::FrameDecoder(const AVStream* stream) : frame_(ff::makeFrame()) {
+FrameDecoder::FrameDecoder(const AVStream* stream)
+    : frame_(ff::makeFrame()), padded_(ff::makePacket()) {
     const AVCodec* codec = avcodec_find_decoder(stream->codecpar->codec_id);
     if (codec == nullptr) {
         throw MediaError("This system can’t decode the movie’s video.");
@@ -21,6 +22,15 @@ FrameDecoder::FrameDecoder(const AVStream* stream) : frame_(ff::makeFrame()) {
 }
 
 void FrameDecoder::decode(const AVPacket* packet, const FrameSink& sink) {
+    if (packet != nullptr && packet->buf != nullptr && !av_buffer_is_writable(packet->buf)) {
+        // Bytes left in the mapped source lack the zeroed padding decoders read past the
+        // end of a packet: give the decoder a padded copy.
+        ff::check(av_packet_ref(padded_.get(), packet), "Not enough memory to decode the video");
+        ff::check(av_packet_make_writable(padded_.get()), "Not enough memory to decode the video");
+        decode(padded_.get(), sink);
+        av_packet_unref(padded_.get());
+        return;
+    }
     const int sent = avcodec_send_packet(context_.get(), packet);
     if (sent < 0 && sent != AVERROR_EOF) {
         ff::check(sent, "Couldn’t decode the movie’s video");

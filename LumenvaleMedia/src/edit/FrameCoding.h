@@ -26,6 +26,7 @@ class FrameDecoder {
   private:
     ff::CodecContext context_;
     ff::Frame frame_;
+    ff::Packet padded_;
 };
 
 // Encodes frames with an opened encoder, each frame placed at an output timestamp

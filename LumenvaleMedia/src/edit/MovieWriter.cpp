@@ -29,13 +29,25 @@ constexpr double progressStep = 0.002;
 
 MovieWriter::MovieWriter(const std::filesystem::path& destination, double outputSeconds,
                          const EditRenderer::Progress& progress, const std::atomic<bool>* cancel)
-    : destination_(destination), output_(ff::openOutput(destination, "mp4")),
-      outputSeconds_(outputSeconds), progress_(progress), cancel_(cancel) {
-    // Packets go to the file through the I/O buffer, never flushed one by one.
+    : destination_(destination), file_(destination), outputSeconds_(outputSeconds),
+      progress_(progress), cancel_(cancel) {
+    AVFormatContext* raw = nullptr;
+    const int made = avformat_alloc_output_context2(&raw, nullptr, "mp4", nullptr);
+    output_.reset(raw);
+    if (made < 0) {
+        ff::removePartial(destination_);
+        ff::check(made, "Couldn’t create the movie");
+    }
+    output_->pb = file_.context();
+    output_->flags |= AVFMT_FLAG_CUSTOM_IO;
+    // Packets go straight to the file, never flushed one by one.
     output_->flush_packets = 0;
 }
 
 MovieWriter::~MovieWriter() {
+    if (output_) {
+        output_->pb = nullptr; // file_ owns it
+    }
     if (!finished_) {
         output_.reset();
         ff::removePartial(destination_);
@@ -118,7 +130,7 @@ void MovieWriter::finish() {
     checkCancel();
     ff::check(av_interleaved_write_frame(output_.get(), nullptr), "Couldn’t write the movie");
     ff::check(av_write_trailer(output_.get()), "Couldn’t finish writing the movie");
-    ff::check(avio_closep(&output_->pb), "Couldn’t finish writing the movie");
+    file_.close();
     finished_ = true;
     if (progress_) {
         progress_(1.0);

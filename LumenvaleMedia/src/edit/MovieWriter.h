@@ -5,6 +5,7 @@
 // Internal to the edit area. Used by the one thread that exports.
 
 #include "LumenvaleMedia/EditRenderer.h"
+#include "edit/FileOutput.h"
 #include "ffmpeg/Handles.h"
 
 #include <atomic>
@@ -23,6 +24,9 @@ class MovieWriter {
     ~MovieWriter();
     MovieWriter(const MovieWriter&) = delete;
     MovieWriter& operator=(const MovieWriter&) = delete;
+
+    // Packets whose bytes lie in `source`'s mapping are copied file to file.
+    void copyFrom(const SourceBytes* source) { file_.copyFrom(source); }
 
     // Adds a stream copied from `source`: codec parameters, metadata, disposition.
     // Returns the new stream's index.
@@ -51,7 +55,8 @@ class MovieWriter {
     void reportProgress(double outputSeconds);
 
     std::filesystem::path destination_;
-    ff::OutputContext output_;
+    FileOutput file_;
+    ff::OutputContext output_; // its I/O is file_'s, detached before either is closed
     double outputSeconds_ = 0;
     const EditRenderer::Progress& progress_;
     const std::atomic<bool>* cancel_ = nullptr;

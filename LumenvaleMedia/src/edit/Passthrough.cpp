@@ -5,6 +5,8 @@
 #include "edit/CutEncoder.h"
 #include "edit/CutPlan.h"
 #include "edit/MovieWriter.h"
+#include "edit/PacketSource.h"
+#include "edit/SourceBytes.h"
 #include "edit/VideoCut.h"
 #include "edit/VideoReencode.h"
 #include "record/VideoEncoder.h"
@@ -35,9 +37,11 @@ PixelSize evenSize(PixelSize size) {
 
 class CutOnlyExport {
   public:
-    CutOnlyExport(SourceMovie& movie, const Built& built, const ExportHooks& hooks,
-                  const std::filesystem::path& destination)
-        : movie_(movie), built_(built), hooks_(hooks),
+    CutOnlyExport(SourceMovie& movie, const Built& built, PictureRoute route,
+                  const ExportHooks& hooks, const std::filesystem::path& destination)
+        : movie_(movie), built_(built),
+          bytes_(route == PictureRoute::splice ? std::make_unique<SourceBytes>(movie.path)
+                                               : nullptr),
           writer_(destination, built.outputDurationSeconds, hooks.progress, hooks.cancel),
           cutters_(built.tracks.size()), packet_(ff::makePacket()) {}
 
@@ -76,6 +80,22 @@ class CutOnlyExport {
     }
 
     void write() {
+        std::vector<int> streams;
+        for (std::size_t track = 0; track < built_.tracks.size(); ++track) {
+            if (cutters_[track]) {
+                streams.push_back(built_.tracks[track].streamIndex);
+            }
+        }
+        // Copying whole packets needs none of their bytes in memory: walk the index and
+        // let the kernel copy them, where the movie allows it.
+        if (bytes_) {
+            packets_ = indexedPackets(movie_, *bytes_, streams);
+        }
+        if (packets_) {
+            writer_.copyFrom(bytes_.get());
+        } else {
+            packets_ = demuxedPackets(movie_, streams);
+        }
         writer_.copyMovieTags(movie_.input.get());
         writer_.start();
         for (const Piece& piece : piecesOf(built_)) {
@@ -97,23 +117,7 @@ class CutOnlyExport {
                 startTicks = std::min(startTicks, place->sourceStart);
             }
         }
-        const std::int64_t targetTicks = startTicks - seekLeadTicks;
-        // Seeking by a sound track lands it on the packet before the target (the
-        // priming packet at the very start) and the picture on the keyframe before
-        // that; seeking by the picture would land the sound on the keyframe's time.
-        for (std::size_t track = built_.tracks.size(); track-- > 0;) {
-            if (!piece.tracks[track] && track != 0) {
-                continue;
-            }
-            const int stream = built_.tracks[track].streamIndex;
-            const std::int64_t target =
-                av_rescale_q(targetTicks, tickTimeBase, movie_.stream(stream)->time_base);
-            if (av_seek_frame(movie_.input.get(), stream, target, AVSEEK_FLAG_BACKWARD) >= 0) {
-                return;
-            }
-        }
-        throw MediaError("The movie “" + movie_.path.filename().string() +
-                         "” can’t be cut: it has no index of its frames.");
+        packets_->seek(startTicks - seekLeadTicks);
     }
 
     bool allDone() const {
@@ -139,14 +143,9 @@ class CutOnlyExport {
         }
         while (!allDone()) {
             writer_.checkCancel();
-            const int read = av_read_frame(movie_.input.get(), packet_.get());
-            if (read == AVERROR_EOF) {
+            if (!packets_->next(packet_.get())) {
                 break;
             }
-            if (read == AVERROR_INVALIDDATA) {
-                throw damagedMovie(movie_.path);
-            }
-            ff::check(read, "Couldn’t read the movie “" + movie_.path.filename().string() + "”");
             if (TrackCutter* cutter = cutterFor(packet_->stream_index);
                 cutter != nullptr && !cutter->done()) {
                 cutter->take(packet_.get());
@@ -162,7 +161,9 @@ class CutOnlyExport {
 
     SourceMovie& movie_;
     const Built& built_;
-    const ExportHooks& hooks_;
+    // The mapped source outlives the writer, which may hold packets pointing into it.
+    std::unique_ptr<SourceBytes> bytes_;
+    std::unique_ptr<PacketSource> packets_;
     // Declared before what writes into it, so it is closed (or removed) last.
     MovieWriter writer_;
     std::unique_ptr<VideoOutput> videoOutput_;
@@ -174,7 +175,7 @@ class CutOnlyExport {
 
 void writeCutOnly(SourceMovie& movie, const Built& built, PictureRoute route, Codec codec,
                   const std::filesystem::path& destination, const ExportHooks& hooks) {
-    CutOnlyExport job(movie, built, hooks, destination);
+    CutOnlyExport job(movie, built, route, hooks, destination);
     job.addPicture(route, codec);
     job.addSound();
     job.write();
@@ -191,20 +192,29 @@ bool canCopySound(const SourceMovie& movie, const Built& built) {
 
 void exportCutOnly(SourceMovie& movie, const Built& built, Codec codec,
                    const std::filesystem::path& destination, const ExportHooks& hooks) {
-    const std::string encodingAgain =
-        "This movie wasn’t recorded by Lumenvale, so its picture is encoded again.";
+    // Starting over must not move the progress back.
+    EditRenderer::Progress progress;
+    if (hooks.progress) {
+        progress = [&hooks, highest = 0.0](double fraction) mutable {
+            if (fraction > highest) {
+                highest = fraction;
+                hooks.progress(fraction);
+            }
+        };
+    }
+    const ExportHooks monotonic{progress, hooks.cancel, hooks.status};
     if (canSplice(movie.stream(movie.videoStream))) {
         try {
-            writeCutOnly(movie, built, PictureRoute::splice, codec, destination, hooks);
+            writeCutOnly(movie, built, PictureRoute::splice, codec, destination, monotonic);
             return;
         } catch (const NeedsWholeEncode&) {
             // The partial file is gone; start over below.
         }
     }
     if (hooks.status) {
-        hooks.status(encodingAgain);
+        hooks.status("This movie wasn’t recorded by Lumenvale, so its picture is encoded again.");
     }
-    writeCutOnly(movie, built, PictureRoute::encodeAll, codec, destination, hooks);
+    writeCutOnly(movie, built, PictureRoute::encodeAll, codec, destination, monotonic);
 }
 
 } // namespace lumenvale::edit
