@@ -10,6 +10,9 @@
 namespace lumenvale::x11 {
 namespace {
 
+// How often one frame is grabbed again while the windows over it keep moving.
+constexpr int maxRetakes = 2;
+
 std::unique_ptr<Grabber> makeGrabber(const XConnection& connection, const CaptureRequest& request) {
     if (const auto* window = std::get_if<CaptureWindow>(&request.target)) {
         return std::make_unique<WindowGrabber>(connection, window->id);
@@ -41,7 +44,8 @@ void requireImageFormat(const XConnection& connection) {
 
 } // namespace
 
-CaptureLoop::CaptureLoop(const CaptureRequest& request) : request_(request), canvas_(request.size) {
+CaptureLoop::CaptureLoop(const CaptureRequest& request, CaptureCounters& counters)
+    : request_(request), counters_(counters), canvas_(request.size) {
     requireImageFormat(connection_);
     if (!connection_.extensions().shm) {
         throw MediaError(
@@ -81,10 +85,6 @@ void CaptureLoop::stop() {
     }
 }
 
-CaptureStats CaptureLoop::stats() const {
-    return {delivered_.load(), dropped_.load(), repeated_.load()};
-}
-
 void CaptureLoop::run() {
     pthread_setname_np(pthread_self(), "capture");
     const FramePacer pacer(request_.fps, FramePacer::Clock::now());
@@ -103,7 +103,7 @@ void CaptureLoop::run() {
             return;
         }
         const std::int64_t next = pacer.next(index, FramePacer::Clock::now());
-        dropped_ += next - index - 1;
+        counters_.dropped += next - index - 1;
         index = next;
     }
 }
@@ -151,13 +151,20 @@ std::optional<RecError> CaptureLoop::makeFrame(std::int64_t index) {
     }
     connection_.flush();
     std::optional<SourceImage> image = readable ? grabber_->wait() : std::nullopt;
-    if (image) {
+    // Look again while the grabber says the picture may hold what it must not; if
+    // the desktop does not settle, hand over the previous picture rather than that.
+    for (int retakes = 0; image;) {
         drainEvents(presses);
-        if (grabber_->needsRetake()) {
-            grabber_->request(plan.grab);
-            connection_.flush();
-            image = grabber_->wait();
+        if (!grabber_->needsRetake()) {
+            break;
         }
+        if (retakes++ == maxRetakes) {
+            image.reset();
+            break;
+        }
+        grabber_->request(plan.grab);
+        connection_.flush();
+        image = grabber_->wait();
     }
     Reply<xcb_query_pointer_reply_t> position{
         wantsPointer ? xcb_query_pointer_reply(connection_.get(), pointerCookie, nullptr)
@@ -177,7 +184,7 @@ std::optional<RecError> CaptureLoop::makeFrame(std::int64_t index) {
     }
     if (!image) {
         // Nothing new: the previous picture again (black before the first).
-        ++repeated_;
+        ++counters_.repeated;
         if (previous_ == Previous::direct && previousGeneration_ == grabber_->memoryGeneration()) {
             deliver(previousDirect_, index, now);
         } else {
@@ -212,7 +219,7 @@ void CaptureLoop::deliver(const SourceImage& image, std::int64_t index,
     frame.size = request_.size;
     frame.time = time.time_since_epoch();
     frame.index = index;
-    ++delivered_;
+    ++counters_.delivered;
     if (onFrame_) {
         onFrame_(frame);
     }

@@ -22,11 +22,20 @@
 
 namespace lumenvale::x11 {
 
+// What a capture counts, read at any time from any thread (see CaptureStats).
+struct CaptureCounters {
+    std::atomic<std::int64_t> delivered{0};
+    std::atomic<std::int64_t> dropped{0};
+    std::atomic<std::int64_t> repeated{0};
+
+    CaptureStats snapshot() const { return {delivered.load(), dropped.load(), repeated.load()}; }
+};
+
 class CaptureLoop {
   public:
     // Connects and prepares everything for `request` on the calling thread; throws
-    // MediaError when the capture cannot run.
-    explicit CaptureLoop(const CaptureRequest& request);
+    // MediaError when the capture cannot run. `counters` must outlive the loop.
+    CaptureLoop(const CaptureRequest& request, CaptureCounters& counters);
     // Stops the thread.
     ~CaptureLoop();
     CaptureLoop(const CaptureLoop&) = delete;
@@ -35,10 +44,6 @@ class CaptureLoop {
     void start(VideoSource::FrameHandler onFrame, VideoSource::StoppedHandler onStopped);
     // Ends the thread and waits for it (unless called from it). Idempotent.
     void stop();
-    CaptureStats stats() const;
-
-    // The grabber, for tests that look inside.
-    const Grabber& grabber() const { return *grabber_; }
 
   private:
     // What was handed over last, to hand over again when a frame cannot be read.
@@ -51,6 +56,7 @@ class CaptureLoop {
     void deliver(const SourceImage& image, std::int64_t index, FramePacer::Clock::time_point time);
 
     const CaptureRequest request_;
+    CaptureCounters& counters_;
     XConnection connection_;
     std::unique_ptr<Grabber> grabber_;
     std::optional<PointerOverlay> pointer_;
@@ -66,9 +72,6 @@ class CaptureLoop {
     std::mutex mutex_;
     std::condition_variable wake_;
     bool quit_ = false;
-    std::atomic<std::int64_t> delivered_{0};
-    std::atomic<std::int64_t> dropped_{0};
-    std::atomic<std::int64_t> repeated_{0};
 };
 
 } // namespace lumenvale::x11

@@ -5,11 +5,16 @@
 
 namespace lumenvale {
 
-class CaptureX11::Engine : public x11::CaptureLoop {
-    using CaptureLoop::CaptureLoop;
+// Made with the source, so stats() never races with start(): the counters exist
+// from the beginning, the loop only once started.
+class CaptureX11::Engine {
+  public:
+    x11::CaptureCounters counters;
+    std::unique_ptr<x11::CaptureLoop> loop;
 };
 
-CaptureX11::CaptureX11(CaptureRequest request) : request_(std::move(request)) {}
+CaptureX11::CaptureX11(CaptureRequest request)
+    : request_(std::move(request)), engine_(std::make_unique<Engine>()) {}
 
 CaptureX11::~CaptureX11() {
     stop();
@@ -24,25 +29,25 @@ int CaptureX11::fps() const {
 }
 
 void CaptureX11::start(FrameHandler onFrame, StoppedHandler onStopped) {
-    if (engine_) {
+    if (engine_->loop) {
         throw MediaError("This capture has already been started.");
     }
     if (request_.fps < 1 || request_.size.width < 2 || request_.size.height < 2) {
         throw MediaError("The recording’s frame rate or size is invalid.");
     }
-    auto engine = std::make_unique<Engine>(request_);
-    engine->start(std::move(onFrame), std::move(onStopped));
-    engine_ = std::move(engine);
+    auto loop = std::make_unique<x11::CaptureLoop>(request_, engine_->counters);
+    loop->start(std::move(onFrame), std::move(onStopped));
+    engine_->loop = std::move(loop);
 }
 
 void CaptureX11::stop() {
-    if (engine_) {
-        engine_->stop();
+    if (engine_->loop) {
+        engine_->loop->stop();
     }
 }
 
 CaptureStats CaptureX11::stats() const {
-    return engine_ ? engine_->stats() : CaptureStats{};
+    return engine_->counters.snapshot();
 }
 
 } // namespace lumenvale

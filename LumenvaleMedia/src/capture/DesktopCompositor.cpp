@@ -38,38 +38,37 @@ DesktopCompositor::DesktopCompositor(const XConnection& connection)
         throw MediaError("This display’s pixel format isn’t supported for recording.");
     }
     rootFormat_ = *format;
+
+    // Redirected from the start, not when first needed: while the server moves
+    // windows into offscreen storage, the screen's picture can briefly show a
+    // window where it no longer is, and no frame may catch that.
+    xcb_connection_t* c = connection.get();
+    xcb_composite_redirect_subwindows(c, connection.root(), XCB_COMPOSITE_REDIRECT_AUTOMATIC);
+
+    const std::uint32_t clipByChildren = XCB_SUBWINDOW_MODE_CLIP_BY_CHILDREN;
+    const std::uint32_t picture = connection.generateID();
+    xcb_render_create_picture(c, picture, connection.root(), rootFormat_.id,
+                              XCB_RENDER_CP_SUBWINDOW_MODE, &clipByChildren);
+    rootPicture_ = ServerResource(c, picture, freePicture);
+
+    auto wallpaper = propertyReply(
+        c, requestProperty(c, connection.root(), connection.atom(Atom::xrootpmapId), 1));
+    if (auto pixmap = firstWord(wallpaper.get()); pixmap && *pixmap != XCB_NONE) {
+        const std::uint32_t repeat = XCB_RENDER_REPEAT_NORMAL;
+        const std::uint32_t id = connection.generateID();
+        xcb_render_create_picture(c, id, *pixmap, rootFormat_.id, XCB_RENDER_CP_REPEAT, &repeat);
+        wallpaper_ = ServerResource(c, id, freePicture);
+    }
 }
 
 DesktopCompositor::~DesktopCompositor() {
-    if (redirected_) {
-        xcb_composite_unredirect_subwindows(connection_.get(), connection_.root(),
-                                            XCB_COMPOSITE_REDIRECT_AUTOMATIC);
-        connection_.flush();
-    }
+    xcb_composite_unredirect_subwindows(connection_.get(), connection_.root(),
+                                        XCB_COMPOSITE_REDIRECT_AUTOMATIC);
+    connection_.flush();
 }
 
 void DesktopCompositor::prepare(const PixelRect& area) {
     xcb_connection_t* c = connection_.get();
-    if (!redirected_) {
-        xcb_composite_redirect_subwindows(c, connection_.root(), XCB_COMPOSITE_REDIRECT_AUTOMATIC);
-        redirected_ = true;
-
-        const std::uint32_t clipByChildren = XCB_SUBWINDOW_MODE_CLIP_BY_CHILDREN;
-        const std::uint32_t picture = connection_.generateID();
-        xcb_render_create_picture(c, picture, connection_.root(), rootFormat_.id,
-                                  XCB_RENDER_CP_SUBWINDOW_MODE, &clipByChildren);
-        rootPicture_ = ServerResource(c, picture, freePicture);
-
-        auto wallpaper = propertyReply(
-            c, requestProperty(c, connection_.root(), connection_.atom(Atom::xrootpmapId), 1));
-        if (auto pixmap = firstWord(wallpaper.get()); pixmap && *pixmap != XCB_NONE) {
-            const std::uint32_t repeat = XCB_RENDER_REPEAT_NORMAL;
-            const std::uint32_t id = connection_.generateID();
-            xcb_render_create_picture(c, id, *pixmap, rootFormat_.id, XCB_RENDER_CP_REPEAT,
-                                      &repeat);
-            wallpaper_ = ServerResource(c, id, freePicture);
-        }
-    }
     if (!target_ || targetWidth_ != area.width || targetHeight_ != area.height) {
         targetPicture_.reset();
         target_.reset();

@@ -19,7 +19,9 @@ namespace lumenvale::x11 {
 
 class DesktopCompositor {
   public:
-    // Throws MediaError when the display lacks Composite or RENDER. Redirects nothing yet.
+    // Has the server keep every top-level window in offscreen storage from now on
+    // (automatic redirection: the screen keeps showing them as before). Throws
+    // MediaError when the display lacks Composite or RENDER.
     explicit DesktopCompositor(const XConnection& connection);
     // Ends the redirection this made.
     ~DesktopCompositor();
@@ -29,10 +31,8 @@ class DesktopCompositor {
     // Queues the painting of `patches` (root coordinates, within `area`) into the
     // pixmap it returns: `area`'s size, its origin at the area's top-left; outside
     // the patches the pixmap keeps whatever it held. Windows whose ownership is
-    // Ownership::own are left out. The first call has the server keep every
-    // top-level window in offscreen storage (automatic redirection: the screen keeps
-    // showing them as before). Errors about windows that vanished meanwhile arrive
-    // as events and can be ignored.
+    // Ownership::own are left out. Errors about windows that vanished meanwhile
+    // arrive as events and can be ignored.
     xcb_pixmap_t compose(const PixelRect& area, const std::vector<PixelRect>& patches,
                          const std::vector<TopLevel>& windows);
 
@@ -45,7 +45,6 @@ class DesktopCompositor {
     const XConnection& connection_;
     PictureFormats formats_;
     PictureFormat rootFormat_;
-    bool redirected_ = false;
     ServerResource target_;        // pixmap
     ServerResource targetPicture_; // picture on it
     std::int64_t targetWidth_ = 0;
