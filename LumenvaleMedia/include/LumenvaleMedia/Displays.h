@@ -34,7 +34,8 @@ enum class WindowLayer { normal, other };
 struct DesktopWindow {
     // The client window's X id: what a window capture takes.
     std::uint32_t id = 0;
-    // The window including the window manager's frame and title bar.
+    // The window including the window manager's frame and title bar, without the
+    // shadow a client-side-decorated window draws around itself.
     Rect frame;
     // The owning process (_NET_WM_PID), when the window says.
     std::optional<std::int64_t> pid;

@@ -110,7 +110,7 @@ std::vector<DesktopWindow> DisplaysX11::windows() {
         xcb_get_geometry_cookie_t geometry;
         xcb_translate_coordinates_cookie_t origin;
         xcb_get_window_attributes_cookie_t attributes;
-        xcb_get_property_cookie_t extents, pid, netName, name, type, state, opacity;
+        xcb_get_property_cookie_t extents, shadow, pid, netName, name, type, state, opacity;
     };
     std::vector<Ask> asks;
     // The stacking list runs bottom to top; the answer runs front to back.
@@ -119,6 +119,7 @@ std::vector<DesktopWindow> DisplaysX11::windows() {
                         xcb_translate_coordinates(c, *id, connection.root(), 0, 0),
                         xcb_get_window_attributes(c, *id),
                         requestProperty(c, *id, connection.atom(Atom::netFrameExtents), 4),
+                        requestProperty(c, *id, connection.atom(Atom::gtkFrameExtents), 4),
                         requestProperty(c, *id, connection.atom(Atom::netWmPid), 1),
                         requestProperty(c, *id, connection.atom(Atom::netWmName), 1024),
                         requestProperty(c, *id, XCB_ATOM_WM_NAME, 1024),
@@ -136,6 +137,7 @@ std::vector<DesktopWindow> DisplaysX11::windows() {
         Reply<xcb_get_window_attributes_reply_t> attributes{
             xcb_get_window_attributes_reply(c, ask.attributes, nullptr)};
         const std::vector<std::uint32_t> extents = words(propertyReply(c, ask.extents).get());
+        const std::vector<std::uint32_t> shadow = words(propertyReply(c, ask.shadow).get());
         const auto pid = firstWord(propertyReply(c, ask.pid).get());
         std::string title = text(propertyReply(c, ask.netName).get());
         std::string plainTitle = text(propertyReply(c, ask.name).get());
@@ -147,11 +149,16 @@ std::vector<DesktopWindow> DisplaysX11::windows() {
         }
         DesktopWindow window;
         window.id = ask.id;
-        // _NET_FRAME_EXTENTS: left, right, top, bottom.
-        const double left = extents.size() == 4 ? extents[0] : 0;
-        const double right = extents.size() == 4 ? extents[1] : 0;
-        const double top = extents.size() == 4 ? extents[2] : 0;
-        const double bottom = extents.size() == 4 ? extents[3] : 0;
+        // _NET_FRAME_EXTENTS (the window manager's decorations) widen the window;
+        // _GTK_FRAME_EXTENTS (a shadow the client draws itself) narrow it. Both:
+        // left, right, top, bottom.
+        auto side = [](const std::vector<std::uint32_t>& values, std::size_t index) {
+            return values.size() == 4 ? static_cast<double>(values[index]) : 0.0;
+        };
+        const double left = side(extents, 0) - side(shadow, 0);
+        const double right = side(extents, 1) - side(shadow, 1);
+        const double top = side(extents, 2) - side(shadow, 2);
+        const double bottom = side(extents, 3) - side(shadow, 3);
         window.frame = {origin->dst_x - left, origin->dst_y - top, geometry->width + left + right,
                         geometry->height + top + bottom};
         if (pid) {

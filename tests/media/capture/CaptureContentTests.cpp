@@ -160,5 +160,23 @@ TEST(CaptureContent, WindowWithItsFrameWhileCoveredMovedAndResized) {
     EXPECT_EQ(catcher.stopCalls(), 0);
 }
 
+TEST(CaptureContent, WindowWithoutTheShadowItDrawsItself) {
+    x11::XConnection connection;
+    // A client-side-decorated window: a 20-pixel red shadow around blue content.
+    TestWindow window(connection, {500, 400, 300, 200}, red, Management::unmanaged);
+    paintChild(connection, window.id(), {20, 20, 260, 160}, blue);
+    setShadow(connection, window.id(), 20, 20, 20, 20);
+    FrameCatcher catcher;
+    CaptureX11 capture(request(CaptureWindow{window.id()}, {260, 160}));
+    capture.start(catcher.frames(), catcher.stopped());
+    const auto picture =
+        catcher.waitFor([](const Picture& p) { return near(p.at(130, 80), blue); });
+    ASSERT_TRUE(picture);
+    for (const auto& [x, y] :
+         {std::pair{0, 0}, std::pair{259, 0}, std::pair{0, 159}, std::pair{259, 159}}) {
+        EXPECT_TRUE(near(picture->at(x, y), blue)) << x << ", " << y << ": no shadow";
+    }
+}
+
 } // namespace
 } // namespace lumenvale::testing

@@ -151,6 +151,28 @@ void waitViewable(const x11::XConnection& connection, xcb_window_t window, Manag
     }
 }
 
+void setShadow(const x11::XConnection& connection, xcb_window_t window, std::uint32_t left,
+               std::uint32_t right, std::uint32_t top, std::uint32_t bottom) {
+    const std::uint32_t extents[] = {left, right, top, bottom};
+    xcb_change_property(connection.get(), XCB_PROP_MODE_REPLACE, window,
+                        connection.atom(x11::Atom::gtkFrameExtents), XCB_ATOM_CARDINAL, 32, 4,
+                        extents);
+    connection.flush();
+}
+
+void paintChild(const x11::XConnection& connection, xcb_window_t parent, x11::PixelRect rect,
+                Colour colour) {
+    xcb_connection_t* c = connection.get();
+    const xcb_window_t id = xcb_generate_id(c);
+    const std::uint32_t background = colour.pixel();
+    xcb_create_window(c, XCB_COPY_FROM_PARENT, id, parent, static_cast<std::int16_t>(rect.x),
+                      static_cast<std::int16_t>(rect.y), static_cast<std::uint16_t>(rect.width),
+                      static_cast<std::uint16_t>(rect.height), 0, XCB_WINDOW_CLASS_INPUT_OUTPUT,
+                      connection.screen()->root_visual, XCB_CW_BACK_PIXEL, &background);
+    xcb_map_window(c, id);
+    waitViewable(connection, id, Management::unmanaged);
+}
+
 TestWindow::TestWindow(const x11::XConnection& connection, x11::PixelRect rect, Colour colour,
                        Management management, const std::string& title)
     : connection_(connection) {

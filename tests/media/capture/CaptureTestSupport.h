@@ -105,6 +105,16 @@ class TestWindow {
     xcb_window_t id_ = XCB_NONE;
 };
 
+// Declares a shadow of the given widths drawn by the client inside `window`
+// (_GTK_FRAME_EXTENTS: left, right, top, bottom), as client-side-decorated windows do.
+void setShadow(const x11::XConnection& connection, xcb_window_t window, std::uint32_t left,
+               std::uint32_t right, std::uint32_t top, std::uint32_t bottom);
+
+// Paints `rect` (relative to `parent`) of `parent` in `colour` with a child window,
+// which goes with its parent.
+void paintChild(const x11::XConnection& connection, xcb_window_t parent, x11::PixelRect rect,
+                Colour colour);
+
 // Waits until `window` is viewable (and, when managed, framed by the window manager).
 void waitViewable(const x11::XConnection& connection, xcb_window_t window, Management management);
 

@@ -89,5 +89,37 @@ TEST(Displays, WindowsFrontToBackWithFramesOwnersAndTitles) {
     EXPECT_FALSE(findWindow(displays.windows(), gone));
 }
 
+TEST(Displays, WindowFramesLeaveOutAClientDrawnShadow) {
+    x11::XConnection connection;
+    TestWindow plain(connection, {100, 100, 300, 200}, {0, 0, 255}, Management::managed);
+    TestWindow shadowed(connection, {500, 100, 300, 200}, {0, 0, 255}, Management::managed);
+    setShadow(connection, shadowed.id(), 10, 10, 5, 15);
+    DisplaysX11 displays;
+    const auto windows = displays.windows();
+    const auto plainInfo = findWindow(windows, plain.id());
+    const auto shadowedInfo = findWindow(windows, shadowed.id());
+    ASSERT_TRUE(plainInfo && shadowedInfo);
+    EXPECT_DOUBLE_EQ(shadowedInfo->frame.width, plainInfo->frame.width - 20);
+    EXPECT_DOUBLE_EQ(shadowedInfo->frame.height, plainInfo->frame.height - 20);
+    EXPECT_DOUBLE_EQ(shadowedInfo->frame.x - shadowedInfo->frame.y,
+                     plainInfo->frame.x - plainInfo->frame.y + 400 + 10 - 5);
+}
+
+TEST(Displays, ScaleFollowsTheDesktopsXftDpi) {
+    x11::XConnection connection;
+    const std::string resources = "Xft.antialias:\t1\nXft.dpi:\t144\n";
+    xcb_change_property(connection.get(), XCB_PROP_MODE_REPLACE, connection.root(),
+                        XCB_ATOM_RESOURCE_MANAGER, XCB_ATOM_STRING, 8,
+                        static_cast<std::uint32_t>(resources.size()), resources.data());
+    connection.flush();
+    DisplaysX11 displays;
+    const auto screens = displays.screens();
+    xcb_delete_property(connection.get(), connection.root(), XCB_ATOM_RESOURCE_MANAGER);
+    connection.flush();
+    ASSERT_FALSE(screens.empty());
+    EXPECT_DOUBLE_EQ(screens[0].scale, 1.5);
+    EXPECT_DOUBLE_EQ(displays.screens()[0].scale, 1);
+}
+
 } // namespace
 } // namespace lumenvale::testing
