@@ -19,6 +19,10 @@ namespace {
 // Small writes (box headers) gather here; packet bytes bypass it.
 constexpr int headerBufferBytes = 64 * 1024;
 
+// Queued copies are done once they reach this size, so the file grows as the export's
+// progress says and a cancellation is not kept waiting.
+constexpr std::size_t copyChunkBytes = 8 * 1024 * 1024;
+
 } // namespace
 
 FileOutput::FileOutput(const std::filesystem::path& destination) {
@@ -82,7 +86,7 @@ bool FileOutput::queueCopy(std::int64_t from, std::size_t size) {
     const auto queued = static_cast<std::int64_t>(pending_.size);
     if (pending_.size > 0 && pending_.from + queued == from && pending_.to + queued == position_) {
         pending_.size += size;
-        return true;
+        return pending_.size < copyChunkBytes || flushCopy();
     }
     if (!flushCopy()) {
         return false;
