@@ -1,14 +1,15 @@
 #include "editor/EditorServices.h"
 
-#include "editor/StoredCodec.h"
+#include "recorder/ScreenRecorder.h"
 
 namespace lumenvale {
 
 EditorServices EditorServices::standard() {
     EditorServices services;
     services.exportCodec = [] {
-        return storedCodec();
+        return ScreenRecorder::shared().options().codec;
     };
+    services.makePoster = &RecordingFiles::poster;
     return services;
 }
 

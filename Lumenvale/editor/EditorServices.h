@@ -2,24 +2,15 @@
 
 #include "LumenvaleKit/Codec.h"
 #include "LumenvaleMedia/Image.h"
+#include "LumenvaleMedia/RecordingFiles.h"
 #include "editor/PreviewPlayer.h"
 
 #include <filesystem>
 #include <functional>
 #include <memory>
 #include <optional>
-#include <vector>
 
 namespace lumenvale {
-
-// A finished export as the recording card shows it: like a recording, with the
-// edit's output duration and no parts.
-struct ExportedRecording {
-    std::filesystem::path path;
-    double durationSeconds = 0;
-    std::optional<Image> poster;
-    std::vector<double> partDurations; // always empty for an export
-};
 
 // What the editor model uses from the rest of the application, passed in so the model
 // runs headless in tests and in the command line. Empty functions fall back to the
@@ -35,10 +26,12 @@ struct EditorServices {
     // thread. Empty or nothing returned: the card shows no poster.
     std::function<std::optional<Image>(const std::filesystem::path& file, double durationSeconds)>
         makePoster;
-    // Shows the recording card for an export; GUI thread. Empty: no card.
-    std::function<void(const ExportedRecording&)> showCard;
+    // Shows the recording card for an export, as a Recording whose duration is the
+    // edit's output duration and which has no parts; GUI thread. Empty: no card.
+    std::function<void(const Recording&)> showCard;
 
-    // The application's own: the recorder's current codec, its poster and card.
+    // The application's own: the codec of the recorder's current options and the
+    // recordings' posters. The card is left to whoever shows the editor.
     static EditorServices standard();
 };
 

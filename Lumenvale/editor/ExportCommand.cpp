@@ -209,7 +209,8 @@ int runExport(const QStringList& arguments) {
             throw;
         }
         progress.finish();
-        std::printf("%s\n", target.c_str());
+        std::error_code ignored;
+        std::printf("%s\n", std::filesystem::absolute(target, ignored).c_str());
         std::fflush(stdout);
         return 0;
     } catch (const CommandFailure& failure) {

@@ -1,9 +1,11 @@
 #include "editor/StoredCodec.h"
 
+#include "recorder/Store.h"
+
 namespace lumenvale {
 
 Codec storedCodec() {
-    return Codec::h264; // placeholder until the settings store lands
+    return Store::loadOptions().codec;
 }
 
 } // namespace lumenvale

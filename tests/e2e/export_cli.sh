@@ -1,17 +1,15 @@
 #!/usr/bin/env bash
 # `lumenvale export` end to end: real movies made with ffmpeg, exported by the real
-# binary, checked with ffprobe. Needs $LUMENVALE (the binary); runs itself inside
-# tests/session.sh when no display is there.
+# binary, checked with ffprobe. Needs $LUMENVALE (the binary). The command needs no
+# display or sound server; its settings are isolated in a private config folder.
 set -euo pipefail
-
-here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
-if [[ -z "${DISPLAY:-}" && -z "${LUMENVALE_SESSION_INNER:-}" ]]; then
-  exec "$here/../session.sh" bash "${BASH_SOURCE[0]}" "$@"
-fi
 : "${LUMENVALE:?set LUMENVALE to the lumenvale binary}"
 
 work=$(mktemp -d /tmp/lumenvale-export-cli.XXXXXX)
 trap 'rm -rf "$work"' EXIT
+export XDG_CONFIG_HOME=$work/config
+unset APP_STORE
+mkdir -p "$XDG_CONFIG_HOME"
 failures=0
 fail() { echo "FAIL: $*" >&2; failures=$((failures + 1)); }
 check() { # check DESCRIPTION COMMAND...: records a failure when the command fails
@@ -59,13 +57,24 @@ check "progress goes to standard error" grep -q "100%" "$work/err"
 export_movie "$movies/Rec.mp4" --edit "$work/cut.json"
 check "second export is numbered (got '$out')" test "$out" = "$movies/Rec edited 2.mp4"
 
-# Without an edit the whole movie is written; a 2x HEVC edit is half as long.
+# Without an edit the whole movie is written.
+export_movie "$movies/Rec.mp4" --output "$work/whole.mp4"
+check "whole export succeeds ($err)" test "$status" -eq 0
+check "whole export is 4 s long" near "$(duration "$work/whole.mp4")" 4 0.1
+
+# A 2x HEVC edit is half as long.
 edit_json 4 2 "0 4" >"$work/fast.json"
 export_movie "$movies/Rec.mp4" --edit "$work/fast.json" --codec hevc --output "$work/fast.mp4"
 check "fast export succeeds ($err)" test "$status" -eq 0
 check "fast export goes where --output says" test "$out" = "$work/fast.mp4"
 check "fast export is HEVC" test "$(stream "$work/fast.mp4" codec_name)" = hevc
 check "fast export is 2 s long" near "$(duration "$work/fast.mp4")" 2 0.1
+# Without --codec, the stored recording options choose it.
+printf '[General]\noptions="{\\"codec\\":\\"hevc\\"}"\n' >"$XDG_CONFIG_HOME/app.lumenvale.Lumenvale.conf"
+export_movie "$movies/Rec.mp4" --edit "$work/fast.json" --output "$work/stored.mp4"
+check "stored codec export succeeds ($err)" test "$status" -eq 0
+check "stored codec is used" test "$(stream "$work/stored.mp4" codec_name)" = hevc
+rm "$XDG_CONFIG_HOME/app.lumenvale.Lumenvale.conf"
 export_movie "$movies/Rec.mp4" --output "$work/fast.mp4"
 check "an existing --output is refused" test "$status" -ne 0
 check "the refused --output is untouched" near "$(duration "$work/fast.mp4")" 2 0.1

@@ -19,18 +19,15 @@ std::set<std::string> filesIn(const std::filesystem::path& folder) {
     return names;
 }
 
-// A 3-second recording "Take.mp4", opened fresh for every test, with a card that
-// writes down what it was asked to show.
+// A 3-second recording "Take.mp4", opened fresh for every test, with the recordings'
+// posters and a card that writes down what it was asked to show.
 class EditorExporting : public ::testing::Test {
   protected:
     void SetUp() override {
         makeClip(movie, 3);
         EditorServices services;
-        services.makePoster = [](const std::filesystem::path& file, double) {
-            return std::filesystem::exists(file) ? std::optional<Image>(Image{{2, 2}, {}})
-                                                 : std::nullopt;
-        };
-        services.showCard = [this](const ExportedRecording& shown) {
+        services.makePoster = &RecordingFiles::poster;
+        services.showCard = [this](const Recording& shown) {
             cards.push_back(shown);
         };
         auto loaded = loadModel(movie, services);
@@ -53,7 +50,7 @@ class EditorExporting : public ::testing::Test {
     TemporaryFolder folder;
     std::filesystem::path movie = folder / "Take.mp4";
     std::unique_ptr<EditorModel> model;
-    std::vector<ExportedRecording> cards;
+    std::vector<Recording> cards;
 };
 
 TEST_F(EditorExporting, ExportsNextToTheRecordingUnderTheNextFreeEditedName) {
@@ -74,7 +71,8 @@ TEST_F(EditorExporting, ExportsNextToTheRecordingUnderTheNextFreeEditedName) {
     ASSERT_EQ(cards.size(), 1u);
     EXPECT_EQ(cards[0].path, *first);
     EXPECT_DOUBLE_EQ(cards[0].durationSeconds, 2);
-    EXPECT_TRUE(cards[0].poster);
+    ASSERT_TRUE(cards[0].poster);
+    EXPECT_EQ(cards[0].poster->size, (PixelSize{320, 240}));
     EXPECT_TRUE(cards[0].partDurations.empty());
 
     const auto second = await(model->exportFile(EditorModel::AfterExport::noCard));
