@@ -3,6 +3,7 @@
 #include "edit/PacketSource.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace lumenvale::edit {
 namespace {
@@ -13,13 +14,19 @@ class DemuxedPackets final : public PacketSource {
         : movie_(movie), streams_(std::move(streams)) {}
 
     void seek(std::int64_t ticks) override {
-        // Seeking by a sound stream lands it on the packet before the target (the
-        // priming packet at the very start) and the picture on the keyframe before that;
-        // seeking by the picture would land the sound on the keyframe's time.
-        for (auto stream = streams_.rbegin(); stream != streams_.rend(); ++stream) {
+        // MPEG-4 seeks each stream on its own samples: seeking by a sound stream lands
+        // it on the packet before the target (the priming packet at the very start)
+        // and the picture on the keyframe before that, where seeking by the picture
+        // would land the sound on the keyframe's time. Other containers seek by the
+        // picture's keyframes, which the cut needs first.
+        std::vector<int> order = streams_;
+        if (std::strstr(movie_.input->iformat->name, "mp4") != nullptr) {
+            std::reverse(order.begin(), order.end());
+        }
+        for (const int stream : order) {
             const std::int64_t target =
-                av_rescale_q(ticks, tickTimeBase, movie_.stream(*stream)->time_base);
-            if (av_seek_frame(movie_.input.get(), *stream, target, AVSEEK_FLAG_BACKWARD) >= 0) {
+                av_rescale_q(ticks, tickTimeBase, movie_.stream(stream)->time_base);
+            if (av_seek_frame(movie_.input.get(), stream, target, AVSEEK_FLAG_BACKWARD) >= 0) {
                 return;
             }
         }

@@ -38,6 +38,7 @@ std::int64_t VideoCut::outputTimestamp(std::int64_t sourceTimestamp) const {
 
 void VideoCut::begin(const std::optional<Place>& place) {
     keyframeRun_.clear();
+    missedStart_ = false;
     decodable_ = false;
     if (!place) {
         phase_ = Phase::done;
@@ -84,8 +85,10 @@ void VideoCut::buffer(AVPacket* packet) {
     if (isKeyframe(packet)) {
         keyframeRun_.clear();
     } else if (keyframeRun_.empty()) {
-        return; // nothing before it to decode it from
+        missedStart_ = true; // nothing before it to decode it from
+        return;
     }
+    missedStart_ = false;
     ff::Packet kept = ff::makePacket();
     av_packet_move_ref(kept.get(), packet);
     keyframeRun_.push_back(std::move(kept));
@@ -94,6 +97,10 @@ void VideoCut::buffer(AVPacket* packet) {
 void VideoCut::startPiece() {
     phase_ = Phase::copying;
     if (keyframeRun_.empty()) {
+        if (missedStart_) {
+            throw MediaError(
+                "The movie’s picture can’t be cut there: no keyframe comes before it.");
+        }
         return; // the piece starts before the track's first frame
     }
     AVPacket* first = keyframeRun_.back().get();

@@ -54,6 +54,7 @@ class VideoCut final : public TrackCutter {
     std::vector<ff::Packet> keyframeRun_; // from a keyframe up to the start frame
     std::int64_t startTimestamp_ = 0;     // source pts of the piece's first frame
     bool decodable_ = false;              // the piece's output has begun with a keyframe
+    bool missedStart_ = false;            // a frame by the start came with no keyframe before
     std::unique_ptr<FrameDecoder> decoder_;
     std::unique_ptr<FrameEncoder> encoder_;
     std::int64_t endTimestamp_ = 0; // output end of the last piece begun

@@ -4,8 +4,10 @@
 #include "PassthroughMovies.h"
 #include "Probe.h"
 
+#include <cmath>
 #include <gtest/gtest.h>
 #include <set>
+#include <sstream>
 
 namespace lumenvale {
 namespace {
@@ -80,26 +82,46 @@ TEST(PassthroughForeignTest, EncodesThePictureAgainWhenFramesCannotBeMatched) {
 }
 
 TEST(PassthroughForeignTest, CopiesEverythingWhenEveryCutStartsOnAKeyframe) {
-    TemporaryFolder folder;
-    const auto source = folder / "screencast.mp4";
-    // Keyframes every second, no B-frames, yet not Lumenvale's encoder settings.
-    makeMovie(source, source4s + "-c:v libx264 -preset ultrafast -bf 0 -g 30 -pix_fmt yuv420p "
-                                 "-c:a aac");
-    const auto output = folder / "edited.mp4";
-    const EditDecision edit = editKeeping(4, {{0, 0.8}, {2, 3.3}, {1, 1.5}});
-    int statuses = 0;
-    EditRenderer::exportMovie(
-        source, edit, Codec::h264, output, [](double) {}, nullptr,
-        [&](const std::string&) { ++statuses; });
-    EXPECT_EQ(statuses, 0);
+    // Keyframes every second, no B-frames, yet not Lumenvale's encoder settings; in
+    // MPEG-4 (read through its index) and Matroska (read through the demuxer).
+    for (const std::string container : {"mp4", "mkv"}) {
+        TemporaryFolder folder;
+        const auto source = folder / ("screencast." + container);
+        makeMovie(source, source4s + "-c:v libx264 -preset ultrafast -bf 0 -g 30 "
+                                     "-pix_fmt yuv420p -c:a aac");
+        const auto output = folder / "edited.mp4";
+        // Each clip starts on a keyframe (Matroska shifts them by the sound's priming),
+        // at the first 1/600 s within that frame.
+        std::vector<double> keyframes;
+        for (const auto& packet : videoPackets(source)) {
+            if (packet.keyframe) {
+                keyframes.push_back(std::ceil(packet.timeSeconds * 600) / 600);
+            }
+        }
+        ASSERT_GE(keyframes.size(), 3U) << container;
+        const EditDecision edit = editKeeping(4, {{keyframes[0], keyframes[0] + 0.8},
+                                                  {keyframes[2], keyframes[2] + 1.3},
+                                                  {keyframes[1], keyframes[1] + 0.5}});
+        int statuses = 0;
+        EditRenderer::exportMovie(
+            source, edit, Codec::h264, output, [](double) {}, nullptr,
+            [&](const std::string&) { ++statuses; });
+        EXPECT_EQ(statuses, 0) << container;
 
-    const auto sourcePackets = videoPackets(source);
-    const auto outputPackets = videoPackets(output);
-    const auto expected = expectedFrames(edit, timesOf(sourcePackets));
-    ASSERT_EQ(outputPackets.size(), expected.size());
-    for (std::size_t i = 0; i < expected.size(); ++i) {
-        EXPECT_EQ(outputPackets[i].md5, sourcePackets[expected[i].sourceIndex].md5) << i;
-        EXPECT_NEAR(outputPackets[i].timeSeconds, expected[i].outputSeconds, 1e-5) << i;
+        const auto sourcePackets = videoPackets(source);
+        const auto outputPackets = videoPackets(output);
+        const auto expected = expectedFrames(edit, timesOf(sourcePackets));
+        ASSERT_EQ(outputPackets.size(), expected.size()) << container;
+        for (std::size_t i = 0; i < expected.size(); ++i) {
+            EXPECT_EQ(outputPackets[i].md5, sourcePackets[expected[i].sourceIndex].md5)
+                << container << " frame " << i;
+            EXPECT_NEAR(outputPackets[i].timeSeconds, expected[i].outputSeconds, 1e-5)
+                << container << " frame " << i;
+        }
+        const auto sourceSums = audioPacketSums(source);
+        for (const auto& sum : audioPacketSums(output)) {
+            EXPECT_EQ(sourceSums.count(sum), 1U) << container << " " << sum;
+        }
     }
 }
 
