@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -17,7 +18,9 @@ namespace lumenvale::files {
 // Threads: one thread at a time. Owns its demuxer and its file descriptor.
 class PartInput {
   public:
-    // Opens `path` as untrusted input (ff::openInput). Throws MediaError when it is
+    // Opens `path` as untrusted input, reading its header only. An MPEG-4 file that
+    // ends inside a box other than the samples (its writer was killed while writing a
+    // fragment's header) is read up to its last whole box. Throws MediaError when it is
     // missing, unreadable or not a movie.
     explicit PartInput(std::filesystem::path path);
     ~PartInput();
@@ -72,20 +75,28 @@ class PartInput {
         bool key = false;
     };
 
+    class FileWindow;
+
     void open();
+    // Decides, at the first packet, whether packets come from the container's list.
+    void chooseReading();
     bool readPacket(AVPacket& packet);
     std::vector<Sample> listedSamplesInFileOrder() const;
     bool listAgreesWithPackets(const std::vector<Sample>& samples);
 
     std::filesystem::path path_;
+    int fd_ = -1;
+    // Set when the file ends inside a box (a writer stopped mid-write): the demuxer then
+    // sees the file up to its last whole box. Outlives input_.
+    std::unique_ptr<FileWindow> window_;
     ff::InputContext input_;
     AVStream* video_ = nullptr;
     std::vector<AVStream*> audio_;
-    std::vector<bool> copied_; // by stream index
-    std::vector<bool> cutOff_; // by stream index: a packet was cut short
-    int fd_ = -1;
+    std::vector<bool> copied_;    // by stream index
+    std::vector<bool> cutOff_;    // by stream index: a packet was cut short
     std::vector<Sample> samples_; // when packets come from the list
     std::size_t nextSample_ = 0;
+    bool readingChosen_ = false;
     bool fromList_ = false;
 };
 

@@ -1,6 +1,6 @@
 #include "LumenvaleMedia/Recovery.h"
 
-#include "ffmpeg/Handles.h"
+#include "files/PartInput.h"
 #include "files/PartLock.h"
 
 #include <algorithm>
@@ -30,12 +30,6 @@ struct PartFacts {
     std::optional<LocalDateTime> started;
     LocalDateTime modified;
 };
-
-std::optional<std::string> tag(const AVFormatContext& input, const char* key) {
-    const AVDictionaryEntry* entry = av_dict_get(input.metadata, key, nullptr, 0);
-    return entry != nullptr && entry->value != nullptr ? std::optional(std::string(entry->value))
-                                                       : std::nullopt;
-}
 
 std::optional<std::int64_t> parseNumber(const std::optional<std::string>& text) {
     std::int64_t value = 0;
@@ -94,12 +88,11 @@ RecoveryScan find(const std::filesystem::path& partsFolder) {
         facts.locked =
             files::PartLock(entry.path()).state() == files::PartLock::State::heldElsewhere;
         try {
-            const ff::InputContext input =
-                ff::openInput(entry.path(), ff::InputProbing::headerOnly);
-            const std::optional<std::string> id = tag(*input, "lumenvale_recording");
+            const files::PartInput part(entry.path()); // reads the header only
+            const std::optional<std::string> id = part.tag("lumenvale_recording");
             facts.recording = id ? Uuid::parse(*id) : std::nullopt;
-            facts.number = parseNumber(tag(*input, "lumenvale_part"));
-            facts.started = parseStarted(tag(*input, "lumenvale_started"));
+            facts.number = parseNumber(part.tag("lumenvale_part"));
+            facts.started = parseStarted(part.tag("lumenvale_started"));
         } catch (const MediaError& error) {
             if (!facts.locked) { // a part being written may not be readable yet
                 scan.unusable.push_back(UnusablePart{entry.path(), error.what()});

@@ -149,18 +149,19 @@ std::vector<std::filesystem::path> splitIntoParts(const std::filesystem::path& r
     return paths;
 }
 
-std::vector<std::string> topLevelBoxes(const std::filesystem::path& movie) {
+std::vector<Box> topLevelBoxes(const std::filesystem::path& movie) {
     std::ifstream file(movie, std::ios::binary);
     const auto total = static_cast<std::uint64_t>(std::filesystem::file_size(movie));
-    std::vector<std::string> boxes;
+    std::vector<Box> boxes;
     std::uint64_t position = 0;
     while (position + 8 <= total) {
         unsigned char header[16] = {};
         file.seekg(static_cast<std::streamoff>(position));
         file.read(reinterpret_cast<char*>(header), 16);
-        std::uint64_t size = (std::uint64_t(header[0]) << 24) | (std::uint64_t(header[1]) << 16) |
-                             (std::uint64_t(header[2]) << 8) | header[3];
-        boxes.emplace_back(reinterpret_cast<char*>(header + 4), 4);
+        std::uint64_t size = 0;
+        for (int i = 0; i < 4; ++i) {
+            size = (size << 8) | header[i];
+        }
         if (size == 1) {
             size = 0;
             for (int i = 8; i < 16; ++i) {
@@ -172,6 +173,7 @@ std::vector<std::string> topLevelBoxes(const std::filesystem::path& movie) {
         if (size < 8) {
             break;
         }
+        boxes.push_back({std::string(reinterpret_cast<char*>(header + 4), 4), position, size});
         position += size;
     }
     return boxes;

@@ -5,6 +5,7 @@
 // docs/recording-format.md describes (fragmented MPEG-4, tags, video from 0 in every
 // part), with the audio clock styles a part writer may use.
 
+#include <cstdint>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -39,8 +40,13 @@ std::vector<std::filesystem::path> splitIntoParts(const std::filesystem::path& r
                                                   const std::vector<double>& cutSeconds,
                                                   const PartOptions& options = {});
 
-// The four-character names of the top-level boxes of an MPEG-4 file, in order.
-std::vector<std::string> topLevelBoxes(const std::filesystem::path& movie);
+// The top-level boxes of an MPEG-4 file, in order.
+struct Box {
+    std::string type; // "ftyp", "moov", "moof", "mdat", ...
+    std::uint64_t offset = 0;
+    std::uint64_t size = 0;
+};
+std::vector<Box> topLevelBoxes(const std::filesystem::path& movie);
 
 // The decoded samples of one audio track (index among the audio streams), first
 // channel, at its own rate.

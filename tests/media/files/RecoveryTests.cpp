@@ -31,13 +31,20 @@ std::string contents(const std::filesystem::path& file) {
 
 class RecoveryTest : public ::testing::Test {
   protected:
-    void SetUp() override { testing::makeRecording(parts_ / "recording.mp4", 320, 240, 6); }
+    void SetUp() override { testing::makeRecording(parts_ / "recording.mp4", 320, 240, 8); }
 
     testing::TemporaryFolder parts_;
     testing::TemporaryFolder movies_;
 };
 
-TEST_F(RecoveryTest, AKilledRecordingIsSavedUpToItsCutOffLastFragment) {
+// Where the power went out while the last part's third fragment was being written.
+enum class Cut { insideTheSamples, insideTheFragmentHeader };
+
+class KilledRecordingTest : public RecoveryTest, public ::testing::WithParamInterface<Cut> {};
+
+TEST_P(KilledRecordingTest, IsSavedUpToTheCut) {
+    // Parts of 2, 2 and 4 seconds; the writer of the last one was killed, so its last
+    // fragment never reached the file, and then the file was cut.
     const auto split = testing::splitIntoParts(
         parts_ / "recording.mp4", parts_.path(), {2, 4},
         {.clock = testing::AudioClock::partRelativeTagged, .lastPartInterrupted = true});
@@ -48,8 +55,17 @@ TEST_F(RecoveryTest, AKilledRecordingIsSavedUpToItsCutOffLastFragment) {
         whole.insert(whole.end(), partSums.begin(), partSums.end());
     }
     const std::size_t firstTwo = sums(split[0]).size() + sums(split[1]).size();
-    // The power went out in the middle of writing a fragment.
-    std::filesystem::resize_file(split[2], std::filesystem::file_size(split[2]) * 2 / 3);
+    std::vector<testing::Box> fragments;
+    for (const testing::Box& box : testing::topLevelBoxes(split[2])) {
+        if (box.type == "moof") {
+            fragments.push_back(box);
+        }
+    }
+    ASSERT_EQ(fragments.size(), 3u) << "a fragment a second, the last one lost";
+    const testing::Box& third = fragments[2];
+    std::filesystem::resize_file(split[2], GetParam() == Cut::insideTheFragmentHeader
+                                               ? third.offset + third.size / 2
+                                               : std::filesystem::file_size(split[2]) - 2000);
 
     const RecoveryResult result = Recovery::recoverAll(parts_.path(), movies_.path());
 
@@ -58,10 +74,15 @@ TEST_F(RecoveryTest, AKilledRecordingIsSavedUpToItsCutOffLastFragment) {
     EXPECT_TRUE(result.unusable.empty());
     const Recording& movie = result.recovered[0];
     EXPECT_EQ(movie.path, movies_ / "Lumenvale Recording 2025-03-04 at 05.06.07.mp4");
-    EXPECT_EQ(Recovery::notice(movie), "Recovered a recording that was interrupted: Lumenvale "
-                                       "Recording 2025-03-04 at 05.06.07.mp4");
+    EXPECT_EQ(Recovery::notice(movie), "Recovered a recording that was interrupted: "
+                                       "Lumenvale Recording 2025-03-04 at 05.06.07.mp4");
     const auto recovered = sums(movie.path);
-    EXPECT_GT(recovered.size(), firstTwo) << "frames of the cut-off part are kept";
+    // Every frame of the whole fragments, then what the cut fragment still holds.
+    if (GetParam() == Cut::insideTheFragmentHeader) {
+        EXPECT_EQ(recovered.size(), firstTwo + 60);
+    } else {
+        EXPECT_GT(recovered.size(), firstTwo + 60);
+    }
     ASSERT_LE(recovered.size(), whole.size());
     EXPECT_TRUE(std::equal(recovered.begin(), recovered.end(), whole.begin()));
     ASSERT_EQ(movie.partDurations.size(), 3u);
@@ -71,6 +92,9 @@ TEST_F(RecoveryTest, AKilledRecordingIsSavedUpToItsCutOffLastFragment) {
     }
     EXPECT_TRUE(Recovery::find(parts_.path()).recordings.empty());
 }
+
+INSTANTIATE_TEST_SUITE_P(Cuts, KilledRecordingTest,
+                         ::testing::Values(Cut::insideTheSamples, Cut::insideTheFragmentHeader));
 
 TEST_F(RecoveryTest, ARecordingWithALockedPartIsLeftAlone) {
     const auto finished =

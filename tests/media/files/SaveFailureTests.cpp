@@ -164,19 +164,13 @@ TEST_F(SaveFailureTest, PartsWithoutContentAreLeftOutAndNotMoviesAreNeverRemoved
     const auto empty = temp_ / "Lumenvale-EMPTY.mp4";
     std::filesystem::copy_file(parts_[0], empty);
     std::uintmax_t headerBytes = 0;
-    {
-        std::ifstream file(empty, std::ios::binary);
-        for (const std::string& box : testing::topLevelBoxes(empty)) {
-            if (box == "moof") {
-                break;
-            }
-            unsigned char size[4] = {};
-            file.seekg(static_cast<std::streamoff>(headerBytes));
-            file.read(reinterpret_cast<char*>(size), 4);
-            headerBytes += (std::uintmax_t(size[0]) << 24) | (std::uintmax_t(size[1]) << 16) |
-                           (std::uintmax_t(size[2]) << 8) | size[3];
+    for (const testing::Box& box : testing::topLevelBoxes(empty)) {
+        if (box.type == "moof") {
+            headerBytes = box.offset;
+            break;
         }
     }
+    ASSERT_GT(headerBytes, 0u);
     std::filesystem::resize_file(empty, headerBytes);
     const auto notAMovie = temp_ / "Lumenvale-TEXT.mp4";
     std::ofstream(notAMovie) << "not a movie";

@@ -52,7 +52,10 @@ class SaveTest : public ::testing::Test {
 testing::TemporaryFolder* SaveTest::source_ = nullptr;
 
 void expectStandardMovie(const std::filesystem::path& movie) {
-    const auto boxes = testing::topLevelBoxes(movie);
+    std::vector<std::string> boxes;
+    for (const testing::Box& box : testing::topLevelBoxes(movie)) {
+        boxes.push_back(box.type);
+    }
     const auto moov = std::find(boxes.begin(), boxes.end(), "moov");
     const auto mdat = std::find(boxes.begin(), boxes.end(), "mdat");
     ASSERT_NE(moov, boxes.end());
