@@ -62,7 +62,12 @@ RecoveryScan find(const std::filesystem::path& partsFolder);
 // holds one of the parts.
 Recording recover(const InterruptedRecording& recording, const std::filesystem::path& saveFolder);
 
-// find() then recover() for every recording found.
+// Removes what saves cut short left in `saveFolder`: the hidden temporary movies
+// (".Lumenvale Recording ….partial") that no running save holds locked. Their parts
+// are still in the parts folder. Returns how many were removed.
+int removeUnfinishedMovies(const std::filesystem::path& saveFolder);
+
+// removeUnfinishedMovies(), then find() and recover() for every recording found.
 RecoveryResult recoverAll(const std::filesystem::path& partsFolder,
                           const std::filesystem::path& saveFolder);
 

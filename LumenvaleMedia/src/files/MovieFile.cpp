@@ -9,6 +9,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <set>
+#include <sys/file.h>
 #include <sys/sendfile.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -75,6 +76,9 @@ MovieFile::MovieFile(std::filesystem::path folder, const std::string& stem)
             throw MediaError(writeFailure(folder_, errno));
         }
     }
+    // Held while the movie is written, so that clean-up after a crash
+    // (Recovery::removeUnfinishedMovies) can tell a live temporary file from a dead one.
+    ::flock(fd_, LOCK_EX | LOCK_NB);
     try {
         staged_.reserve(blockBytes);
         makeIo();

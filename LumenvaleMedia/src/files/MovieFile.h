@@ -31,8 +31,8 @@ enum class Durability {
 class MovieFile {
   public:
     // Creates a new hidden file ".<stem>-<random>.partial" in `folder` (which must
-    // exist), mode 0666 minus the umask. Throws MediaError when the folder is not
-    // writable.
+    // exist), mode 0666 minus the umask, and holds an exclusive flock on it until this
+    // object dies. Throws MediaError when the folder is not writable.
     MovieFile(std::filesystem::path folder, const std::string& stem);
     // Removes the temporary file unless it was published.
     ~MovieFile();

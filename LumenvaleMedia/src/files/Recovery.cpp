@@ -159,8 +159,28 @@ Recording recover(const InterruptedRecording& recording, const std::filesystem::
     return RecordingFiles::save(recording.parts, saveFolder, recording.startedAt);
 }
 
+int removeUnfinishedMovies(const std::filesystem::path& saveFolder) {
+    int removed = 0;
+    std::error_code failure;
+    for (const auto& entry : std::filesystem::directory_iterator(saveFolder, failure)) {
+        const std::string name = entry.path().filename().string();
+        std::error_code ignored;
+        if (!name.starts_with(".Lumenvale Recording ") || !name.ends_with(".partial") ||
+            !entry.is_regular_file(ignored)) {
+            continue;
+        }
+        const files::PartLock lock(entry.path());
+        if (lock.state() == files::PartLock::State::held &&
+            std::filesystem::remove(entry.path(), ignored)) {
+            ++removed;
+        }
+    }
+    return removed;
+}
+
 RecoveryResult recoverAll(const std::filesystem::path& partsFolder,
                           const std::filesystem::path& saveFolder) {
+    removeUnfinishedMovies(saveFolder);
     RecoveryScan scan = find(partsFolder);
     RecoveryResult result;
     result.unusable = std::move(scan.unusable);

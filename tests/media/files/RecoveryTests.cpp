@@ -123,6 +123,23 @@ TEST_F(RecoveryTest, ARecordingWithALockedPartIsLeftAlone) {
         << "found once its writer is gone";
 }
 
+TEST_F(RecoveryTest, TemporaryMoviesOfCrashedSavesAreRemovedButNotThoseBeingWritten) {
+    const auto crashed = movies_ / ".Lumenvale Recording 2025-03-04 at 05.06.07-0A1B2C3D.partial";
+    const auto writing = movies_ / ".Lumenvale Recording 2025-03-04 at 06.00.00-4E5F6A7B.partial";
+    const auto someoneElses = movies_ / ".cache.partial";
+    for (const auto& file : {crashed, writing, someoneElses}) {
+        std::ofstream(file) << "half a movie";
+    }
+    const int saving = ::open(writing.c_str(), O_RDONLY);
+    ASSERT_EQ(::flock(saving, LOCK_EX | LOCK_NB), 0);
+
+    EXPECT_EQ(Recovery::removeUnfinishedMovies(movies_.path()), 1);
+    EXPECT_FALSE(std::filesystem::exists(crashed));
+    EXPECT_TRUE(std::filesystem::exists(writing));
+    EXPECT_TRUE(std::filesystem::exists(someoneElses));
+    ::close(saving);
+}
+
 TEST_F(RecoveryTest, AMovieWithoutTagsStandsAloneAndOtherFilesAreOnlyReported) {
     // A movie from elsewhere, with reordered frames (B-frames), so its samples are read
     // and copied through memory rather than file to file.
