@@ -3,8 +3,8 @@
 #include "LumenvaleKit/Checked.h"
 #include "LumenvaleMedia/EditRenderer.h"
 #include "editor/PreviewPlayerNull.h"
+#include "editor/WorkerTask.h"
 
-#include <QtConcurrent/QtConcurrent>
 #include <algorithm>
 #include <chrono>
 #include <cmath>
@@ -43,27 +43,28 @@ void EditorModel::load(const std::filesystem::path& movie, EditorServices servic
         std::optional<MovieFacts> facts;
         QString error;
     };
-    QtConcurrent::run([movie] {
-        Probe probe;
-        try {
-            probe.facts = readMovieFacts(movie);
-        } catch (const std::exception& failure) {
-            probe.error = QString::fromUtf8(failure.what());
-        }
-        return probe;
-    })
-        .then(context,
-              [movie, services = std::move(services), done = std::move(done)](const Probe& probe) {
-                  LoadResult result;
-                  if (probe.facts) {
-                      result.model.reset(new EditorModel(movie, *probe.facts, services));
-                      result.model->rebuild();
-                      result.model->loadThumbnails();
-                  } else {
-                      result.error = probe.error;
-                  }
-                  done(std::move(result));
-              });
+    runOnWorker(
+        context,
+        [movie] {
+            Probe probe;
+            try {
+                probe.facts = readMovieFacts(movie);
+            } catch (const std::exception& failure) {
+                probe.error = QString::fromUtf8(failure.what());
+            }
+            return probe;
+        },
+        [movie, services = std::move(services), done = std::move(done)](const Probe& probe) {
+            LoadResult result;
+            if (probe.facts) {
+                result.model.reset(new EditorModel(movie, *probe.facts, services));
+                result.model->rebuild();
+                result.model->loadThumbnails();
+            } else {
+                result.error = probe.error;
+            }
+            done(std::move(result));
+        });
 }
 
 EditorModel::EditorModel(std::filesystem::path movie, const MovieFacts& facts,
@@ -289,16 +290,16 @@ void EditorModel::rebuild() {
         // The preview shows the whole frame while the crop box is placed over it.
         previewEdit.crop.reset();
     }
-    QtConcurrent::task([source = path_, previewEdit]() -> std::optional<EditRenderer::Built> {
-        try {
-            return EditRenderer::build(source, previewEdit);
-        } catch (const std::exception&) {
-            return std::nullopt; // the current preview stays
-        }
-    })
-        .withPriority(previewBuildPriority)
-        .spawn()
-        .then(this, [this, number, wasPlaying](const std::optional<EditRenderer::Built>& built) {
+    runOnWorker(
+        this,
+        [source = path_, previewEdit]() -> std::optional<EditRenderer::Built> {
+            try {
+                return EditRenderer::build(source, previewEdit);
+            } catch (const std::exception&) {
+                return std::nullopt; // the current preview stays
+            }
+        },
+        [this, number, wasPlaying](const std::optional<EditRenderer::Built>& built) {
             if (number != generation_ || !built) {
                 return;
             }
@@ -307,23 +308,27 @@ void EditorModel::rebuild() {
             if (wasPlaying) {
                 player_->play();
             }
-        });
+        },
+        previewBuildPriority);
 }
 
 void EditorModel::loadThumbnails() {
-    QtConcurrent::run([source = path_] {
-        QList<EditorThumbnail> pictures;
-        for (const auto& thumbnail : EditRenderer::thumbnails(source, filmstripPictures)) {
-            pictures.append({thumbnail.timeSeconds, toQImage(thumbnail.image)});
-        }
-        return pictures;
-    }).then(this, [this](const QList<EditorThumbnail>& pictures) {
-        if (pictures.isEmpty()) {
-            return; // the filmstrip starts empty and stays so
-        }
-        thumbnails_ = pictures;
-        emit thumbnailsChanged();
-    });
+    runOnWorker(
+        this,
+        [source = path_] {
+            QList<EditorThumbnail> pictures;
+            for (const auto& thumbnail : EditRenderer::thumbnails(source, filmstripPictures)) {
+                pictures.append({thumbnail.timeSeconds, toQImage(thumbnail.image)});
+            }
+            return pictures;
+        },
+        [this](const QList<EditorThumbnail>& pictures) {
+            if (pictures.isEmpty()) {
+                return; // the filmstrip starts empty and stays so
+            }
+            thumbnails_ = pictures;
+            emit thumbnailsChanged();
+        });
 }
 
 void EditorModel::setTime(double seconds) {
