@@ -19,3 +19,10 @@ cmake --preset release >/dev/null
 # of a single part (remux, sync, poster) as a recording without pauses is saved.
 cmake --build --preset release --target join -j 2 >/dev/null
 "$build/bench/join" "$work/join"
+
+# --- cut: cut-only export of a 10-minute 1080p recording ----------------------------
+# Compared with `cp` of the recording and `ffmpeg -c copy` of the whole movie: the
+# whole movie, two cuts on keyframes (pure copy) and two cuts between keyframes (the
+# frames from each cut to the next keyframe encoded again).
+cmake --build --preset release --target cut -j 2 >/dev/null
+"$build/bench/cut" "$work/cut"
