@@ -31,6 +31,9 @@ std::optional<Screen> containing(const Rect& rect);
 // The frame of a managed window, decorations included; nothing when it is gone.
 std::optional<Rect> windowFrame(std::uint32_t windowID);
 
+// Device pixels per point of the desktop (X11 has one scale for all displays).
+double scale();
+
 // Between X11 coordinates (origin top-left of the desktop, y down) and desktop ones.
 Rect fromTopLeft(const Rect& topLeft);
 Rect toTopLeft(const Rect& desktop);

@@ -1,0 +1,149 @@
+#include "recorder/Screens.h"
+
+#include "LumenvaleKit/ScreenGeometry.h"
+#include "LumenvaleMedia/DisplaysX11.h"
+
+#include <algorithm>
+#include <memory>
+
+namespace lumenvale::Screens {
+
+namespace {
+
+// The one connection the GUI thread asks through; made on first use and again after
+// the display server went away.
+std::unique_ptr<Displays>& connection() {
+    static std::unique_ptr<Displays> displays;
+    return displays;
+}
+
+// Runs `ask` against the display server; `fallback` when there is none.
+template <typename T, typename Ask> T ask(Ask&& question, T fallback) {
+    std::unique_ptr<Displays>& displays = connection();
+    try {
+        if (!displays) {
+            displays = std::make_unique<DisplaysX11>();
+        }
+        return question(*displays);
+    } catch (const std::exception&) {
+        displays.reset();
+        return fallback;
+    }
+}
+
+// X11 has one scale for the whole desktop (Xft.dpi, QT_SCALE_FACTOR).
+double desktopScale(const std::vector<DisplayScreen>& screens) {
+    for (const DisplayScreen& screen : screens) {
+        if (screen.primary && screen.scale > 0) {
+            return screen.scale;
+        }
+    }
+    return screens.empty() || screens.front().scale <= 0 ? 1.0 : screens.front().scale;
+}
+
+struct Desktop {
+    double scale = 1;
+    double heightPoints = 0;
+};
+
+Desktop desktopOf(const std::vector<DisplayScreen>& screens) {
+    Desktop desktop;
+    desktop.scale = desktopScale(screens);
+    for (const DisplayScreen& screen : screens) {
+        desktop.heightPoints = std::max(desktop.heightPoints, screen.frame.maxY() / desktop.scale);
+    }
+    return desktop;
+}
+
+Rect pixelsToPoints(const Rect& pixels, double scale) {
+    return Rect{pixels.x / scale, pixels.y / scale, pixels.width / scale, pixels.height / scale};
+}
+
+Screen screenOf(const DisplayScreen& display, const Desktop& desktop) {
+    const Rect frame = ScreenGeometry::appKitRect(pixelsToPoints(display.frame, desktop.scale),
+                                                  desktop.heightPoints);
+    return Screen{display.id, frame, frame, display.scale > 0 ? display.scale : desktop.scale};
+}
+
+double overlapArea(const Rect& a, const Rect& b) {
+    const double width = std::min(a.maxX(), b.maxX()) - std::max(a.minX(), b.minX());
+    const double height = std::min(a.maxY(), b.maxY()) - std::max(a.minY(), b.minY());
+    return width > 0 && height > 0 ? width * height : 0;
+}
+
+} // namespace
+
+bool captureAvailable() {
+    return ask([](Displays& displays) { return displays.captureAvailable(); }, false);
+}
+
+std::vector<Screen> all() {
+    return ask(
+        [](Displays& displays) {
+            const std::vector<DisplayScreen> screens = displays.screens();
+            const Desktop desktop = desktopOf(screens);
+            std::vector<Screen> result;
+            for (const DisplayScreen& screen : screens) {
+                result.push_back(screenOf(screen, desktop));
+            }
+            return result;
+        },
+        std::vector<Screen>{});
+}
+
+std::optional<Screen> withMouse() {
+    return ask(
+        [](Displays& displays) -> std::optional<Screen> {
+            const std::optional<DisplayScreen> under = displays.screenUnderPointer();
+            if (!under) {
+                return std::nullopt;
+            }
+            return screenOf(*under, desktopOf(displays.screens()));
+        },
+        std::optional<Screen>{});
+}
+
+std::optional<Screen> containing(const Rect& rect) {
+    std::optional<Screen> best;
+    double bestOverlap = 0;
+    for (const Screen& screen : all()) {
+        const double overlap = overlapArea(screen.frame, rect);
+        if (overlap > bestOverlap) {
+            best = screen;
+            bestOverlap = overlap;
+        }
+    }
+    return best;
+}
+
+std::optional<Rect> windowFrame(std::uint32_t windowID) {
+    return ask(
+        [windowID](Displays& displays) -> std::optional<Rect> {
+            for (const DesktopWindow& window : displays.windows()) {
+                if (window.id == windowID) {
+                    const Desktop desktop = desktopOf(displays.screens());
+                    return ScreenGeometry::appKitRect(pixelsToPoints(window.frame, desktop.scale),
+                                                      desktop.heightPoints);
+                }
+            }
+            return std::nullopt;
+        },
+        std::optional<Rect>{});
+}
+
+Rect fromTopLeft(const Rect& topLeft) {
+    const Desktop desktop =
+        ask([](Displays& displays) { return desktopOf(displays.screens()); }, Desktop{});
+    return ScreenGeometry::appKitRect(topLeft, desktop.heightPoints);
+}
+
+Rect toTopLeft(const Rect& desktopRect) {
+    // The flip is its own inverse.
+    return fromTopLeft(desktopRect);
+}
+
+double scale() {
+    return ask([](Displays& displays) { return desktopScale(displays.screens()); }, 1.0);
+}
+
+} // namespace lumenvale::Screens

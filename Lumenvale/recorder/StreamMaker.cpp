@@ -1,0 +1,108 @@
+// Turning the decision to record a display, an area or a window into a running
+// capture that writes part files: the recorder's makeStream.
+
+#include "LumenvaleKit/OutputSize.h"
+#include "LumenvaleKit/RecError.h"
+#include "LumenvaleMedia/AudioDevices.h"
+#include "LumenvaleMedia/CaptureX11.h"
+#include "LumenvaleMedia/MediaError.h"
+#include "LumenvaleMedia/RecordingPipeline.h"
+#include "recorder/LocalTime.h"
+#include "recorder/PathText.h"
+#include "recorder/RecorderUi.h"
+#include "recorder/ScreenRecorder.h"
+#include "recorder/Screens.h"
+
+#include <QDir>
+#include <algorithm>
+
+namespace lumenvale {
+
+namespace {
+
+// Frame rates beyond what any display refreshes at are not recorded faster.
+constexpr std::int64_t maximumFps = 240;
+
+Rect toPixels(const Rect& points, double scale) {
+    return Rect{points.x * scale, points.y * scale, points.width * scale, points.height * scale};
+}
+
+} // namespace
+
+ScreenRecorder::Started ScreenRecorder::makeStream(const Screen& screen,
+                                                   const std::optional<Rect>& area,
+                                                   std::optional<std::uint32_t> windowID, bool mic,
+                                                   const RecordingOptions& options) {
+    const std::vector<Screen> screens = Screens::all();
+    if (std::none_of(screens.begin(), screens.end(),
+                     [&](const Screen& candidate) { return candidate.id == screen.id; })) {
+        throw MediaError(RecError::displayGone);
+    }
+
+    CaptureRequest request;
+    Size points;
+    if (windowID) {
+        const std::optional<Rect> frame = Screens::windowFrame(*windowID);
+        if (!frame) {
+            throw MediaError(RecError::windowGone);
+        }
+        request.target = CaptureWindow{*windowID};
+        points = frame->size();
+        keptWindows_.clear();
+        excludesSelf_ = false;
+    } else {
+        // Lumenvale's own panels never appear in a display recording; the camera
+        // bubble does.
+        const std::optional<std::uint32_t> bubble = ui_ ? ui_->visibleBubbleWindow() : std::nullopt;
+        keptWindows_ = bubble ? std::vector<std::uint32_t>{*bubble} : std::vector<std::uint32_t>{};
+        excludesSelf_ = true;
+        request.ownWindows = OwnWindows::hidden;
+        request.keptWindows = keptWindows_;
+        if (area) {
+            request.target = CaptureArea{toPixels(Screens::toTopLeft(*area), screen.scale)};
+            points = area->size();
+        } else {
+            request.target = CaptureScreen{screen.id};
+            points = screen.frame.size();
+        }
+    }
+
+    codec_ = resolve(options.codec, availableVideoFourCCs());
+    pixelSize_ = OutputSize::pixels(points, screen.scale, codec_);
+    request.size = *pixelSize_;
+    request.fps = static_cast<int>(std::clamp<std::int64_t>(options.fps, 1, maximumFps));
+    request.showsPointer = options.showsPointer;
+    request.showsClicks = options.showsClicks;
+
+    RecordingSources sources;
+    sources.video = std::make_unique<CaptureX11>(std::move(request));
+    if (options.systemAudio) {
+        sources.systemAudio = AudioDevices::open(AudioKind::system);
+    }
+    if (mic) {
+        sources.microphone = AudioDevices::open(AudioKind::microphone, options.microphoneID);
+    }
+
+    // The handlers run on the pipeline's threads: they only post to the GUI thread.
+    lastStreamID_ = lastStreamID_ + 1;
+    const std::uint64_t streamID = lastStreamID_;
+    RecordingPipeline::Handlers handlers;
+    handlers.partFinished = [this](const std::filesystem::path& part) {
+        QMetaObject::invokeMethod(
+            this, [this, part] { outputDidFinish(part); }, Qt::QueuedConnection);
+    };
+    handlers.stopped = [this, streamID](const std::string& reason) {
+        QMetaObject::invokeMethod(
+            this,
+            [this, streamID, reason] { streamDidStop(streamID, QString::fromStdString(reason)); },
+            Qt::QueuedConnection);
+    };
+
+    auto stream = std::make_unique<RecordingPipeline>(
+        std::move(sources), codec_, toPath(QDir::tempPath()),
+        localDateTime(QDateTime::currentDateTime()), std::move(handlers));
+    std::filesystem::path firstPart = stream->start();
+    return Started{std::move(stream), streamID, std::move(firstPart)};
+}
+
+} // namespace lumenvale

@@ -1,0 +1,287 @@
+// The recorder's phase machine driven end to end: the real capture of the session's
+// display, the real sound server and part writer, and the saved movie checked by
+// decoding it. Movies go to the APP_STORE folder that main.cpp sets up; parts to
+// the run's own temporary folder.
+
+#include "Probe.h"
+#include "recorder/PathText.h"
+#include "recorder/RecorderUi.h"
+#include "recorder/ScreenRecorder.h"
+#include "recorder/Store.h"
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QSignalSpy>
+#include <QTest>
+#include <QTimer>
+#include <gtest/gtest.h>
+
+namespace lumenvale {
+namespace {
+
+using Phase = ScreenRecorder::Phase;
+
+// Stands in for the graphical panels and records what the recorder asked of them.
+// Its countdown never runs out by itself: a test ends it by hand.
+class RecordingUi final : public RecorderUi {
+  public:
+    void openSelection(SelectionMode) override { ++selectionsOpened; }
+    void closeSelection() override { ++selectionsClosed; }
+    void runCountdown(const Screen& screen, std::function<void(bool)> done) override {
+        countdownScreen = screen;
+        countdownDone = std::move(done);
+    }
+    void cancelCountdown() override { ++countdownsCancelled; }
+    void showBubble(const Rect&, std::function<void()> shown) override { shown(); }
+    std::optional<std::uint32_t> visibleBubbleWindow() const override { return std::nullopt; }
+    void showOutline(const Rect& area) override { outlines.push_back(area); }
+    void prepareControl(const Screen&) override { ++controlsPrepared; }
+    void showControl() override { ++controlsShown; }
+    void hidePanels() override { ++panelsHidden; }
+    void showNotice(const QString& text) override { notices << text; }
+    void showCard(const Recording& recording) override { cards.push_back(recording.path); }
+    void screenPermissionRefused() override { ++permissionRefusals; }
+
+    int selectionsOpened = 0, selectionsClosed = 0, countdownsCancelled = 0;
+    int controlsPrepared = 0, controlsShown = 0, panelsHidden = 0, permissionRefusals = 0;
+    std::optional<Screen> countdownScreen;
+    std::function<void(bool)> countdownDone;
+    std::vector<Rect> outlines;
+    QStringList notices;
+    std::vector<std::filesystem::path> cards;
+};
+
+std::vector<std::filesystem::path> filesIn(const std::filesystem::path& folder,
+                                           const QString& pattern) {
+    std::vector<std::filesystem::path> files;
+    for (const QString& name : QDir(toQString(folder)).entryList({pattern}, QDir::Files)) {
+        files.push_back(folder / toPath(name));
+    }
+    return files;
+}
+
+std::vector<std::filesystem::path> partFiles() {
+    return filesIn(toPath(QDir::tempPath()), QStringLiteral("Lumenvale-*.mp4"));
+}
+
+class ScreenRecorderTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        ASSERT_TRUE(Store::isOverridden());
+        movies = *Store::testFolder();
+        for (const auto& movie : filesIn(movies, QStringLiteral("*.mp4"))) {
+            std::filesystem::remove(movie);
+        }
+        RecordingOptions options;
+        options.countdown = false;
+        options.systemAudio = true;
+        options.microphone = false;
+        options.fps = 30;
+        recorder.setRunOptions(options);
+        recorder.setUi(&ui);
+        recorder.setFinishSound([this] { ++sounds; });
+        connect();
+    }
+
+    void connect() {
+        QObject::connect(&recorder, &ScreenRecorder::phaseChanged, &recorder,
+                         [this](Phase phase) { phases.push_back(phase); });
+        QObject::connect(
+            &recorder, &ScreenRecorder::finishEnded, &recorder,
+            [this](const std::optional<Recording>& recording) { finishes.push_back(recording); });
+    }
+
+    // Starts a screen recording and waits until the capture runs.
+    void startScreen() {
+        std::optional<bool> started;
+        recorder.start(RecordKind::screen, std::nullopt, [&](bool value) { started = value; });
+        ASSERT_TRUE(QTest::qWaitFor([&] { return started.has_value(); }, 10000));
+        ASSERT_TRUE(*started) << ui.notices.join(QLatin1Char('\n')).toStdString();
+        ASSERT_EQ(recorder.phase(), Phase::recording);
+    }
+
+    void waitForFinishEnded(std::size_t count = 1) {
+        ASSERT_TRUE(QTest::qWaitFor([&] { return finishes.size() >= count; }, 60000));
+    }
+
+    ScreenRecorder recorder;
+    RecordingUi ui;
+    std::filesystem::path movies;
+    int sounds = 0;
+    std::vector<Phase> phases;
+    std::vector<std::optional<Recording>> finishes;
+};
+
+TEST_F(ScreenRecorderTest, StopWhenIdleChangesNothing) {
+    const std::int64_t session = recorder.session();
+    recorder.stop();
+    QTest::qWait(200);
+    EXPECT_EQ(recorder.phase(), Phase::idle);
+    EXPECT_EQ(recorder.session(), session);
+    EXPECT_TRUE(phases.empty());
+    EXPECT_TRUE(finishes.empty());
+    EXPECT_TRUE(ui.notices.isEmpty());
+    EXPECT_EQ(ui.panelsHidden, 0);
+    EXPECT_TRUE(filesIn(movies, QStringLiteral("*")).empty());
+}
+
+TEST_F(ScreenRecorderTest, StopDuringTheCountdownReturnsToIdleWithoutMovieOrNotice) {
+    RecordingOptions options = recorder.optionsInForce();
+    options.countdown = true;
+    recorder.setRunOptions(options);
+    const std::size_t partsBefore = partFiles().size();
+
+    std::optional<bool> started;
+    recorder.start(RecordKind::screen, std::nullopt, [&](bool value) { started = value; });
+    ASSERT_EQ(recorder.phase(), Phase::countdown);
+    ASSERT_TRUE(ui.countdownScreen.has_value());
+    EXPECT_EQ(ui.controlsPrepared, 1);
+
+    recorder.stop();
+    EXPECT_EQ(recorder.phase(), Phase::idle);
+    EXPECT_EQ(ui.countdownsCancelled, 1);
+    EXPECT_GE(ui.panelsHidden, 1);
+    // A countdown that ends after the stop starts nothing.
+    ASSERT_TRUE(ui.countdownDone);
+    ui.countdownDone(true);
+    QTest::qWait(300);
+    EXPECT_EQ(started, std::optional<bool>(false));
+    EXPECT_EQ(recorder.phase(), Phase::idle);
+    EXPECT_EQ(ui.controlsShown, 0);
+    EXPECT_TRUE(ui.notices.isEmpty());
+    EXPECT_TRUE(finishes.empty());
+    EXPECT_EQ(partFiles().size(), partsBefore);
+    EXPECT_TRUE(filesIn(movies, QStringLiteral("*")).empty());
+    EXPECT_EQ(phases, (std::vector<Phase>{Phase::countdown, Phase::idle}));
+}
+
+TEST_F(ScreenRecorderTest, PausingAndResumingTwiceJoinsThreePartsIntoOneMovie) {
+    const std::size_t partsBefore = partFiles().size();
+    ASSERT_NO_FATAL_FAILURE(startScreen());
+    constexpr int stretchMs = 900;
+    QTest::qWait(stretchMs);
+    for (int pause = 0; pause < 2; ++pause) {
+        recorder.pause();
+        ASSERT_EQ(recorder.phase(), Phase::paused);
+        const double frozen = recorder.elapsedSeconds();
+        QTest::qWait(500);
+        EXPECT_EQ(recorder.elapsedSeconds(), frozen) << "the time stands still while paused";
+        recorder.resume();
+        ASSERT_EQ(recorder.phase(), Phase::recording);
+        QTest::qWait(stretchMs);
+    }
+    recorder.stop();
+    EXPECT_EQ(recorder.phase(), Phase::finishing);
+    ASSERT_NO_FATAL_FAILURE(waitForFinishEnded());
+    EXPECT_EQ(recorder.phase(), Phase::idle);
+
+    ASSERT_TRUE(finishes.front().has_value()) << ui.notices.join(QLatin1Char('\n')).toStdString();
+    const Recording& recording = *finishes.front();
+    ASSERT_EQ(recording.partDurations.size(), 3u);
+    double sum = 0;
+    for (double part : recording.partDurations) {
+        EXPECT_NEAR(part, stretchMs / 1000.0, 0.35);
+        sum += part;
+    }
+    EXPECT_NEAR(recording.durationSeconds, sum, 1.0 / 30 + 0.01);
+    EXPECT_NEAR(recorder.accumulatedSeconds(), 3 * stretchMs / 1000.0, 0.35);
+
+    // The movie in the save folder, as a decoder sees it.
+    EXPECT_EQ(recording.path.parent_path(), movies);
+    EXPECT_EQ(filesIn(movies, QStringLiteral("*.mp4")), std::vector{recording.path});
+    const testing::MovieInfo info = testing::probe(recording.path);
+    ASSERT_EQ(info.ofType("video").size(), 1u);
+    EXPECT_EQ(info.ofType("video").front().width, 1920);
+    EXPECT_EQ(info.ofType("video").front().height, 1080);
+    EXPECT_NEAR(info.durationSeconds, sum, 0.1);
+    ASSERT_EQ(info.ofType("audio").size(), 1u);
+    EXPECT_NEAR(info.ofType("audio").front().durationSeconds,
+                info.ofType("video").front().durationSeconds, 1024.0 / 48000 + 0.001);
+
+    ASSERT_TRUE(recorder.last().has_value());
+    EXPECT_EQ(recorder.last()->path, recording.path);
+    EXPECT_EQ(ui.cards, std::vector{recording.path});
+    EXPECT_EQ(sounds, 1);
+    EXPECT_EQ(partFiles().size(), partsBefore) << "every part was joined and removed";
+    EXPECT_EQ(phases,
+              (std::vector<Phase>{Phase::recording, Phase::paused, Phase::recording, Phase::paused,
+                                  Phase::recording, Phase::finishing, Phase::idle}));
+}
+
+TEST_F(ScreenRecorderTest, ASecondStopWhileFinishingIsIgnored) {
+    ASSERT_NO_FATAL_FAILURE(startScreen());
+    QTest::qWait(700);
+    const std::int64_t session = recorder.session();
+    recorder.stop();
+    recorder.stop();
+    EXPECT_EQ(recorder.phase(), Phase::finishing);
+    EXPECT_EQ(recorder.session(), session + 1);
+    QTest::qWait(50);
+    recorder.stop();
+    ASSERT_NO_FATAL_FAILURE(waitForFinishEnded());
+    QTest::qWait(500); // room for a second finish, should one have started
+
+    EXPECT_EQ(finishes.size(), 1u);
+    ASSERT_TRUE(finishes.front().has_value());
+    EXPECT_EQ(filesIn(movies, QStringLiteral("*.mp4")).size(), 1u);
+    EXPECT_EQ(ui.cards.size(), 1u);
+    EXPECT_EQ(sounds, 1);
+    EXPECT_EQ(recorder.phase(), Phase::idle);
+}
+
+TEST_F(ScreenRecorderTest, AWindowThatIsGoneFailsTheStartWithItsMessage) {
+    std::optional<bool> started;
+    const Selection gone{Rect{0, 0, 300, 200}, 0x7ffffff0u};
+    recorder.start(RecordKind::window, gone, [&](bool value) { started = value; });
+    ASSERT_TRUE(QTest::qWaitFor([&] { return started.has_value(); }, 5000));
+    EXPECT_FALSE(*started);
+    EXPECT_EQ(recorder.phase(), Phase::idle);
+    EXPECT_EQ(ui.notices,
+              QStringList{QStringLiteral("Couldn’t start recording. The window closed.")});
+    EXPECT_GE(ui.panelsHidden, 1);
+    EXPECT_TRUE(finishes.empty());
+}
+
+// The finish waits, keyed by a part's path; no media is involved.
+TEST(ScreenRecorderWaits, AReportBeforeTheWaitEndsItAtOnceAndAMissingOneAfterFiveSeconds) {
+    ScreenRecorder recorder;
+    const std::filesystem::path early = "/nonexistent/Lumenvale-early.mp4";
+    const std::filesystem::path silent = "/nonexistent/Lumenvale-silent.mp4";
+    const std::filesystem::path late = "/nonexistent/Lumenvale-late.mp4";
+
+    int earlyCalls = 0;
+    recorder.outputDidFinish(early);
+    recorder.waitForFinish(early, [&] { ++earlyCalls; });
+    EXPECT_EQ(earlyCalls, 1) << "the report came first: the wait returns at once";
+
+    QElapsedTimer clock;
+    clock.start();
+    int silentCalls = 0, lateCalls = 0;
+    qint64 silentEndedMs = -1, lateEndedMs = -1;
+    recorder.waitForFinish(silent, [&] {
+        ++silentCalls;
+        silentEndedMs = clock.elapsed();
+    });
+    recorder.waitForFinish(late, [&] {
+        ++lateCalls;
+        lateEndedMs = clock.elapsed();
+    });
+    QTimer::singleShot(300, &recorder, [&] { recorder.outputDidFinish(late); });
+    EXPECT_EQ(silentCalls + lateCalls, 0);
+
+    ASSERT_TRUE(QTest::qWaitFor([&] { return silentCalls > 0; }, 8000));
+    EXPECT_GE(silentEndedMs, 5000);
+    EXPECT_LT(silentEndedMs, 5600);
+    EXPECT_GE(lateEndedMs, 300);
+    EXPECT_LT(lateEndedMs, 1500);
+
+    // A report after the wait gave up, and the late wait's own timer, call nothing again.
+    recorder.outputDidFinish(silent);
+    QTest::qWait(300);
+    EXPECT_EQ(silentCalls, 1);
+    EXPECT_EQ(lateCalls, 1);
+    EXPECT_EQ(earlyCalls, 1);
+}
+
+} // namespace
+} // namespace lumenvale
