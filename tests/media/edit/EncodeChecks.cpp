@@ -2,6 +2,8 @@
 
 #include <cmath>
 #include <cstring>
+#include <fstream>
+#include <iterator>
 #include <sstream>
 #include <stdexcept>
 
@@ -132,6 +134,86 @@ double toneFrequency(const std::vector<float>& samples, int sampleRate) {
         return 0;
     }
     return (crossings - 1) * static_cast<double>(sampleRate) / static_cast<double>(last - first);
+}
+
+GifStructure readGifStructure(const std::filesystem::path& gif) {
+    std::ifstream file(gif, std::ios::binary);
+    const std::vector<std::uint8_t> bytes((std::istreambuf_iterator<char>(file)),
+                                          std::istreambuf_iterator<char>());
+    std::size_t at = 0;
+    const auto need = [&](std::size_t count) {
+        if (at + count > bytes.size()) {
+            throw std::runtime_error("the GIF ends early");
+        }
+    };
+    const auto word = [&](std::size_t offset) {
+        return bytes[offset] | bytes[offset + 1] << 8;
+    };
+    const auto skipSubBlocks = [&]() {
+        for (need(1); bytes[at] != 0; need(1)) {
+            at += std::size_t{1} + bytes[at];
+        }
+        ++at;
+    };
+    need(13);
+    if (std::string(bytes.begin(), bytes.begin() + 6) != "GIF89a") {
+        throw std::runtime_error("not a GIF89a file");
+    }
+    GifStructure gifInfo;
+    gifInfo.width = word(6);
+    gifInfo.height = word(8);
+    gifInfo.hasGlobalPalette = (bytes[10] & 0x80) != 0;
+    at = 13;
+    if (gifInfo.hasGlobalPalette) {
+        at += std::size_t{3} << ((bytes[10] & 7u) + 1u);
+    }
+    int pendingDelay = -1;
+    while (true) {
+        need(1);
+        const std::uint8_t kind = bytes[at++];
+        if (kind == 0x3B) {
+            return gifInfo;
+        }
+        if (kind == 0x21) {
+            need(2);
+            const std::uint8_t label = bytes[at++];
+            if (label == 0xF9) {
+                need(6);
+                pendingDelay = word(at + 2);
+                at += std::size_t{1} + bytes[at];
+            } else if (label == 0xFF) {
+                need(12);
+                const bool netscape =
+                    std::string(bytes.begin() + static_cast<std::ptrdiff_t>(at + 1),
+                                bytes.begin() + static_cast<std::ptrdiff_t>(at + 12)) ==
+                    "NETSCAPE2.0";
+                at += std::size_t{1} + bytes[at];
+                if (netscape) {
+                    need(4);
+                    gifInfo.loopCount = word(at + 2);
+                }
+            }
+            skipSubBlocks();
+        } else if (kind == 0x2C) {
+            need(9);
+            GifStructure::Frame frame;
+            frame.x = word(at);
+            frame.y = word(at + 2);
+            frame.width = word(at + 4);
+            frame.height = word(at + 6);
+            frame.hasOwnPalette = (bytes[at + 8] & 0x80) != 0;
+            frame.delayCentiseconds = pendingDelay;
+            if (frame.hasOwnPalette) {
+                at += std::size_t{3} << ((bytes[at + 8] & 7u) + 1u);
+            }
+            at += 9 + 1; // descriptor, then the LZW minimum code size
+            skipSubBlocks();
+            gifInfo.frames.push_back(frame);
+            pendingDelay = -1;
+        } else {
+            throw std::runtime_error("unknown GIF block");
+        }
+    }
 }
 
 } // namespace lumenvale::testing

@@ -53,4 +53,23 @@ std::vector<float> audioSamples(const std::filesystem::path& movie, int audioStr
 // The frequency of a pure tone in Hz, from its rising zero crossings.
 double toneFrequency(const std::vector<float>& samples, int sampleRate);
 
+// The block structure of a GIF file, read byte by byte.
+struct GifStructure {
+    int width = 0;
+    int height = 0;
+    bool hasGlobalPalette = false;
+    std::optional<int> loopCount; // from the NETSCAPE2.0 extension; 0 = forever
+    struct Frame {
+        int delayCentiseconds = -1; // -1: no graphic control extension
+        bool hasOwnPalette = false;
+        int x = 0;
+        int y = 0;
+        int width = 0;
+        int height = 0;
+    };
+    std::vector<Frame> frames;
+};
+// Throws std::runtime_error when the file is not a well-formed GIF.
+GifStructure readGifStructure(const std::filesystem::path& gif);
+
 } // namespace lumenvale::testing
