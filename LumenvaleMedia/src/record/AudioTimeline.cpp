@@ -33,20 +33,46 @@ void AudioTimeline::append(const AudioChunk& chunk) {
     if (ended_) {
         return;
     }
+    const std::int64_t deviation = position - end_;
     if (!started_) {
         started_ = true;
         begin_ = end_ = position;
-    } else if (position > end_ + tolerance) {
+    } else if (deviation > jumpLimit || deviation < -jumpLimit) {
+        drift_ = 0;
+        skip_ = 0;
+    } else {
+        // The average follows the deviations with a time constant of a quarter of a
+        // second of sound, whatever the chunks' size: a single stray time stamp moves
+        // it by a few percent of its error.
+        const double weight =
+            static_cast<double>(count) / static_cast<double>(count + audioRate / 4);
+        drift_ += (static_cast<double>(deviation) - drift_) * weight;
+        position = end_;
+        if (drift_ > driftLimit) {
+            position += static_cast<std::int64_t>(drift_);
+            drift_ = 0;
+        } else if (drift_ < -driftLimit) {
+            skip_ += static_cast<std::int64_t>(-drift_);
+            drift_ = 0;
+        }
+        // Sound that came too early is dropped from the front of the next chunks.
+        const std::int64_t skipped = std::min(skip_, count);
+        skip_ -= skipped;
+        samples += skipped * channels_;
+        count -= skipped;
+        if (count == 0) {
+            return;
+        }
+    }
+    if (position > end_) {
         writeSilence(end_, position - end_);
-    } else if (position < end_ - tolerance) {
+    } else if (position < end_) {
         const std::int64_t overlap = end_ - position;
         if (overlap >= count) {
             return;
         }
         samples += overlap * channels_;
         count -= overlap;
-        position = end_;
-    } else {
         position = end_;
     }
     writeSamples(position, samples, count);

@@ -19,17 +19,21 @@ inline constexpr std::int64_t endOfTime = std::numeric_limits<std::int64_t>::max
 std::int64_t audioPosition(std::chrono::steady_clock::duration time);
 
 // The sound of one source laid out on the steady clock: the last few seconds of its
-// samples, each at its position. Chunks that follow on within `tolerance` of where
-// the previous one ended are taken as contiguous (the sources' time stamps jitter
-// by a few milliseconds); a chunk that starts later than that leaves silence in the
-// gap; one that starts earlier has its overlapping beginning dropped. So the clock
-// of a sound card that drifts against the steady clock is followed in small steps.
+// samples, each at its position. A source's samples follow on from each other; its
+// chunks' time stamps only steer where. They jitter by milliseconds and now and then
+// one is tens of milliseconds off (a server re-estimating its latency), so a chunk
+// is placed right after the previous one, and the time stamps' deviation from that
+// is averaged: when the average moves more than `driftLimit` away (a sound card
+// clock drifting against the steady clock), the stream is shifted by it, leaving
+// silence or dropping samples once. A chunk more than `jumpLimit` away (sound the
+// server lost, a suspended device) is placed at its own time at once.
 //
 // Threads: append() and markEnded() from the source's thread, the rest from the
 // writer; all members lock internally.
 class AudioTimeline {
   public:
-    static constexpr std::int64_t tolerance = audioRate * 15 / 1000;
+    static constexpr std::int64_t driftLimit = audioRate * 10 / 1000;
+    static constexpr std::int64_t jumpLimit = audioRate * 60 / 1000;
 
     AudioTimeline(int channels, double capacitySeconds);
 
@@ -59,6 +63,8 @@ class AudioTimeline {
     std::vector<float> ring_; // frame at position p is at (p mod capacity) * channels
     std::int64_t begin_ = 0;  // kept window: positions [begin_, end_)
     std::int64_t end_ = 0;
+    double drift_ = 0;      // average deviation of the time stamps from end_, samples
+    std::int64_t skip_ = 0; // samples still to drop after an early-running correction
     bool started_ = false;
     bool ended_ = false;
 };

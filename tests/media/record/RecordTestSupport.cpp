@@ -4,9 +4,14 @@
 
 #include <cmath>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <gtest/gtest.h>
+
+extern "C" {
+#include <libavutil/log.h>
+}
 #include <iterator>
 #include <numbers>
 #include <spawn.h>
@@ -26,6 +31,10 @@ namespace {
 class WarmSinks : public ::testing::Environment {
   public:
     void SetUp() override {
+        av_log_set_level(AV_LOG_WARNING); // the encoders' statistics are not test output
+        if (std::getenv(recordUntilKilledVariable) != nullptr) {
+            return;
+        }
         for (const char* monitor : {"lumenvale_speakers.monitor", "lumenvale_mic_input.monitor"}) {
             const std::string device = std::string("--device=") + monitor;
             std::vector<std::string> arguments{
@@ -267,20 +276,21 @@ std::vector<float> decodeMono(const std::filesystem::path& movie, int audioStrea
     return samples;
 }
 
-double toneFrequency(const std::filesystem::path& movie, int audioStream, double startSeconds,
-                     double durationSeconds) {
+double toneAmplitude(const std::filesystem::path& movie, int audioStream, double frequency,
+                     double startSeconds, double durationSeconds) {
     const std::vector<float> samples =
         decodeMono(movie, audioStream, startSeconds, durationSeconds);
-    if (samples.size() < 2) {
+    if (samples.empty()) {
         return 0;
     }
-    int crossings = 0;
-    for (std::size_t i = 1; i < samples.size(); ++i) {
-        if ((samples[i - 1] < 0) != (samples[i] < 0)) {
-            ++crossings;
-        }
+    double real = 0;
+    double imaginary = 0;
+    for (std::size_t i = 0; i < samples.size(); ++i) {
+        const double phase = 2 * std::numbers::pi * frequency * static_cast<double>(i) / 48000;
+        real += samples[i] * std::cos(phase);
+        imaginary += samples[i] * std::sin(phase);
     }
-    return crossings / 2.0 / (static_cast<double>(samples.size()) / 48000);
+    return 2 * std::hypot(real, imaginary) / static_cast<double>(samples.size());
 }
 
 std::vector<AudioPacket> audioPackets(const std::filesystem::path& movie, int audioStream) {

@@ -18,6 +18,10 @@
 
 namespace lumenvale::testing {
 
+// When this variable names a folder, the test program records into it until it is
+// killed instead of running tests (the child of the crash test).
+inline constexpr const char* recordUntilKilledVariable = "LUMENVALE_TEST_RECORD_UNTIL_KILLED";
+
 // Delivers frame n at start + n / fps, painted with n as 16 bits: the top quarter
 // of the picture is 16 columns, white for a 1 bit, black for 0, most significant
 // first. The rest is a colour that changes with n.
@@ -107,10 +111,11 @@ class Tone {
 std::vector<float> decodeMono(const std::filesystem::path& movie, int audioStream,
                               double startSeconds = 0, double durationSeconds = 1e6);
 
-// The dominant frequency (by zero crossings) of one audio stream of a movie over
-// [startSeconds, startSeconds + durationSeconds).
-double toneFrequency(const std::filesystem::path& movie, int audioStream, double startSeconds,
-                     double durationSeconds);
+// The amplitude of the sine at `frequency` in one audio stream of a movie over
+// [startSeconds, startSeconds + durationSeconds) (one bin of a Fourier transform, so
+// other tones and short dropouts hardly change it).
+double toneAmplitude(const std::filesystem::path& movie, int audioStream, double frequency,
+                     double startSeconds, double durationSeconds);
 
 struct AudioPacket {
     std::int64_t pts = 0;      // in 1/48000

@@ -7,9 +7,11 @@
 #include "Probe.h"
 #include "RecordTestSupport.h"
 
+#include <cmath>
 #include <condition_variable>
 #include <gtest/gtest.h>
 #include <mutex>
+#include <thread>
 
 namespace lumenvale::testing {
 namespace {
@@ -85,15 +87,17 @@ TEST_P(TrackLayout, TracksTitlesAndSoundFollowTheRecordedSources) {
     TemporaryFolder folder;
     Reports reports;
     Recorder recorder = makeRecorder(folder.path(), layout.system, layout.microphone, reports);
-    const std::filesystem::path part = recorder.pipeline->start();
+    std::filesystem::path part;
+    {
+        Tone speakers("lumenvale_speakers", 440, 2.5);
+        Tone voice("lumenvale_mic_input", 1000, 2.5, 1);
+        std::this_thread::sleep_for(300ms);
+        part = recorder.pipeline->start();
+    }
+    recorder.pipeline->stop();
     EXPECT_EQ(part.parent_path(), folder.path());
     EXPECT_TRUE(part.filename().string().starts_with("Lumenvale-"));
     EXPECT_EQ(part.extension(), ".mp4");
-    {
-        Tone speakers("lumenvale_speakers", 440, 2.0);
-        Tone voice("lumenvale_mic_input", 1000, 2.0, 1);
-    }
-    recorder.pipeline->stop();
     ASSERT_EQ(reports.finished, std::vector<std::filesystem::path>{part});
     EXPECT_TRUE(reports.stopped.empty());
 
@@ -117,17 +121,14 @@ TEST_P(TrackLayout, TracksTitlesAndSoundFollowTheRecordedSources) {
         EXPECT_EQ(audio[i].tags.at("handler_name"), layout.titles[i]);
         EXPECT_NE(std::find(names.begin(), names.end(), layout.titles[i]), names.end());
         EXPECT_EQ(audio[i].isDefault, i == 0);
-        const double level = audioRms(part, static_cast<int>(i), 0.6, 0.8);
-        const bool hears = layout.hearsSpeakers[i] || layout.hearsMicrophone[i];
-        if (hears) {
-            EXPECT_GT(level, 0.2);
-        } else {
-            EXPECT_LT(level, 0.001);
-        }
-        if (layout.hearsSpeakers[i] != layout.hearsMicrophone[i]) {
-            const double expected = layout.hearsSpeakers[i] ? 440 : 1000;
-            EXPECT_NEAR(toneFrequency(part, static_cast<int>(i), 0.6, 0.8), expected, 15);
-        }
+        // The tones (amplitude 0.5), by their frequencies; ffmpeg's downmix to mono
+        // adds a stereo track's channels at -3 dB. The sound server may drop a few
+        // milliseconds on a busy machine.
+        const double amplitude = layout.channels[i] == 2 ? 0.5 * std::sqrt(2.0) : 0.5;
+        const double speakers = toneAmplitude(part, static_cast<int>(i), 440, 0.6, 0.8);
+        const double voice = toneAmplitude(part, static_cast<int>(i), 1000, 0.6, 0.8);
+        EXPECT_NEAR(speakers, layout.hearsSpeakers[i] ? amplitude : 0, 0.1);
+        EXPECT_NEAR(voice, layout.hearsMicrophone[i] ? amplitude : 0, 0.1);
     }
 }
 
@@ -142,6 +143,73 @@ INSTANTIATE_TEST_SUITE_P(
                                  {2, 2, 1},
                                  {true, true, false},
                                  {true, false, true}}));
+
+TEST(RecordingPipelineFailures, ASourceThatEndsByItselfIsReportedOnceAndTheRecordingIsKept) {
+    TemporaryFolder folder;
+    Reports reports;
+    Recorder recorder = makeRecorder(folder.path(), true, false, reports);
+    recorder.video->endAfter(45, "The window closed.");
+    const std::filesystem::path part = recorder.pipeline->start();
+    {
+        std::unique_lock lock(reports.mutex);
+        ASSERT_TRUE(reports.changed.wait_for(lock, 5s, [&] { return !reports.stopped.empty(); }));
+    }
+    recorder.pipeline->stop();
+    recorder.pipeline->stop(); // a second stop changes nothing
+    EXPECT_EQ(reports.stopped, std::vector<std::string>{"The window closed."});
+    EXPECT_EQ(reports.finished, std::vector<std::filesystem::path>{part});
+    const std::vector<std::int64_t> counters = frameCounters(part);
+    ASSERT_EQ(counters.size(), 45u);
+    EXPECT_EQ(counters.back(), 44);
+    EXPECT_NEAR(probe(part).ofType("audio").at(0).durationSeconds, 1.5, 0.07);
+}
+
+TEST(RecordingPipelineFailures, AResumeThatCannotCreateItsPartStaysPaused) {
+    TemporaryFolder folder;
+    const std::filesystem::path partsFolder = folder / "parts";
+    std::filesystem::create_directory(partsFolder);
+    Reports reports;
+    Recorder recorder = makeRecorder(partsFolder, false, true, reports);
+    const std::filesystem::path first = recorder.pipeline->start();
+    std::this_thread::sleep_for(700ms);
+    EXPECT_EQ(recorder.pipeline->pause(), first);
+    ASSERT_TRUE(reports.waitFinished(1, 5s));
+    std::filesystem::rename(partsFolder, folder / "moved");
+    try {
+        recorder.pipeline->resume();
+        ADD_FAILURE() << "resume() created a part in a folder that is gone";
+    } catch (const MediaError& error) {
+        EXPECT_TRUE(std::string(error.what()).starts_with("Couldn’t create the recording file"))
+            << error.what();
+    }
+    std::filesystem::rename(folder / "moved", partsFolder);
+    EXPECT_TRUE(recorder.pipeline->pause().empty()) << "still paused, not recording";
+    const std::filesystem::path second = recorder.pipeline->resume();
+    std::this_thread::sleep_for(700ms);
+    recorder.pipeline->stop();
+    EXPECT_EQ(reports.finished, (std::vector<std::filesystem::path>{first, second}));
+    EXPECT_EQ(probe(second).tags.at("lumenvale_part"), "2");
+    EXPECT_EQ(recorder.pipeline->stats().parts, 2);
+}
+
+TEST(RecordingPipelineFailures, AStartThatFailsLeavesNoPartBehind) {
+    TemporaryFolder folder;
+    Reports reports;
+    RecordingSources sources;
+    sources.video = std::make_unique<CounterVideoSource>(testSize, testFps);
+    sources.microphone = AudioDevices::open(AudioKind::microphone, "lumenvale_no_such_source");
+    RecordingPipeline pipeline(std::move(sources), Codec::h264, folder.path(), startedAt,
+                               reports.handlers());
+    try {
+        pipeline.start();
+        ADD_FAILURE() << "started with a microphone that does not exist";
+    } catch (const MediaError& error) {
+        EXPECT_STREQ(error.what(), "The microphone “lumenvale_no_such_source” is not connected.");
+    }
+    pipeline.stop();
+    EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
+    EXPECT_TRUE(reports.finished.empty());
+}
 
 } // namespace
 } // namespace lumenvale::testing

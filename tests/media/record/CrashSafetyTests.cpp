@@ -1,0 +1,135 @@
+// A recording process killed with SIGKILL leaves a part that plays up to about a
+// second before the kill, and the part is locked only while it is being written.
+
+#include "LumenvaleMedia/AudioDevices.h"
+#include "LumenvaleMedia/RecordingPipeline.h"
+#include "Probe.h"
+#include "RecordTestSupport.h"
+
+#include <csignal>
+#include <cstdlib>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <spawn.h>
+#include <sys/file.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+extern char** environ;
+
+namespace lumenvale::testing {
+namespace {
+
+using namespace std::chrono_literals;
+
+// Runs in the child process: records into `folder` until it is killed.
+[[noreturn]] void recordUntilKilled(const std::filesystem::path& folder) {
+    try {
+        RecordingSources sources;
+        sources.video = std::make_unique<CounterVideoSource>(PixelSize{320, 240}, 30);
+        sources.systemAudio = AudioDevices::open(AudioKind::system);
+        RecordingPipeline pipeline(std::move(sources), Codec::h264, folder,
+                                   LocalDateTime{2022, 2, 2, 2, 2, 2}, {});
+        pipeline.start();
+        for (;;) {
+            ::pause();
+        }
+    } catch (...) {
+        ::_exit(3);
+    }
+}
+
+// The child is this test program started again with the variable set: it records
+// before any test runs. (A plain fork would not do: PulseAudio's client library
+// refuses to work in a forked child of a process that has used it.)
+class RecordUntilKilledWhenAsked : public ::testing::Environment {
+  public:
+    void SetUp() override {
+        if (const char* folder = std::getenv(recordUntilKilledVariable)) {
+            recordUntilKilled(folder);
+        }
+    }
+};
+
+[[maybe_unused]] const auto* const childMode =
+    ::testing::AddGlobalTestEnvironment(new RecordUntilKilledWhenAsked);
+
+pid_t startRecordingChild(const std::filesystem::path& folder) {
+    std::vector<std::string> variables{std::string(recordUntilKilledVariable) + "=" +
+                                       folder.string()};
+    for (char** variable = environ; *variable != nullptr; ++variable) {
+        variables.emplace_back(*variable);
+    }
+    std::vector<char*> environment;
+    for (std::string& variable : variables) {
+        environment.push_back(variable.data());
+    }
+    environment.push_back(nullptr);
+    std::string program = "/proc/self/exe";
+    std::string filter = "--gtest_filter=CrashSafety.*";
+    std::vector<char*> arguments{program.data(), filter.data(), nullptr};
+    pid_t child = -1;
+    if (posix_spawn(&child, program.c_str(), nullptr, nullptr, arguments.data(),
+                    environment.data()) != 0) {
+        return -1;
+    }
+    return child;
+}
+
+// Whether another open file description can take the part's lock right now.
+bool lockIsFree(const std::filesystem::path& part) {
+    const int fd = ::open(part.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        return false;
+    }
+    const bool free = ::flock(fd, LOCK_EX | LOCK_NB) == 0;
+    ::close(fd);
+    return free;
+}
+
+TEST(CrashSafety, AKilledRecordingLeavesAllButAboutASecond) {
+    TemporaryFolder folder;
+    const pid_t child = startRecordingChild(folder.path());
+    ASSERT_GT(child, 0);
+    std::filesystem::path part;
+    const auto deadline = std::chrono::steady_clock::now() + 10s;
+    while (part.empty() && std::chrono::steady_clock::now() < deadline) {
+        for (const auto& entry : std::filesystem::directory_iterator(folder.path())) {
+            part = entry.path();
+        }
+        std::this_thread::sleep_for(10ms);
+    }
+    ASSERT_FALSE(part.empty()) << "the child never created its part";
+    const auto created = std::chrono::steady_clock::now();
+    { Tone speakers("lumenvale_speakers", 440, 3.5); }
+    EXPECT_FALSE(lockIsFree(part)) << "a part is locked while it is written";
+    const double recordedSeconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - created).count();
+    ASSERT_EQ(::kill(child, SIGKILL), 0);
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFSIGNALED(status)) << "the child ended by itself with " << WEXITSTATUS(status);
+    EXPECT_TRUE(lockIsFree(part)) << "the lock goes with the process";
+
+    const MovieInfo info = probe(part);
+    EXPECT_EQ(info.tags.at("lumenvale_part"), "1");
+    EXPECT_EQ(info.tags.at("lumenvale_started"), "2022-02-02T02:02:02");
+    const auto video = info.ofType("video");
+    ASSERT_EQ(video.size(), 1u);
+    const double videoSeconds = static_cast<double>(video[0].frames) / 30;
+    EXPECT_GT(videoSeconds, recordedSeconds - 1.7) << "at most a fragment and the encoder's delay";
+    EXPECT_LE(videoSeconds, recordedSeconds + 0.1);
+    const std::vector<std::int64_t> counters = frameCounters(part);
+    ASSERT_FALSE(counters.empty());
+    EXPECT_EQ(counters.front(), 0);
+    EXPECT_EQ(counters.back() + 1, static_cast<std::int64_t>(counters.size()));
+
+    const auto audio = info.ofType("audio");
+    ASSERT_EQ(audio.size(), 1u);
+    EXPECT_GT(audio[0].durationSeconds, videoSeconds - 0.6);
+    EXPECT_GT(audioRms(part, 0, 0.5, videoSeconds - 1), 0.2) << "the tone is in what survived";
+}
+
+} // namespace
+} // namespace lumenvale::testing
