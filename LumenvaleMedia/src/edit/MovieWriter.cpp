@@ -71,11 +71,27 @@ int MovieWriter::addCopiedStream(const AVStream* source, AVRational timeBase) {
                           source->codecpar->codec_tag == MKTAG('h', 'v', 'c', '1') ||
                           source->codecpar->codec_tag == MKTAG('h', 'e', 'v', '1'));
     stream->codecpar->codec_tag = tagFits ? source->codecpar->codec_tag : 0;
+    if (stream->codecpar->codec_id == AV_CODEC_ID_AAC && stream->codecpar->frame_size <= 0) {
+        stream->codecpar->frame_size = 1024; // what MPEG-4's header does not repeat
+    }
     stream->time_base = timeBase;
-    stream->disposition = source->disposition;
-    av_dict_copy(&stream->metadata, source->metadata, 0);
+    stream->avg_frame_rate = source->avg_frame_rate;
+    stream->sample_aspect_ratio = source->sample_aspect_ratio;
+    keepDescription(source, stream);
     timeBases_.push_back(timeBase);
     return stream->index;
+}
+
+void MovieWriter::keepDescription(const AVStream* source, AVStream* stream) {
+    stream->disposition = source->disposition;
+    av_dict_copy(&stream->metadata, source->metadata, 0);
+    // Rotation and other stream-wide facts (the display matrix of a phone's movie).
+    for (int index = 0; index < source->nb_side_data; ++index) {
+        const AVPacketSideData& side = source->side_data[index];
+        if (std::uint8_t* copy = av_stream_new_side_data(stream, side.type, side.size)) {
+            std::memcpy(copy, side.data, side.size);
+        }
+    }
 }
 
 int MovieWriter::addEncodedStream(const AVStream* source, const AVCodecContext& encoder,
@@ -88,8 +104,7 @@ int MovieWriter::addEncodedStream(const AVStream* source, const AVCodecContext& 
               "Couldn’t set up the movie’s video track");
     stream->time_base = timeBase;
     stream->avg_frame_rate = encoder.framerate;
-    stream->disposition = source->disposition;
-    av_dict_copy(&stream->metadata, source->metadata, 0);
+    keepDescription(source, stream);
     av_dict_set(&stream->metadata, "encoder", nullptr, 0);
     timeBases_.push_back(timeBase);
     return stream->index;

@@ -52,6 +52,8 @@ class MovieWriter {
     void finish();
 
   private:
+    // The source stream's disposition, tags and stream-wide side data, on `stream`.
+    static void keepDescription(const AVStream* source, AVStream* stream);
     void reportProgress(double outputSeconds);
 
     std::filesystem::path destination_;
