@@ -57,17 +57,20 @@ using Progress = std::function<void(double fraction)>;
 // thread that exports, at most a few times per export.
 using StatusText = std::function<void(const std::string& sentence)>;
 
-// Reads the movie and resolves the edit. Throws MediaError: a file that is missing,
-// not a movie, truncated, without video ("Nothing was recorded."), or a clip that lies
-// wholly outside the source.
+// Reads the movie and resolves the edit; edit times are taken at 1/600 s. Throws
+// MediaError: a file that is missing, not a movie, truncated, without video or without
+// duration ("Nothing was recorded."), or an edit of which nothing lies inside the movie.
+// Called from a worker thread; the result is the caller's.
 Built build(const std::filesystem::path& source, const EditDecision& edit);
 
 // Writes the edit as an MPEG-4 movie. An edit that only cuts (isPassthrough) is
 // copied without encoding again except, at most, the frames between a cut and the
 // next keyframe; any other edit is encoded with `codec` at visually lossless quality.
-// A cut-only edit of a movie that Lumenvale did not record cannot have single frames
-// encoded to match it; its picture is then encoded again in full with `codec` (the
-// sound is still copied), and `status` is told so.
+// Each clip shows exactly the frame at its start through the last frame before its
+// end. When the frames after a cut cannot be encoded to match the movie's own (a movie
+// Lumenvale did not record), the picture is encoded again in full with `codec` and the
+// sound still copied; when the sound is not AAC, the whole movie is encoded again.
+// `status` (optional) is told either way.
 // On failure throws MediaError and leaves nothing at `destination`.
 // `cancel` (optional) stops the export early with a MediaError when it becomes true.
 void exportMovie(const std::filesystem::path& source, const EditDecision& edit, Codec codec,
