@@ -1,0 +1,106 @@
+# Shared by the end-to-end scripts (sourced, never run on its own).
+#
+# A script that sources this runs itself inside tests/session.sh when it is not
+# already inside a session, then gets a private work folder: its own temporary folder
+# (where part files go), its own settings (XDG_CONFIG_HOME) and a movies folder.
+# $LUMENVALE names the binary under test.
+
+e2e_script=$(cd "$(dirname "${BASH_SOURCE[1]}")" && pwd)/$(basename "${BASH_SOURCE[1]}")
+e2e_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
+if [[ -z "${LUMENVALE_SESSION_INNER:-}" ]]; then
+  exec "$e2e_root/session.sh" bash "$e2e_script" "$@"
+fi
+: "${LUMENVALE:?set LUMENVALE to the path of the lumenvale binary}"
+
+work=$(mktemp -d /tmp/lumenvale-e2e.XXXXXX)
+background_pids=()
+e2e_cleanup() {
+  for pid in "${background_pids[@]}"; do kill "$pid" 2>/dev/null || true; done
+  chmod -R u+w "$work" 2>/dev/null || true
+  rm -rf "$work"
+}
+trap e2e_cleanup EXIT
+export TMPDIR=$work/tmp
+export XDG_CONFIG_HOME=$work/config
+unset APP_STORE
+mkdir -p "$TMPDIR" "$XDG_CONFIG_HOME"
+movies=$work/movies
+
+fail() {
+  echo "FAIL: $*" >&2
+  exit 1
+}
+
+pass() { echo "ok: $*"; }
+
+# approx ACTUAL EXPECTED TOLERANCE: true when |ACTUAL - EXPECTED| <= TOLERANCE.
+approx() {
+  awk -v a="$1" -v e="$2" -v t="$3" 'BEGIN { d = a - e; if (d < 0) d = -d; exit !(d <= t) }'
+}
+
+# The number of part files in the temporary folder.
+part_count() { find "$TMPDIR" -maxdepth 1 -name 'Lumenvale-*.mp4' | wc -l; }
+
+# ffprobe values: stream_value MOVIE SELECTOR ENTRY (e.g. v:0 width).
+stream_value() {
+  ffprobe -v error -select_streams "$2" -show_entries "stream=$3" -of default=nw=1:nk=1 "$1" | head -n1
+}
+format_duration() { ffprobe -v error -show_entries format=duration -of default=nw=1:nk=1 "$1"; }
+audio_stream_count() {
+  ffprobe -v error -select_streams a -show_entries stream=index -of csv=p=0 "$1" | grep -c . || true
+}
+# The names of the audio streams (their handler names, which MPEG-4 keeps), one a
+# line, in file order.
+audio_titles() {
+  ffprobe -v error -select_streams a -show_entries stream_tags=handler_name -of default=nw=1:nk=1 "$1"
+}
+# Mean volume in dB of one audio stream (index among the audio streams), over
+# DURATION seconds from START on.
+mean_volume() {
+  ffmpeg -hide_banner -nostats -ss "$3" -t "$4" -i "$1" -map "0:a:$2" -af volumedetect -f null - 2>&1 |
+    sed -n 's/.*mean_volume: \(-*[0-9.]*\) dB.*/\1/p' | tail -n1
+}
+
+# record ARGS...: runs `lumenvale record ARGS` in the foreground; sets $status,
+# $out (standard output) and $err (standard error).
+record() {
+  set +e
+  "$LUMENVALE" record "$@" >"$work/out" 2>"$work/err"
+  status=$?
+  set -e
+  out=$(cat "$work/out")
+  err=$(cat "$work/err")
+}
+
+# A sine tone of FREQ Hz for SECONDS played into the PulseAudio sink SINK.
+play_tone() {
+  local sink=$1 freq=$2 seconds=$3
+  local file=$work/tone-$freq.wav
+  ffmpeg -v error -y -f lavfi -i "sine=frequency=$freq:sample_rate=48000:duration=$seconds" \
+    -ac 1 "$file"
+  paplay --device="$sink" "$file" &
+  background_pids+=($!)
+}
+
+# record_in_background ARGS...: starts `lumenvale record ARGS` and waits until the
+# capture runs; sets $recorder to its process id.
+record_in_background() {
+  "$LUMENVALE" record "$@" >"$work/out" 2>"$work/err" &
+  recorder=$!
+  for _ in $(seq 200); do
+    grep -q "Ctrl+C stops" "$work/err" 2>/dev/null && return 0
+    kill -0 "$recorder" 2>/dev/null || break
+    sleep 0.05
+  done
+  fail "the recording did not start: $(cat "$work/err")"
+}
+
+# finish_background: waits for the background recorder; sets $status, $out, $err.
+finish_background() {
+  set +e
+  wait "$recorder"
+  status=$?
+  set -e
+  out=$(cat "$work/out")
+  err=$(cat "$work/err")
+}

@@ -1,0 +1,25 @@
+#!/usr/bin/env bash
+# SIGUSR1 pauses and resumes, SIGINT stops and saves: pausing twice makes one movie
+# as long as the recorded stretches, with sound and picture of equal length.
+set -euo pipefail
+source "$(dirname "$0")/lib/common.bash"
+
+record_in_background --no-countdown --folder "$movies"
+stretch=1.2
+sleep $stretch
+kill -USR1 $recorder; sleep 0.8   # paused
+kill -USR1 $recorder; sleep $stretch
+kill -USR1 $recorder; sleep 0.8   # paused
+kill -USR1 $recorder; sleep $stretch
+kill -INT $recorder
+finish_background
+[[ $status -eq 0 ]] || fail "exit $status: $err"
+[[ -f "$out" ]] || fail "no movie: '$out'"
+
+duration=$(format_duration "$out")
+approx "$duration" 3.6 0.4 || fail "three stretches of $stretch s gave $duration s"
+video=$(stream_value "$out" v:0 duration)
+audio=$(stream_value "$out" a:0 duration)
+approx "$audio" "$video" 0.0214 || fail "audio $audio s and video $video s differ by more than one AAC frame"
+[[ $(part_count) -eq 0 ]] || fail "parts left behind"
+pass "pause and resume twice: one movie of $duration s, audio $audio s, video $video s"

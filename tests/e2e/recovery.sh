@@ -1,0 +1,25 @@
+#!/usr/bin/env bash
+# A recording killed with SIGKILL leaves its parts; the next start saves them as a
+# movie, says so, and removes the parts only once the movie is saved.
+set -euo pipefail
+source "$(dirname "$0")/lib/common.bash"
+
+record_in_background --no-countdown --folder "$movies"
+sleep 2.5
+kill -KILL "$recorder"
+wait "$recorder" 2>/dev/null || true
+[[ $(part_count) -ge 1 ]] || fail "the killed recording left no part"
+[[ ! -d "$movies" ]] || [[ -z "$(ls -A "$movies")" ]] || fail "a movie appeared without a save"
+
+record --no-countdown --seconds 1 --folder "$movies"
+[[ $status -eq 0 ]] || fail "exit $status: $err"
+notice=$(grep "^Recovered a recording that was interrupted: " <<<"$err") || fail "no recovery notice: $err"
+recovered=$movies/${notice#Recovered a recording that was interrupted: }
+[[ -f "$recovered" ]] || fail "the notice names no movie in the folder: $notice"
+[[ "$recovered" != "$out" ]] || fail "the new recording and the recovered one are the same file"
+duration=$(format_duration "$recovered")
+approx "$duration" 2.5 1.2 || fail "recovered $duration s of about 2.5 s"
+[[ "$(stream_value "$recovered" v:0 width)" == 1920 ]] || fail "the recovered movie has no full-screen video"
+[[ $(ls "$movies" | wc -l) -eq 2 ]] || fail "expected the recovered and the new movie: $(ls "$movies")"
+[[ $(part_count) -eq 0 ]] || fail "parts left after recovery"
+pass "recovery: $(basename "$recovered"), $duration s"
