@@ -89,14 +89,15 @@ double psnr(const RgbPicture& a, const RgbPicture& b) {
 }
 
 void makeNumberedMovie(const std::filesystem::path& movie, double seconds, int framesPerSecond,
-                       int width, int height) {
+                       int width, int height, const std::string& encoderArguments) {
     // Frame n: red 16 x (n mod 16), green 16 x (n / 16 mod 16), blue 32 + 16 x (n / 256).
     makeMovie(movie, "-f lavfi -i \"nullsrc=s=" + std::to_string(width) + "x" +
                          std::to_string(height) + ":r=" + std::to_string(framesPerSecond) +
                          ",format=gbrp,geq=r='16*mod(N\\,16)':g='16*mod(floor(N/16)\\,16)':"
                          "b='32+16*floor(N/256)'\" -t " +
                          std::to_string(seconds) +
-                         " -c:v libx264 -preset veryfast -crf 12 -pix_fmt yuv420p");
+                         " -c:v libx264 -preset veryfast -crf 12 -pix_fmt yuv420p " +
+                         encoderArguments);
 }
 
 int frameNumberOf(const std::vector<double>& colour) {

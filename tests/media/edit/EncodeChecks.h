@@ -40,9 +40,10 @@ RgbPicture pictureAt(const std::filesystem::path& movie, double seconds,
 double psnr(const RgbPicture& a, const RgbPicture& b);
 
 // A movie whose every frame is one flat colour that encodes its frame number (see
-// frameNumberOf), `seconds` long at `framesPerSecond`, `width` x `height`.
+// frameNumberOf), `seconds` long at `framesPerSecond`, `width` x `height`;
+// `encoderArguments` are added to the encoder's (for example a keyframe interval).
 void makeNumberedMovie(const std::filesystem::path& movie, double seconds, int framesPerSecond,
-                       int width, int height);
+                       int width, int height, const std::string& encoderArguments = "");
 // The frame number a flat colour of makeNumberedMovie stands for.
 int frameNumberOf(const std::vector<double>& colour);
 
