@@ -40,3 +40,23 @@ green "$r" "$g" "$b" || fail "the window is missing from the area's bottom-right
 read -r r g b <<<"$(pixel "$out" 100 60)"
 ! green "$r" "$g" "$b" || fail "the window shows where it is not"
 pass "area: shows the desktop inside the area, in place"
+
+# The pointer is drawn into the movie unless --no-pointer says otherwise.
+xdotool mousemove $((ax + 320)) $((ay + 180))
+sleep 0.3
+# non_green MOVIE: how many pixels of the 48x48 square at the area's centre are not
+# the window's colour.
+non_green() {
+  ffmpeg -v error -ss 0.5 -i "$1" -frames:v 1 -vf "format=rgb24,crop=48:48:296:156" -f rawvideo -pix_fmt rgb24 - |
+    od -An -v -tu1 | tr -s ' ' '\n' | grep . |
+    awk '{ c[NR % 3] = $1; if (NR % 3 == 0) { if (!(c[1] < 90 && c[2] > 150 && $1 < 120)) n++ } } END { print n + 0 }'
+}
+record --area "$ax,$ay,641,361" --no-countdown --no-system-audio --seconds 1 --folder "$movies"
+[[ $status -eq 0 ]] || fail "record exited with $status: $err"
+with_pointer=$(non_green "$out")
+record --area "$ax,$ay,641,361" --no-pointer --no-countdown --no-system-audio --seconds 1 --folder "$movies"
+[[ $status -eq 0 ]] || fail "record exited with $status: $err"
+without_pointer=$(non_green "$out")
+[[ $with_pointer -ge 20 && $without_pointer -eq 0 ]] ||
+  fail "pixels not the window's colour around the pointer: $with_pointer with it, $without_pointer without"
+pass "pointer: drawn by default ($with_pointer pixels), absent with --no-pointer"
