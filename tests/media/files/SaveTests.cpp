@@ -95,8 +95,13 @@ TEST_P(JoinTest, ThreePartsPlayAsOneGaplessRecording) {
 
     const Recording saved = RecordingFiles::save(split, saveFolder_.path(), date);
 
-    // The picture: every frame of every part, once, in order.
+    // The picture: every frame of every part, once, in order; and a player seeking into
+    // the last part lands on the frame of that time.
     EXPECT_EQ(sums(saved.path), expected);
+    const std::string seeked =
+        testing::run("ffmpeg -v error -ss 4.5 -i " + testing::quoted(saved.path) +
+                     " -map 0:v -frames:v 1 -f framemd5 - | tail -1");
+    EXPECT_NE(seeked.find(expected.at(135)), std::string::npos) << seeked;
     ASSERT_EQ(saved.partDurations.size(), 3u);
     for (double seconds : saved.partDurations) {
         EXPECT_NEAR(seconds, 2.0, frameSeconds / 2);
