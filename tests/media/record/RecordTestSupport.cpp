@@ -2,6 +2,7 @@
 
 #include "Probe.h"
 
+#include <algorithm>
 #include <cmath>
 #include <csignal>
 #include <cstdlib>
@@ -280,17 +281,26 @@ double toneAmplitude(const std::filesystem::path& movie, int audioStream, double
                      double startSeconds, double durationSeconds) {
     const std::vector<float> samples =
         decodeMono(movie, audioStream, startSeconds, durationSeconds);
-    if (samples.empty()) {
+    // The median over 40 ms windows: a dropout spoils a few windows, not the answer.
+    constexpr std::size_t window = 1920;
+    std::vector<double> amplitudes;
+    for (std::size_t first = 0; first + window <= samples.size(); first += window) {
+        double real = 0;
+        double imaginary = 0;
+        for (std::size_t i = 0; i < window; ++i) {
+            const double phase = 2 * std::numbers::pi * frequency * static_cast<double>(i) / 48000;
+            real += samples[first + i] * std::cos(phase);
+            imaginary += samples[first + i] * std::sin(phase);
+        }
+        amplitudes.push_back(2 * std::hypot(real, imaginary) / window);
+    }
+    if (amplitudes.empty()) {
         return 0;
     }
-    double real = 0;
-    double imaginary = 0;
-    for (std::size_t i = 0; i < samples.size(); ++i) {
-        const double phase = 2 * std::numbers::pi * frequency * static_cast<double>(i) / 48000;
-        real += samples[i] * std::cos(phase);
-        imaginary += samples[i] * std::sin(phase);
-    }
-    return 2 * std::hypot(real, imaginary) / static_cast<double>(samples.size());
+    std::nth_element(amplitudes.begin(),
+                     amplitudes.begin() + static_cast<std::ptrdiff_t>(amplitudes.size() / 2),
+                     amplitudes.end());
+    return amplitudes[amplitudes.size() / 2];
 }
 
 std::vector<AudioPacket> audioPackets(const std::filesystem::path& movie, int audioStream) {

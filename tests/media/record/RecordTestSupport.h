@@ -112,8 +112,8 @@ std::vector<float> decodeMono(const std::filesystem::path& movie, int audioStrea
                               double startSeconds = 0, double durationSeconds = 1e6);
 
 // The amplitude of the sine at `frequency` in one audio stream of a movie over
-// [startSeconds, startSeconds + durationSeconds) (one bin of a Fourier transform, so
-// other tones and short dropouts hardly change it).
+// [startSeconds, startSeconds + durationSeconds): the median over 40 ms windows of
+// one Fourier bin, so other tones and the odd dropout hardly change it.
 double toneAmplitude(const std::filesystem::path& movie, int audioStream, double frequency,
                      double startSeconds, double durationSeconds);
 

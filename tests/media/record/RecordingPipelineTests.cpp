@@ -125,8 +125,8 @@ TEST_P(TrackLayout, TracksTitlesAndSoundFollowTheRecordedSources) {
         // adds a stereo track's channels at -3 dB. The sound server may drop a few
         // milliseconds on a busy machine.
         const double amplitude = layout.channels[i] == 2 ? 0.5 * std::sqrt(2.0) : 0.5;
-        const double speakers = toneAmplitude(part, static_cast<int>(i), 440, 0.6, 0.8);
-        const double voice = toneAmplitude(part, static_cast<int>(i), 1000, 0.6, 0.8);
+        const double speakers = toneAmplitude(part, static_cast<int>(i), 440, 0.4, 1.6);
+        const double voice = toneAmplitude(part, static_cast<int>(i), 1000, 0.4, 1.6);
         EXPECT_NEAR(speakers, layout.hearsSpeakers[i] ? amplitude : 0, 0.1);
         EXPECT_NEAR(voice, layout.hearsMicrophone[i] ? amplitude : 0, 0.1);
     }
