@@ -54,6 +54,11 @@ struct UnopenableCase {
     const char* expectedMessage; // nullptr: any readable sentence
 };
 
+// Test names and failure reports show the case's name.
+void PrintTo(const UnopenableCase& testCase, std::ostream* out) {
+    *out << testCase.name;
+}
+
 void writeText(const std::filesystem::path& file) {
     std::ofstream(file) << "This is a note, not a movie.\n";
 }
