@@ -10,13 +10,16 @@
 #include "ffmpeg/Handles.h"
 
 #include <optional>
+#include <vector>
 
 namespace lumenvale::edit {
 
 class CutEncoders {
   public:
-    // `source` is the video stream being cut; `framesPerSecond` its nominal rate.
-    CutEncoders(const AVStream* source, int framesPerSecond);
+    // `source` is the video stream being cut. The rate the recording was made at is
+    // its base rate (a recording that dropped frames under load has a lower average);
+    // the average is tried too.
+    explicit CutEncoders(const AVStream* source);
 
     // A fresh encoder (its first frame becomes a keyframe) whose parameter sets equal
     // the source's. Throws NeedsWholeEncode when no such encoder can be made; the
@@ -27,11 +30,13 @@ class CutEncoders {
     static std::optional<Codec> codecOf(const AVCodecParameters& parameters);
 
   private:
-    ff::CodecContext open() const;
+    ff::CodecContext open(int framesPerSecond) const;
+    bool matches(const AVCodecContext& encoder) const;
 
     const AVStream* source_;
-    int framesPerSecond_;
-    std::optional<bool> matches_;
+    std::vector<int> candidateRates_;
+    std::optional<int> matchingRate_; // once known
+    bool searched_ = false;
 };
 
 } // namespace lumenvale::edit

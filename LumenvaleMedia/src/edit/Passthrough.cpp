@@ -56,7 +56,7 @@ class CutOnlyExport {
         if (route == PictureRoute::splice) {
             const int stream = writer_.addCopiedStream(source, timeBase);
             videoOutput_ = std::make_unique<VideoOutput>(writer_, stream, timeBase);
-            cutEncoders_ = std::make_unique<CutEncoders>(source, framesPerSecond);
+            cutEncoders_ = std::make_unique<CutEncoders>(source);
             cutters_.front() = std::make_unique<VideoCut>(source, *cutEncoders_, *videoOutput_);
             return;
         }

@@ -66,7 +66,7 @@ void writeEncoded(AVFormatContext* output, AVCodecContext* encoder, AVStream* st
 } // namespace
 
 void makeRecordingLikeMovie(const std::filesystem::path& movie, Codec codec, double seconds,
-                            const std::vector<SoundTrack>& sound) {
+                            const std::vector<SoundTrack>& sound, int dropEvery) {
     testing::TemporaryFolder scratch;
     const std::string picture =
         run("ffmpeg -v error -f lavfi -i testsrc2=size=" + std::to_string(movieWidth) + "x" +
@@ -108,6 +108,9 @@ void makeRecordingLikeMovie(const std::filesystem::path& movie, Codec codec, dou
     ff::Frame frame = record::makeVideoFrame(*encoder);
     const std::size_t frameBytes = lumaBytes * 3 / 2;
     for (std::size_t i = 0; (i + 1) * frameBytes <= picture.size(); ++i) {
+        if (dropEvery > 0 && i % static_cast<std::size_t>(dropEvery) == 1) {
+            continue;
+        }
         ff::check(av_frame_make_writable(frame.get()), "test movie");
         const char* planes = picture.data() + i * frameBytes;
         for (int plane = 0; plane < 3; ++plane) {
@@ -145,8 +148,8 @@ std::vector<PacketSum> videoPackets(const std::filesystem::path& movie) {
 }
 
 std::vector<std::string> lumaFrames(const std::filesystem::path& movie) {
-    const std::string bytes =
-        run("ffmpeg -v error -i " + quoted(movie) + " -map 0:v:0 -f rawvideo -pix_fmt gray -");
+    const std::string bytes = run("ffmpeg -v error -i " + quoted(movie) +
+                                  " -map 0:v:0 -fps_mode passthrough -f rawvideo -pix_fmt gray -");
     std::vector<std::string> frames;
     for (std::size_t at = 0; at + lumaBytes <= bytes.size(); at += lumaBytes) {
         frames.push_back(bytes.substr(at, lumaBytes));

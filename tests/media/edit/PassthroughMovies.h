@@ -25,8 +25,10 @@ struct SoundTrack {
 // A movie encoded as Lumenvale records it: the picture (testsrc2 with a frame
 // counter, 320 x 240, 30 frames a second) by the recording's own encoder settings,
 // one AAC track per entry of `sound` (48 kHz, made by the ffmpeg command line).
+// With `dropEvery` n > 0, every n-th frame is left out, as a capture that falls behind
+// does (its time stays empty, so the average rate drops below 30).
 void makeRecordingLikeMovie(const std::filesystem::path& movie, Codec codec, double seconds,
-                            const std::vector<SoundTrack>& sound);
+                            const std::vector<SoundTrack>& sound, int dropEvery = 0);
 
 // One coded video packet: its presentation time, whether it is a keyframe, and the MD5
 // of its bytes.
