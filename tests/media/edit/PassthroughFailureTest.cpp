@@ -1,5 +1,6 @@
 // A cut-only export that cannot finish says why in a sentence and leaves nothing
-// behind; one that finishes reports its progress up to 1.
+// behind; one that finishes reports its progress up to 1; one that reaches past the
+// movie keeps what the movie has.
 
 #include "LumenvaleMedia/EditRenderer.h"
 #include "LumenvaleMedia/MediaError.h"
@@ -102,6 +103,19 @@ TEST_F(PassthroughFailureTest, ReportsProgressUpToOne) {
     EXPECT_TRUE(std::is_sorted(reports.begin(), reports.end()));
     EXPECT_DOUBLE_EQ(reports.back(), 1.0);
     EXPECT_LT(reports[reports.size() - 2], 1.0) << "1 only once the file is complete";
+}
+
+TEST_F(PassthroughFailureTest, ClipPastTheEndKeepsWhatTheMovieHas) {
+    TemporaryFolder folder;
+    const auto output = folder / "edited.mp4";
+    EditRenderer::exportMovie(recording(), editKeeping(4, {{0, 0.5}, {3, 6}}), Codec::h264, output,
+                              [](double) {});
+    const auto info = testing::probe(output);
+    ASSERT_EQ(info.ofType("video").size(), 1U);
+    EXPECT_EQ(info.ofType("video")[0].frames, 15 + 30);
+    EXPECT_NEAR(info.ofType("video")[0].durationSeconds, 1.5, 1e-3);
+    ASSERT_EQ(info.ofType("audio").size(), 1U);
+    EXPECT_NEAR(info.ofType("audio")[0].durationSeconds, 1.5, 512.0 / 48000 + 1e-3);
 }
 
 } // namespace
