@@ -13,10 +13,10 @@ namespace lumenvale::record {
 // Converts BGRA pictures to the encoder's I420 (yuv420p) with libyuv, BT.601 limited
 // range (libyuv's ARGBToI420; libyuv's "ARGB" is B, G, R, A in memory). Pictures of
 // at least `splitFromPixels` are converted in two halves at once, the lower half on
-// a helper thread of the converter's own, so a 4K frame does not take the writer
-// thread's whole frame interval. No allocation per picture.
+// a helper thread of the converter's own, so a 4K frame does not hold the capture
+// thread for long. No allocation per picture.
 //
-// Threads: convert() from one thread at a time (the writer).
+// Threads: convert() from one thread at a time (the capture thread).
 class FrameConverter {
   public:
     static constexpr std::int64_t splitFromPixels = 2560 * 1440;

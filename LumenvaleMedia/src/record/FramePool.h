@@ -1,31 +1,37 @@
 #pragma once
 
 #include "LumenvaleKit/PixelSize.h"
+#include "ffmpeg/Handles.h"
 
-#include <cstdint>
 #include <optional>
 #include <vector>
 
 namespace lumenvale::record {
 
-// A fixed set of BGRA picture buffers, allocated once per recording, in which the
-// capture thread parks frames for the writer. When every buffer is in use the
-// writer is behind and the next frame is dropped rather than waited for.
+// A fixed set of yuv420p pictures, allocated once per recording, in which the
+// capture thread parks converted frames for the writer. When every picture is in
+// use the writer is behind and the next frame is dropped rather than waited for.
 //
-// Threads: not locked itself; the pipeline guards it with its queue lock.
+// The depth is about a third of a second of frames (at least 4), within a memory
+// budget: encoders stall now and then (a busy machine, x264's frame threads), and
+// the queue rides that out without dropping. Pictures are kept in I420 rather than
+// BGRA, which holds 8/3 as many frames in the same memory.
+//
+// Threads: not locked itself; the pipeline guards acquire() and release().
 class FramePool {
   public:
-    FramePool(PixelSize size, int count);
+    static constexpr std::int64_t budgetBytes = 192LL * 1024 * 1024;
 
+    FramePool(PixelSize size, int fps);
+
+    int depth() const { return static_cast<int>(frames_.size()); }
     std::optional<int> acquire();
     void release(int slot);
-
-    std::uint8_t* data(int slot) { return buffers_[static_cast<std::size_t>(slot)].data(); }
-    std::int64_t strideBytes() const { return strideBytes_; }
+    // The slot's picture; only its holder touches it.
+    AVFrame& frame(int slot) { return *frames_[static_cast<std::size_t>(slot)]; }
 
   private:
-    std::int64_t strideBytes_;
-    std::vector<std::vector<std::uint8_t>> buffers_;
+    std::vector<ff::Frame> frames_;
     std::vector<int> free_;
 };
 

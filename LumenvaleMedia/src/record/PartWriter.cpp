@@ -12,8 +12,7 @@ constexpr auto idleWait = std::chrono::milliseconds(10);
 } // namespace
 
 PartWriter::PartWriter(PixelSize size, int fps, AudioFeed& audio, Handlers handlers)
-    : size_(size), fps_(fps), audio_(audio), handlers_(std::move(handlers)), converter_(size),
-      pool_(size, pictureSlots) {}
+    : fps_(fps), audio_(audio), handlers_(std::move(handlers)), pool_(size, fps) {}
 
 PartWriter::~PartWriter() {
     if (writer_.joinable()) {
@@ -26,14 +25,21 @@ void PartWriter::startThreads() {
     finisher_ = std::thread([this] { finishingLoop(); });
 }
 
-std::uint8_t* PartWriter::acquirePicture(int& slot) {
+AVFrame* PartWriter::acquirePicture(int& slot) {
     std::lock_guard lock(mutex_);
     const std::optional<int> free = pool_.acquire();
     if (!free) {
         return nullptr;
     }
     slot = *free;
-    return pool_.data(slot);
+    AVFrame* picture = &pool_.frame(slot);
+    // The encoder copies a picture when it takes it, so the buffers are free again;
+    // should one still be referenced, this gives the slot buffers of its own.
+    if (av_frame_make_writable(picture) < 0) {
+        pool_.release(slot);
+        return nullptr;
+    }
+    return picture;
 }
 
 void PartWriter::releasePicture(int slot) {
@@ -122,7 +128,6 @@ void PartWriter::handle(Command& command) {
     case Command::Kind::open: {
         auto part = std::make_unique<Part>();
         part->setup = std::move(*command.setup);
-        part->picture = makeVideoFrame(*part->setup.encoder);
         part->packet = ff::makePacket();
         part->audioStart = samplesAfter(part->setup.framesBefore);
         parts_.push_back(std::move(part));
@@ -152,21 +157,12 @@ void PartWriter::writeFrame(Command& command) {
         part->firstIndex = command.index;
         part->audioStartPosition = audioPosition(command.time);
     }
-    AVFrame& picture = *part->picture;
-    const int writable = av_frame_make_writable(&picture);
-    if (writable >= 0) {
-        converter_.convert(pool_.data(command.slot), pool_.strideBytes(), picture);
-    }
-    releasePicture(command.slot);
-    if (writable < 0) {
-        part->setup.file->markFailed("Not enough memory to record the video.");
-        reportFailure(*part);
-        return;
-    }
+    AVFrame& picture = pool_.frame(command.slot);
     picture.pts = command.index - part->firstIndex;
     picture.pict_type = picture.pts == 0 ? AV_PICTURE_TYPE_I : AV_PICTURE_TYPE_NONE;
     part->framesSpanned = picture.pts + 1;
     encodeVideo(*part, &picture);
+    releasePicture(command.slot);
     ++framesWritten_;
 }
 

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "record/AudioFeed.h"
-#include "record/FrameConverter.h"
 #include "record/FramePool.h"
 #include "record/PartFile.h"
 
@@ -44,8 +43,6 @@ class PartWriter {
         std::function<void(const std::string& reason)> failed;          // writer thread
     };
 
-    static constexpr int pictureSlots = 4;
-
     PartWriter(PixelSize size, int fps, AudioFeed& audio, Handlers handlers);
     ~PartWriter();
     PartWriter(const PartWriter&) = delete;
@@ -53,10 +50,9 @@ class PartWriter {
 
     void startThreads();
 
-    // Capture thread: a buffer for the next picture, or nothing when the writer is
-    // behind (the frame is then dropped).
-    std::uint8_t* acquirePicture(int& slot);
-    std::int64_t pictureStrideBytes() const { return pool_.strideBytes(); }
+    // Capture thread: a writable picture for the next frame, or nothing when the
+    // writer is behind (the frame is then dropped).
+    AVFrame* acquirePicture(int& slot);
     // Capture thread: queues the picture parked in `slot` for part `part`.
     void queueFrame(int slot, std::int64_t index, std::chrono::steady_clock::duration time,
                     int part);
@@ -85,7 +81,6 @@ class PartWriter {
     };
     struct Part {
         PartSetup setup;
-        ff::Frame picture;
         ff::Packet packet;
         std::int64_t firstIndex = -1;
         std::int64_t framesSpanned = 0;
@@ -107,11 +102,9 @@ class PartWriter {
     void finishingLoop();
     std::int64_t samplesAfter(std::int64_t frames) const;
 
-    PixelSize size_;
     int fps_;
     AudioFeed& audio_;
     Handlers handlers_;
-    FrameConverter converter_;
 
     std::mutex mutex_;
     std::condition_variable wake_;

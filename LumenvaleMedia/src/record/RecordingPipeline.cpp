@@ -1,6 +1,7 @@
 #include "LumenvaleMedia/RecordingPipeline.h"
 
 #include "record/AudioFeed.h"
+#include "record/FrameConverter.h"
 #include "record/PartWriter.h"
 #include "record/VideoEncoder.h"
 
@@ -13,9 +14,11 @@ namespace lumenvale {
 using namespace record;
 
 // The controlling side of a recording: the sources, the capture thread's handler
-// that parks pictures for the writer, and the bookkeeping of which frames belong to
-// which part (under captureMutex_, which pause() and resume() take too, so a part's
-// extent is exact the moment it is detached).
+// that converts each frame to I420 straight into a picture of the writer's queue
+// (the copy the capture thread has to make anyway, since the frame's pixels are
+// only valid during the call, becomes the conversion), and the bookkeeping of which frames belong
+// to which part (under captureMutex_, which pause() and resume() take too, so a part's extent is
+// exact the moment it is detached).
 class RecordingPipeline::Engine {
   public:
     Engine(RecordingSources sources, Codec codec, std::filesystem::path partsFolder,
@@ -63,6 +66,7 @@ class RecordingPipeline::Engine {
     std::filesystem::path currentPath_;
     std::unique_ptr<AudioFeed> audio_;
     std::unique_ptr<PartWriter> writer_;
+    std::unique_ptr<FrameConverter> converter_; // capture thread
     std::atomic<bool> stoppedReported_{false};
 
     mutable std::mutex captureMutex_;
@@ -129,6 +133,7 @@ std::filesystem::path RecordingPipeline::Engine::start() {
         onSourceStopped(reason);
     };
     writer_ = std::make_unique<PartWriter>(size_, fps_, *audio_, std::move(writerHandlers));
+    converter_ = std::make_unique<FrameConverter>(size_);
     PartSetup first = makePart();
     const std::filesystem::path path = first.file->path();
     attach(std::move(first));
@@ -213,14 +218,12 @@ void RecordingPipeline::Engine::onFrame(const VideoFrame& frame) {
         return;
     }
     int slot = -1;
-    std::uint8_t* picture = writer_->acquirePicture(slot);
+    AVFrame* picture = writer_->acquirePicture(slot);
     if (picture == nullptr) {
         ++lateDrops_;
         return;
     }
-    libyuv::CopyPlane(frame.bgra, static_cast<int>(frame.strideBytes), picture,
-                      static_cast<int>(writer_->pictureStrideBytes()),
-                      static_cast<int>(size_.width * 4), static_cast<int>(size_.height));
+    converter_->convert(frame.bgra, frame.strideBytes, *picture);
     if (partFirstIndex_ < 0) {
         partFirstIndex_ = frame.index;
         framesDropped_ += lateDrops_;
