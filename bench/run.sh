@@ -26,3 +26,25 @@ cmake --build --preset release --target join -j 2 >/dev/null
 # frames from each cut to the next keyframe encoded again).
 cmake --build --preset release --target cut -j 2 >/dev/null
 "$build/bench/cut" "$work/cut"
+
+# --- gif: the GIF export against ffmpeg's two-pass palettegen / paletteuse ----------
+# 300 frames of a moving 1080p test picture and of a 720p fractal zoom: time, bytes and
+# SSIM against the same source frames.
+cmake --build --preset release --target gif -j 2 >/dev/null
+"$build/bench/gif" "$work/gif"
+
+# --- reencode: an edit encoded again (crop, speed, gains) against the ffmpeg command line
+# with the same settings, H.264 and HEVC.
+cmake --build --preset release --target reencode -j 2 >/dev/null
+"$build/bench/reencode" "$work/reencode"
+
+# --- thumbnails: 48 filmstrip pictures of the cut benchmark's 10-minute recording,
+# against ffmpeg's keyframe-only pass.
+cmake --build --preset release --target thumbnails -j 2 >/dev/null
+"$build/bench/thumbnails" "$work/cut"
+
+# --- record_cpu: capture and encoding CPU of the recording pipeline with CaptureX11
+# against `ffmpeg -f x11grab` with the same x264 settings, at 1080p30, 1080p60 and
+# 4K30, each on an Xvfb of that size with moving pictures. Needs Xvfb and xdpyinfo.
+cmake --build --preset release --target record_cpu -j 2 >/dev/null
+"$build/bench/record_cpu" 10 2>/dev/null
