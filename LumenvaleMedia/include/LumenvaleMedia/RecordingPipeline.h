@@ -48,21 +48,30 @@ struct RecordingStats {
 // ends the recording. A pipeline records once: after stop() it cannot start again.
 //
 // Threads: every member function is called from one controlling thread (the
-// application's GUI thread), never concurrently. The handlers run on the pipeline's
-// worker threads (or a source's thread) and must not call back into the pipeline;
-// post a queued call to the controlling thread instead.
+// application's GUI thread), never concurrently; stats() and recordingID() from any
+// thread. The handlers run on other threads (named at each handler) and must not
+// call back into the pipeline: post a queued call to the controlling thread instead.
+//
+// Inside, the capture thread converts each frame to I420 into a queue of about a
+// third of a second; one writer thread encodes, muxes and feeds the audio encoders;
+// each part has a sync thread (fdatasync per fragment); a finishing thread closes
+// detached parts. A frame that finds the queue full is dropped (counted in stats()),
+// so the recording never falls behind real time.
 class RecordingPipeline {
   public:
     // Called exactly once per part that start() or resume() returned, when its file
-    // is complete and closed (flock released): after pause(), in the background;
-    // after stop(), before stop() returns. A part whose writing failed is reported
-    // too (a failed part counts as finished); its file holds what was written.
+    // is complete, on disk and closed (flock released): after pause(), in the
+    // background, typically within a few hundred milliseconds; after stop(), before
+    // stop() returns. A part whose writing failed is reported too (a failed part
+    // counts as finished); its file holds what was written. Runs on the pipeline's
+    // finishing thread, one part after another in recording order.
     using PartFinishedHandler = std::function<void(const std::filesystem::path& part)>;
     // Called at most once, when a source ends by itself (the window closed, the
     // display is gone, the sound server went away) or a part can no longer be
     // written (the disk is full). The argument is the user-facing reason, such as
     // "The window closed.". Frames and sound stop arriving; the controlling thread
-    // should call stop() to finish the recording.
+    // should call stop() to finish the recording. Runs on the capture thread, a sound
+    // source's thread or the writer thread, whichever noticed.
     using StoppedHandler = std::function<void(const std::string& reason)>;
 
     struct Handlers {
@@ -90,17 +99,19 @@ class RecordingPipeline {
 
     // Detaches the current part and returns its path: its file is finalised in the
     // background (partFinished follows) while the capture keeps running; frames and
-    // sound are dropped until resume(). Only while recording.
+    // sound are dropped until resume(). Only while recording; otherwise it does
+    // nothing and returns an empty path.
     std::filesystem::path pause();
 
-    // Attaches a new part and returns its path. Only while paused. Throws
-    // MediaError when the part cannot be created; the pipeline then stays paused.
+    // Attaches a new part and returns its path. Only while paused; otherwise it does
+    // nothing and returns an empty path. Throws MediaError when the part cannot be
+    // created (the folder is gone, the disk is full); the pipeline then stays paused.
     std::filesystem::path resume();
 
     // Stops the capture, writes the rest of the current part (if any), flushes the
     // audio encoders into it and waits for every part to be finalised, so all
-    // partFinished calls have been made when it returns. Idempotent; a no-op
-    // before start().
+    // partFinished calls have been made when it returns. Blocks for the encoders'
+    // tail and up to half a second for late sound. Idempotent; a no-op before start().
     void stop();
 
     // The UUID shared by all parts of this recording (the `lumenvale_recording` tag).
