@@ -19,7 +19,6 @@
 #include <cmath>
 #include <limits>
 #include <memory>
-#include <optional>
 
 namespace lumenvale::edit {
 namespace {
