@@ -10,7 +10,7 @@
 // time (a wall time above the duration) and fills its output with duplicates, which
 // are not counted as frames here.
 //
-//   record_cpu [SECONDS]       (default 10 seconds per run)
+//   record_cpu [SECONDS [h264|hevc]]       (default 10 seconds per run, H.264)
 //
 // Only the recorder's own process is measured (getrusage of this process for the
 // pipeline, of the child for ffmpeg); Xvfb and the animation run in processes of
@@ -160,7 +160,8 @@ void stopDisplay(const Display& display) {
     }
 }
 
-Result recordWithPipeline(const Config& config, const fs::path& folder, double duration) {
+Result recordWithPipeline(const Config& config, Codec codec, const fs::path& folder,
+                          double duration) {
     CaptureRequest request;
     request.fps = config.fps;
     request.size = {config.width, config.height};
@@ -169,7 +170,7 @@ Result recordWithPipeline(const Config& config, const fs::path& folder, double d
     auto capture = std::make_unique<CaptureX11>(request);
     const CaptureX11& captureStats = *capture;
     sources.video = std::move(capture);
-    RecordingPipeline pipeline(std::move(sources), Codec::h264, folder, LocalDateTime{}, {});
+    RecordingPipeline pipeline(std::move(sources), codec, folder, LocalDateTime{}, {});
     rusage before{};
     ::getrusage(RUSAGE_SELF, &before);
     const auto start = std::chrono::steady_clock::now();
@@ -185,48 +186,47 @@ Result recordWithPipeline(const Config& config, const fs::path& folder, double d
             stats.framesWritten, stats.framesDropped, captureDropped};
 }
 
-Result recordWithFfmpeg(const Config& config, const Display& display, const fs::path& movie,
-                        double duration) {
-    const std::string gop = std::to_string(2 * config.fps);
+// The same settings as record::makeVideoEncoder (src/record/VideoEncoder.h).
+std::vector<std::string> encoderArguments(Codec codec, int fps) {
+    const std::string gop = std::to_string(2 * fps);
+    if (codec == Codec::hevc) {
+        return {"-c:v", "libx265",    "-preset", "superfast",    "-crf",
+                "22",   "-profile:v", "main",    "-x265-params", "bframes=0:log-level=error",
+                "-g",   gop,          "-tag:v",  "hvc1"};
+    }
+    return {"-c:v",       "libx264", "-preset", "veryfast", "-crf", "20",
+            "-profile:v", "high",    "-g",      gop,        "-bf",  "0"};
+}
+
+Result recordWithFfmpeg(const Config& config, Codec codec, const Display& display,
+                        const fs::path& movie, double duration) {
     const fs::path log = movie.string() + ".log";
+    std::vector<std::string> arguments{"ffmpeg",
+                                       "-y",
+                                       "-nostdin",
+                                       "-f",
+                                       "x11grab",
+                                       "-framerate",
+                                       std::to_string(config.fps),
+                                       "-video_size",
+                                       std::to_string(config.width) + "x" +
+                                           std::to_string(config.height),
+                                       "-i",
+                                       display.name,
+                                       "-t",
+                                       std::to_string(duration)};
+    for (const std::string& argument : encoderArguments(codec, config.fps)) {
+        arguments.push_back(argument);
+    }
+    for (const char* argument :
+         {"-pix_fmt", "yuv420p", "-color_range", "tv", "-colorspace", "smpte170m",
+          "-color_primaries", "smpte170m", "-color_trc", "smpte170m", "-stats_period", "0.5",
+          "-movflags", "+frag_keyframe+empty_moov+default_base_moof"}) {
+        arguments.emplace_back(argument);
+    }
+    arguments.push_back(movie.string());
     const auto start = std::chrono::steady_clock::now();
-    const pid_t child = spawn({"ffmpeg",
-                               "-y",
-                               "-f",
-                               "x11grab",
-                               "-framerate",
-                               std::to_string(config.fps),
-                               "-video_size",
-                               std::to_string(config.width) + "x" + std::to_string(config.height),
-                               "-i",
-                               display.name,
-                               "-t",
-                               std::to_string(duration),
-                               "-c:v",
-                               "libx264",
-                               "-preset",
-                               "veryfast",
-                               "-crf",
-                               "20",
-                               "-profile:v",
-                               "high",
-                               "-g",
-                               gop,
-                               "-bf",
-                               "0",
-                               "-pix_fmt",
-                               "yuv420p",
-                               "-color_range",
-                               "tv",
-                               "-colorspace",
-                               "smpte170m",
-                               "-color_primaries",
-                               "smpte170m",
-                               "-color_trc",
-                               "smpte170m",
-                               "-movflags",
-                               "+frag_keyframe+empty_moov+default_base_moof",
-                               movie.string()});
+    const pid_t child = spawn(arguments, log.string());
     int status = 0;
     rusage usage{};
     ::wait4(child, &status, 0, &usage);
@@ -249,10 +249,10 @@ Result recordWithFfmpeg(const Config& config, const Display& display, const fs::
     return result;
 }
 
-void print(const char* who, const Result& result, double duration) {
-    std::printf("  %-22s CPU %6.1f %% of a core   frames %6lld   short of %4.0f s x fps: %lld", who,
-                100 * result.cpuSeconds / result.wallSeconds, static_cast<long long>(result.frames),
-                duration, static_cast<long long>(result.dropped));
+void print(const char* who, const Result& result) {
+    std::printf("  %-20s CPU %6.1f %% of a core for %5.1f s   frames %5lld   missing %5lld", who,
+                100 * result.cpuSeconds / result.wallSeconds, result.wallSeconds,
+                static_cast<long long>(result.frames), static_cast<long long>(result.dropped));
     if (result.captureDropped >= 0) {
         std::printf("   (capture dropped %lld)", static_cast<long long>(result.captureDropped));
     }
@@ -264,12 +264,14 @@ void print(const char* who, const Result& result, double duration) {
 int main(int argc, char** argv) {
     av_log_set_level(AV_LOG_ERROR);
     const double duration = argc > 1 ? std::atof(argv[1]) : 10;
+    const Codec codec = argc > 2 ? codecFromRawValue(argv[2]).value_or(Codec::h264) : Codec::h264;
     const fs::path work =
         fs::temp_directory_path() / ("lumenvale-bench-record-" + std::to_string(::getpid()));
     fs::create_directories(work);
     const std::vector<Config> configs{
         {"1080p30", 1920, 1080, 30}, {"1080p60", 1920, 1080, 60}, {"4K30", 3840, 2160, 30}};
-    std::printf("record_cpu: %g s per run, H.264 veryfast CRF 20, %u cores\n", duration,
+    std::printf("record_cpu: %g s per run, %s, %u cores\n", duration,
+                codec == Codec::hevc ? "HEVC ultrafast CRF 22" : "H.264 veryfast CRF 20",
                 std::thread::hardware_concurrency());
     std::fflush(stdout); // before the children are forked
     int displayNumber = 140;
@@ -283,18 +285,18 @@ int main(int argc, char** argv) {
         fs::create_directories(folder);
         Result ours;
         try {
-            ours = recordWithPipeline(config, folder, duration);
+            ours = recordWithPipeline(config, codec, folder, duration);
         } catch (const std::exception& error) {
             std::printf("%s: the pipeline failed: %s\n", config.name, error.what());
         }
         const Result theirs = recordWithFfmpeg(
-            config, display, work / (std::string(config.name) + "-ffmpeg.mp4"), duration);
+            config, codec, display, work / (std::string(config.name) + "-ffmpeg.mp4"), duration);
         stopDisplay(display);
         ours.dropped = static_cast<std::int64_t>(duration * config.fps) - ours.frames;
         std::fflush(stdout);
         std::printf("%s\n", config.name);
-        print("Lumenvale pipeline", ours, duration);
-        print("ffmpeg -f x11grab", theirs, duration);
+        print("Lumenvale pipeline", ours);
+        print("ffmpeg -f x11grab", theirs);
         if (theirs.cpuSeconds > 0) {
             std::printf("  CPU ratio Lumenvale / ffmpeg: %.2f\n",
                         (ours.cpuSeconds / ours.wallSeconds) /

@@ -58,7 +58,7 @@ ff::CodecContext makeVideoEncoder(Codec codec, PixelSize size, int fps) {
     context->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
     if (codec == Codec::hevc) {
         context->codec_tag = MKTAG('h', 'v', 'c', '1');
-        setOption(context.get(), "preset", "superfast");
+        setOption(context.get(), "preset", "ultrafast");
         setOption(context.get(), "crf", "22");
         setOption(context.get(), "profile", "main");
         setOption(context.get(), "forced-idr", "1");
