@@ -132,6 +132,28 @@ TEST(Parts, PauseAndResumeTwiceMakeThreePartsWithContinuousSound) {
         << "the whole recording's sound lasts as long as its picture";
 }
 
+TEST(Parts, APartPausedBeforeItsFirstFrameIsStillReportedAndTheNextOneRecords) {
+    TemporaryFolder folder;
+    Finished finished;
+    RecordingSources sources;
+    sources.video = std::make_unique<CounterVideoSource>(testSize, testFps);
+    sources.systemAudio = AudioDevices::open(AudioKind::system);
+    RecordingPipeline pipeline(std::move(sources), Codec::h264, folder.path(), LocalDateTime{},
+                               finished.handlers());
+    const std::filesystem::path empty = pipeline.start();
+    EXPECT_EQ(pipeline.pause(), empty);
+    std::this_thread::sleep_for(300ms);
+    const std::filesystem::path second = pipeline.resume();
+    std::this_thread::sleep_for(1000ms);
+    pipeline.stop();
+    EXPECT_EQ(finished.parts, (std::vector<std::filesystem::path>{empty, second}));
+    EXPECT_TRUE(finished.stopped.empty());
+    const MovieInfo info = probe(second);
+    EXPECT_EQ(info.tags.at("lumenvale_part"), "2");
+    EXPECT_GT(info.ofType("video").at(0).frames, 20);
+    EXPECT_GT(info.ofType("audio").at(0).durationSeconds, 0.6);
+}
+
 // The first sample above half the beep's amplitude, in seconds of the movie.
 double beepOnset(const std::filesystem::path& part) {
     const std::vector<float> samples = decodeMono(part, 0);
