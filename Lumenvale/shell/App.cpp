@@ -1,5 +1,6 @@
 #include "shell/App.h"
 
+#include "LumenvaleMedia/LibraryLogging.h"
 #include "editor/ExportCommand.h"
 #include "recorder/AppIdentity.h"
 #include "shell/RecordCommand.h"
@@ -68,6 +69,8 @@ int run(int argc, char** argv) {
         return 1;
     }
 
+    // The libraries' own lines would interleave with the commands' output and notices.
+    setLibraryLogging(LibraryLogging::quiet);
     const QString command = arguments.isEmpty() ? QString() : arguments.first();
     if (command == QLatin1String("record") || command == QLatin1String("export")) {
         QCoreApplication application(argc, argv);

@@ -10,6 +10,8 @@ record --screen --seconds 2 --folder "$movies"
 ended=$(date +%s.%N)
 [[ $status -eq 0 ]] || fail "record exited with $status: $err"
 [[ "$err" == *"3… 2… 1…"* ]] || fail "no countdown on standard error: $err"
+# Nothing but our own lines: the encoders' statistics and demuxer chatter stay out.
+[[ "$err" != *"["*"@ 0x"* && "$err" != *"x264 ["* ]] || fail "library output on standard error: $err"
 approx "$(echo "$ended - $started" | bc)" 5.5 2.5 || fail "a countdown and 2 s took $(echo "$ended - $started" | bc) s"
 movie=$out
 [[ -f "$movie" ]] || fail "the printed path is no file: '$out'"
