@@ -28,7 +28,7 @@ CaptureRequest request(CaptureTarget target, PixelSize size) {
 }
 
 TEST(CaptureContent, AreaShowsTheWindowsUnderItAtItsOwnSize) {
-    x11::XConnection connection;
+    const x11::XConnection& connection = testConnection();
     TestWindow left(connection, {100, 100, 200, 200}, red, Management::unmanaged);
     TestWindow right(connection, {300, 100, 200, 200}, blue, Management::unmanaged);
 
@@ -48,7 +48,7 @@ TEST(CaptureContent, AreaShowsTheWindowsUnderItAtItsOwnSize) {
 }
 
 TEST(CaptureContent, AreaPartlyOffTheDesktopIsBlackThere) {
-    x11::XConnection connection;
+    const x11::XConnection& connection = testConnection();
     TestWindow corner(connection, {1820, 980, 100, 100}, green, Management::unmanaged);
     FrameCatcher catcher;
     CaptureX11 capture(request(CaptureArea{{1800, 1000, 200, 100}}, {200, 100}));
@@ -62,7 +62,7 @@ TEST(CaptureContent, AreaPartlyOffTheDesktopIsBlackThere) {
 }
 
 TEST(CaptureContent, ScreenAtFullSizeAndScaledDown) {
-    x11::XConnection connection;
+    const x11::XConnection& connection = testConnection();
     TestWindow window(connection, {960, 540, 480, 270}, green, Management::unmanaged);
     for (const PixelSize movie : {PixelSize{1920, 1080}, PixelSize{960, 540}}) {
         SCOPED_TRACE(movie.width);
@@ -85,7 +85,7 @@ TEST(CaptureContent, ScreenAtFullSizeAndScaledDown) {
 }
 
 TEST(CaptureContent, ScreenUnderThePointerIsChosenAtStart) {
-    x11::XConnection connection;
+    const x11::XConnection& connection = testConnection();
     TestMonitor monitor(connection, "LV-SMALL", {1600, 0, 320, 240});
     TestWindow window(connection, {1700, 100, 50, 50}, red, Management::unmanaged);
     warpPointer(connection, 1650, 50);
@@ -110,7 +110,7 @@ std::optional<DesktopWindow> describeWindow(xcb_window_t id) {
 }
 
 TEST(CaptureContent, WindowWithItsFrameWhileCoveredMovedAndResized) {
-    x11::XConnection connection;
+    const x11::XConnection& connection = testConnection();
     TestWindow window(connection, {400, 300, 320, 200}, blue, Management::managed);
     const auto info = describeWindow(window.id());
     ASSERT_TRUE(info);
@@ -161,7 +161,7 @@ TEST(CaptureContent, WindowWithItsFrameWhileCoveredMovedAndResized) {
 }
 
 TEST(CaptureContent, WindowWithoutTheShadowItDrawsItself) {
-    x11::XConnection connection;
+    const x11::XConnection& connection = testConnection();
     // A client-side-decorated window: a 20-pixel red shadow around blue content.
     TestWindow window(connection, {500, 400, 300, 200}, red, Management::unmanaged);
     paintChild(connection, window.id(), {20, 20, 260, 160}, blue);

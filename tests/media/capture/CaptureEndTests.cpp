@@ -20,7 +20,7 @@ CaptureRequest plainRequest(CaptureTarget target, PixelSize size) {
 }
 
 TEST(CaptureEnd, WindowClosedStopsTheCaptureOnce) {
-    x11::XConnection connection;
+    const x11::XConnection& connection = testConnection();
     auto window = std::make_unique<TestWindow>(connection, x11::PixelRect{300, 300, 200, 100},
                                                Colour{200, 100, 0}, Management::managed);
     FrameCatcher catcher;
@@ -38,7 +38,7 @@ TEST(CaptureEnd, WindowClosedStopsTheCaptureOnce) {
 }
 
 TEST(CaptureEnd, MinimizedWindowRepeatsItsLastPicture) {
-    x11::XConnection connection;
+    const x11::XConnection& connection = testConnection();
     const Colour orange{200, 100, 0};
     TestWindow window(connection, {300, 300, 200, 100}, orange, Management::unmanaged);
     FrameCatcher catcher;
@@ -65,7 +65,7 @@ TEST(CaptureEnd, MinimizedWindowRepeatsItsLastPicture) {
 }
 
 TEST(CaptureEnd, DisplayDisconnectedStopsTheCapture) {
-    x11::XConnection connection;
+    const x11::XConnection& connection = testConnection();
     auto monitor =
         std::make_unique<TestMonitor>(connection, "LV-GONE", x11::PixelRect{0, 0, 640, 480});
     FrameCatcher catcher;

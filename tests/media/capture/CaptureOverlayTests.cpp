@@ -87,7 +87,7 @@ int differing(const Picture& picture, std::int64_t x, std::int64_t y, std::int64
 }
 
 TEST(CaptureOverlay, PointerIsDrawnOnlyWhenAsked) {
-    x11::XConnection connection;
+    const x11::XConnection& connection = testConnection();
     const x11::PixelRect area{200, 200, 320, 240};
     TestWindow backdrop(connection, area, grey, Management::unmanaged);
     warpPointer(connection, 360, 320); // (160, 120) in the area
@@ -110,7 +110,7 @@ TEST(CaptureOverlay, PointerIsDrawnOnlyWhenAsked) {
 }
 
 TEST(CaptureOverlay, PointerFollowsItsMoves) {
-    x11::XConnection connection;
+    const x11::XConnection& connection = testConnection();
     const x11::PixelRect area{200, 200, 320, 240};
     TestWindow backdrop(connection, area, grey, Management::unmanaged);
     warpPointer(connection, 260, 260);
@@ -141,7 +141,7 @@ int amberPixels(const Picture& picture, std::int64_t x, std::int64_t y, std::int
 }
 
 TEST(CaptureOverlay, ClickShowsAFadingRingAtThePointer) {
-    x11::XConnection connection;
+    const x11::XConnection& connection = testConnection();
     const x11::PixelRect area{200, 200, 320, 240};
     TestWindow backdrop(connection, area, dark, Management::unmanaged);
     warpPointer(connection, 360, 320);
@@ -164,7 +164,7 @@ TEST(CaptureOverlay, ClickShowsAFadingRingAtThePointer) {
 }
 
 TEST(CaptureOverlay, ClicksAreNotShownWhenNotAsked) {
-    x11::XConnection connection;
+    const x11::XConnection& connection = testConnection();
     const x11::PixelRect area{200, 200, 320, 240};
     TestWindow backdrop(connection, area, dark, Management::unmanaged);
     warpPointer(connection, 360, 320);

@@ -11,6 +11,11 @@
 
 namespace lumenvale::testing {
 
+const x11::XConnection& testConnection() {
+    static const x11::XConnection connection;
+    return connection;
+}
+
 bool near(const Colour& a, const Colour& b, int tolerance) {
     return std::abs(a.red - b.red) <= tolerance && std::abs(a.green - b.green) <= tolerance &&
            std::abs(a.blue - b.blue) <= tolerance;
@@ -157,7 +162,7 @@ void setShadow(const x11::XConnection& connection, xcb_window_t window, std::uin
     xcb_change_property(connection.get(), XCB_PROP_MODE_REPLACE, window,
                         connection.atom(x11::Atom::gtkFrameExtents), XCB_ATOM_CARDINAL, 32, 4,
                         extents);
-    connection.flush();
+    sync(connection);
 }
 
 void paintChild(const x11::XConnection& connection, xcb_window_t parent, x11::PixelRect rect,
@@ -320,12 +325,15 @@ void TestMonitor::remove() {
     }
 }
 
+void sync(const x11::XConnection& connection) {
+    x11::Reply<xcb_get_input_focus_reply_t> reply{xcb_get_input_focus_reply(
+        connection.get(), xcb_get_input_focus(connection.get()), nullptr)};
+}
+
 void warpPointer(const x11::XConnection& connection, std::int64_t x, std::int64_t y) {
     xcb_warp_pointer(connection.get(), XCB_NONE, connection.root(), 0, 0, 0, 0,
                      static_cast<std::int16_t>(x), static_cast<std::int16_t>(y));
-    // A round trip, so the server has moved it before anyone asks.
-    x11::Reply<xcb_get_input_focus_reply_t> sync{xcb_get_input_focus_reply(
-        connection.get(), xcb_get_input_focus(connection.get()), nullptr)};
+    sync(connection);
 }
 
 } // namespace lumenvale::testing

@@ -33,6 +33,11 @@ struct Colour {
     friend bool operator==(const Colour&, const Colour&) = default;
 };
 
+// The tests' own connection, shared by all of them: ids it makes are never made
+// again in this process, so a window manager still busy with a window of an
+// earlier test can never act on a window of a later one.
+const x11::XConnection& testConnection();
+
 // True when every channel differs by at most `tolerance`.
 bool near(const Colour& a, const Colour& b, int tolerance = 8);
 std::string describe(const Colour& colour);
@@ -143,6 +148,10 @@ class TestMonitor {
     const x11::XConnection& connection_;
     xcb_atom_t name_ = XCB_NONE;
 };
+
+// Returns once the server has handled every request sent so far on `connection`,
+// so that other connections see their effects.
+void sync(const x11::XConnection& connection);
 
 void warpPointer(const x11::XConnection& connection, std::int64_t x, std::int64_t y);
 

@@ -26,7 +26,7 @@ std::ptrdiff_t position(const std::vector<DesktopWindow>& windows, std::uint32_t
 }
 
 TEST(Displays, ScreensFollowTheMonitorsAndThePointer) {
-    x11::XConnection connection;
+    const x11::XConnection& connection = testConnection();
     DisplaysX11 displays;
     EXPECT_TRUE(displays.captureAvailable());
 
@@ -54,7 +54,7 @@ TEST(Displays, ScreensFollowTheMonitorsAndThePointer) {
 }
 
 TEST(Displays, WindowsFrontToBackWithFramesOwnersAndTitles) {
-    x11::XConnection connection;
+    const x11::XConnection& connection = testConnection();
     DisplaysX11 displays;
     TestWindow lower(connection, {200, 200, 300, 200}, {255, 0, 0}, Management::managed,
                      "Lower window");
@@ -90,7 +90,7 @@ TEST(Displays, WindowsFrontToBackWithFramesOwnersAndTitles) {
 }
 
 TEST(Displays, WindowFramesLeaveOutAClientDrawnShadow) {
-    x11::XConnection connection;
+    const x11::XConnection& connection = testConnection();
     TestWindow plain(connection, {100, 100, 300, 200}, {0, 0, 255}, Management::managed);
     TestWindow shadowed(connection, {500, 100, 300, 200}, {0, 0, 255}, Management::managed);
     setShadow(connection, shadowed.id(), 10, 10, 5, 15);
@@ -106,16 +106,16 @@ TEST(Displays, WindowFramesLeaveOutAClientDrawnShadow) {
 }
 
 TEST(Displays, ScaleFollowsTheDesktopsXftDpi) {
-    x11::XConnection connection;
+    const x11::XConnection& connection = testConnection();
     const std::string resources = "Xft.antialias:\t1\nXft.dpi:\t144\n";
     xcb_change_property(connection.get(), XCB_PROP_MODE_REPLACE, connection.root(),
                         XCB_ATOM_RESOURCE_MANAGER, XCB_ATOM_STRING, 8,
                         static_cast<std::uint32_t>(resources.size()), resources.data());
-    connection.flush();
+    sync(connection);
     DisplaysX11 displays;
     const auto screens = displays.screens();
     xcb_delete_property(connection.get(), connection.root(), XCB_ATOM_RESOURCE_MANAGER);
-    connection.flush();
+    sync(connection);
     ASSERT_FALSE(screens.empty());
     EXPECT_DOUBLE_EQ(screens[0].scale, 1.5);
     EXPECT_DOUBLE_EQ(displays.screens()[0].scale, 1);

@@ -39,7 +39,7 @@ int countNear(const Picture& picture, const Colour& colour) {
 TEST(OwnWindows, HiddenFromAnAreaButKeptAndForeignWindowsShow) {
     // The other process's window first: fork before any capture thread runs.
     ForeignWindow foreign({300, 300, 400, 300}, foreignBlue);
-    x11::XConnection connection;
+    const x11::XConnection& connection = testConnection();
     TestWindow overForeign(connection, {400, 350, 200, 150}, ownRed, Management::unmanaged);
     TestWindow overDesktop(connection, {800, 350, 100, 100}, ownRed, Management::unmanaged);
     TestWindow kept(connection, {650, 550, 120, 120}, keptGreen, Management::unmanaged);
@@ -65,7 +65,7 @@ TEST(OwnWindows, HiddenFromAnAreaButKeptAndForeignWindowsShow) {
 
 TEST(OwnWindows, HiddenFromTheScreenWithTheirWindowManagerFrames) {
     ForeignWindow foreign({100, 600, 300, 300}, foreignBlue);
-    x11::XConnection connection;
+    const x11::XConnection& connection = testConnection();
     // Partly over the foreign window, mostly over the bare (black) desktop.
     TestWindow managed(connection, {300, 650, 300, 150}, ownRed, Management::managed);
     std::optional<Rect> frame;
@@ -91,7 +91,7 @@ TEST(OwnWindows, HiddenFromTheScreenWithTheirWindowManagerFrames) {
 
 TEST(OwnWindows, AWindowMovingInIsNeverSeen) {
     ForeignWindow foreign({0, 0, 1920, 1080}, foreignBlue);
-    x11::XConnection connection;
+    const x11::XConnection& connection = testConnection();
     TestWindow wanderer(connection, {1400, 100, 150, 150}, ownRed, Management::unmanaged);
     const x11::PixelRect area{100, 100, 600, 400};
     std::atomic<int> redFrames{0};
@@ -105,6 +105,7 @@ TEST(OwnWindows, AWindowMovingInIsNeverSeen) {
                 for (std::int64_t x = 0; x < frame.size.width; x += 10) {
                     const std::uint8_t* pixel = row + x * 4;
                     if (pixel[2] > 200 && pixel[1] < 60 && pixel[0] < 60) {
+                        fprintf(stderr, "RED at %ld,%ld in frame %ld\n", x, y, frame.index);
                         ++redFrames;
                         return;
                     }
@@ -125,7 +126,7 @@ TEST(OwnWindows, AWindowMovingInIsNeverSeen) {
 }
 
 TEST(OwnWindows, ShownWhenAsked) {
-    x11::XConnection connection;
+    const x11::XConnection& connection = testConnection();
     TestWindow own(connection, {400, 350, 200, 150}, ownRed, Management::unmanaged);
     CaptureRequest request = hidingRequest(CaptureArea{{400, 350, 200, 150}}, {200, 150}, {});
     request.ownWindows = OwnWindows::shown;
