@@ -52,6 +52,25 @@ void Permissions::refresh() {
         granted_ = now;
         emit grantedChanged();
     }
+    schedule();
+}
+
+std::chrono::milliseconds Permissions::pollingInterval() const {
+    return timer_.isActive() ? timer_.intervalAsDuration() : std::chrono::milliseconds(0);
+}
+
+void Permissions::schedule() {
+    using namespace std::chrono_literals;
+    const auto wanted = granted_.size() == 3 ? 20'000ms : 1'500ms;
+    if (timer_.isActive() && timer_.intervalAsDuration() == wanted) {
+        return;
+    }
+    if (!timer_.isActive()) {
+        // A coarse timer may fire a few percent late, which lets the system batch wake-ups.
+        timer_.setTimerType(Qt::CoarseTimer);
+        connect(&timer_, &QTimer::timeout, this, &Permissions::refresh, Qt::UniqueConnection);
+    }
+    timer_.start(wanted);
 }
 
 void Permissions::update(Kind kind, bool held) {

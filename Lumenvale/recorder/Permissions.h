@@ -2,6 +2,8 @@
 
 #include <QObject>
 #include <QSet>
+#include <QTimer>
+#include <chrono>
 
 namespace lumenvale {
 
@@ -28,8 +30,13 @@ class Permissions : public QObject {
     QSet<Kind> granted() const { return granted_; }
 
     // Checks all three again, in the order screen, microphone, camera; `granted` is
-    // assigned only when the set changed.
+    // assigned only when the set changed. The first call starts the polling that keeps
+    // `granted` current for as long as the application runs.
     void refresh();
+    // How often refresh() runs by itself: every 1.5 s while a permission is missing (the
+    // user is likely setting one up), every 20 s once all are held. Zero before the
+    // first refresh().
+    std::chrono::milliseconds pollingInterval() const;
     // Whether the screen can be captured now.
     bool requestScreen();
     // Whether the microphone or camera can be used now.
@@ -44,8 +51,12 @@ class Permissions : public QObject {
   private:
     Permissions() = default;
     void update(Kind kind, bool held);
+    // Keeps one repeating timer at the interval `granted` calls for; a timer already at
+    // that interval runs on undisturbed.
+    void schedule();
 
     QSet<Kind> granted_;
+    QTimer timer_;
 };
 
 } // namespace lumenvale
