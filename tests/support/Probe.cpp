@@ -1,12 +1,11 @@
 #include "Probe.h"
 
-#include <nlohmann/json.hpp>
-
 #include <array>
 #include <cmath>
-#include <cstring>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <nlohmann/json.hpp>
 #include <sstream>
 #include <stdexcept>
 #include <sys/wait.h>
@@ -113,7 +112,8 @@ MovieInfo probe(const std::filesystem::path& movie) {
         stream.frames = static_cast<std::int64_t>(number(item, "nb_read_frames"));
         stream.channels = item.value("channels", 0);
         stream.sampleRate = static_cast<int>(number(item, "sample_rate"));
-        stream.isDefault = item.contains("disposition") && item.at("disposition").value("default", 0) == 1;
+        stream.isDefault =
+            item.contains("disposition") && item.at("disposition").value("default", 0) == 1;
         stream.tags = tagsOf(item);
         info.streams.push_back(stream);
     }
@@ -154,8 +154,8 @@ double audioRms(const std::filesystem::path& movie, int audioStream, double star
                 double durationSeconds) {
     const std::string text =
         run("ffmpeg -v error -ss " + std::to_string(startSeconds) + " -t " +
-            std::to_string(durationSeconds) + " -i " + quoted(movie) + " -map 0:a:" +
-            std::to_string(audioStream) + " -ac 1 -f f32le -acodec pcm_f32le -");
+            std::to_string(durationSeconds) + " -i " + quoted(movie) +
+            " -map 0:a:" + std::to_string(audioStream) + " -ac 1 -f f32le -acodec pcm_f32le -");
     const size_t count = text.size() / sizeof(float);
     if (count == 0) {
         return 0;
@@ -174,7 +174,8 @@ void makeMovie(const std::filesystem::path& movie, const std::string& ffmpegArgu
 }
 
 TemporaryFolder::TemporaryFolder() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "lumenvale-test.XXXXXX").string();
+    std::string pattern =
+        (std::filesystem::temp_directory_path() / "lumenvale-test.XXXXXX").string();
     if (mkdtemp(pattern.data()) == nullptr) {
         throw std::runtime_error("cannot create a temporary folder");
     }

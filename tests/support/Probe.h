@@ -13,14 +13,14 @@ namespace lumenvale::testing {
 
 struct StreamInfo {
     int index = 0;
-    std::string codecType;  // "video" or "audio"
-    std::string codecName;  // "h264", "hevc", "aac", "gif", ...
-    std::string codecTag;   // "avc1", "hvc1", "mp4a", ...
+    std::string codecType; // "video" or "audio"
+    std::string codecName; // "h264", "hevc", "aac", "gif", ...
+    std::string codecTag;  // "avc1", "hvc1", "mp4a", ...
     double durationSeconds = 0;
     double startSeconds = 0;
     int width = 0;
     int height = 0;
-    double frameRate = 0;   // average frame rate
+    double frameRate = 0;    // average frame rate
     std::int64_t frames = 0; // counted by decoding
     int channels = 0;
     int sampleRate = 0;
