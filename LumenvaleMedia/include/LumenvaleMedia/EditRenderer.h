@@ -31,10 +31,11 @@ enum class TrackKind { video, audio };
 // A source track and where its kept ranges go.
 struct TrackPlan {
     TrackKind kind = TrackKind::video;
-    int streamIndex = 0;     // the source's stream index
-    int sourceTrack = 0;     // audio: the number used in EditDecision::volumes (0 = a mix track); video: 0
-    bool isMix = false;      // a Lumenvale mix of the source tracks (rebuilt, not gained, on re-encode)
-    double gain = 1;         // audio: the edit's volume for sourceTrack
+    int streamIndex = 0; // the source's stream index
+    int sourceTrack =
+        0; // audio: the number used in EditDecision::volumes (0 = a mix track); video: 0
+    bool isMix = false; // a Lumenvale mix of the source tracks (rebuilt, not gained, on re-encode)
+    double gain = 1;    // audio: the edit's volume for sourceTrack
     std::vector<Segment> segments;
 };
 
