@@ -15,6 +15,7 @@ build_packages=(
 )
 runtime_packages=(
   xvfb openbox pulseaudio pulseaudio-utils dbus dbus-x11 xdotool x11-utils x11-apps ffmpeg
+  chromium python3 bc
 )
 
 wanted=("${build_packages[@]}")

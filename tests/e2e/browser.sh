@@ -1,0 +1,86 @@
+#!/usr/bin/env bash
+# Movies as a browser plays them (headless Chromium, which ignores edit lists): a
+# recording joined from three parts has its full length and seeks; a cut-only export
+# shows, at each time, the frame the edit put there.
+set -euo pipefail
+source "$(dirname "$0")/lib/common.bash"
+
+# browse MOVIE TIME...: what Chromium reports of MOVIE: "DURATION W×H" followed, for
+# each TIME, by the frame number coded in the picture (see coded_movie) after seeking
+# there; "error ..." when it cannot play it.
+browse() {
+  local movie=$1
+  shift
+  cp "$movie" "$work/page-movie.mp4"
+  cat >"$work/page.html" <<HTML
+<!doctype html><video id="v" src="page-movie.mp4" muted preload="auto"></video>
+<script>
+const video = document.getElementById('v');
+const times = [$(IFS=,; echo "$*")], seen = [];
+window.result = new Promise((resolve, reject) => {
+  video.onerror = () => reject('the video could not be played: error ' + video.error.code);
+  const next = () => {
+    if (seen.length === times.length) {
+      resolve(video.duration.toFixed(3) + ' ' + video.videoWidth + 'x' + video.videoHeight + ' ' + seen.join(' '));
+    } else {
+      video.currentTime = times[seen.length];
+    }
+  };
+  video.onseeked = () => {
+    const canvas = document.createElement('canvas');
+    canvas.width = video.videoWidth;
+    canvas.height = video.videoHeight;
+    const context = canvas.getContext('2d');
+    context.drawImage(video, 0, 0);
+    const [red, green] = context.getImageData(10, 10, 1, 1).data;
+    seen.push(Math.floor(green / 16) * 16 + Math.floor(red / 16));
+    next();
+  };
+  video.onloadedmetadata = next;
+});
+</script>
+HTML
+  python3 "$(dirname "$e2e_script")/lib/browser_eval.py" "$work/page.html" 60 2>&1 || true
+}
+
+# A 6 s movie of 30 frames a second whose frame N is coloured to tell N (red and green
+# carry its two hexadecimal digits), with a keyframe every 2 s and a tone.
+coded_movie() {
+  ffmpeg -v error -y -f lavfi \
+    -i "color=black:size=320x240:rate=30,format=rgb24,geq=r='mod(N,16)*16+8':g='floor(N/16)*16+8':b=128" \
+    -f lavfi -i sine=frequency=440:sample_rate=48000 -t 6 -c:v libx264 -pix_fmt yuv420p -g 60 \
+    -keyint_min 60 -sc_threshold 0 -c:a aac "$1"
+}
+
+# A recording paused twice: three parts joined into one movie.
+record_in_background --no-countdown --folder "$movies"
+for _ in 1 2; do
+  sleep 1
+  kill -USR1 "$recorder"; sleep 0.5
+  kill -USR1 "$recorder"
+done
+sleep 1
+kill -INT "$recorder"
+finish_background
+[[ $status -eq 0 ]] || fail "record exited with $status: $err"
+expected=$(format_duration "$out")
+read -r duration size _ <<<"$(browse "$out" 2.5)"
+[[ -n ${duration:-} && $duration != error* ]] || fail "Chromium could not play the joined recording: '$duration'"
+approx "$duration" "$expected" 0.05 || fail "Chromium's duration $duration s, the file's $expected s"
+[[ $size == 1920x1080 ]] || fail "Chromium shows $size"
+pass "joined recording in Chromium: $duration s, $size, seeks"
+
+# Cut-only export that cuts between keyframes: keep 0–1.5 s and 2.5–6 s (frames 0–44
+# and 75–179). Seeking half a frame into a frame's time shows that frame: the last
+# before the cut, the first after it, and one in the copied run after the keyframe.
+coded_movie "$movies/Coded.mp4"
+echo '{"sourceDuration":6,"clips":[{"id":"7B1C1E0A-3C47-4F0E-9B8E-5B1D6A0F2C11","start":0,"end":1.5},
+  {"id":"1E2D3C4B-5A69-4788-96A5-B4C3D2E1F007","start":2.5,"end":6}],"speed":1,"volumes":{}}' >"$work/cut.json"
+"$LUMENVALE" export "$movies/Coded.mp4" --edit "$work/cut.json" --output "$work/cut.mp4" >/dev/null 2>"$work/err" ||
+  fail "export failed: $(cat "$work/err")"
+half=0.0167
+read -r duration _ a b c d <<<"$(browse "$work/cut.mp4" $(echo "0.5+$half; 1.5-$half; 1.5+$half; 4.9+$half" | bc -l))"
+approx "$duration" 5 0.05 || fail "Chromium's duration of the cut export: $duration s, not 5"
+[[ "$a $b $c $d" == "15 44 75 177" ]] ||
+  fail "Chromium shows frames $a $b $c $d around 0.5, 1.5 (before, after) and 4.9 s; the edit put 15 44 75 177 there"
+pass "cut export in Chromium: $duration s, frames $a $b $c $d where the edit put them"
