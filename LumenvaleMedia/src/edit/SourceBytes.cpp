@@ -2,6 +2,7 @@
 
 #include "LumenvaleMedia/MediaError.h"
 
+#include <algorithm>
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -60,7 +61,22 @@ const std::uint8_t* SourceBytes::bytesAt(std::int64_t position, std::size_t size
         static_cast<std::uint64_t>(position) + size > static_cast<std::uint64_t>(size_)) {
         return nullptr;
     }
+    populate(position, position + static_cast<std::int64_t>(size));
     return base_ + position;
+}
+
+void SourceBytes::populate(std::int64_t position, std::int64_t end) const {
+    if (end <= populatedEnd_) {
+        return;
+    }
+    // From the bytes asked for (or the end of the last step) one step ahead; bytes
+    // behind populatedEnd_ (another track's run) cost nothing. Kernels before 5.14
+    // refuse the advice, and the pages then come in a fault at a time as before.
+    const std::int64_t page = 4096;
+    const std::int64_t from = std::max(populatedEnd_, position / page * page);
+    const std::int64_t to = std::min(size_, std::max(end, from + populateBytes));
+    ::madvise(base_ + from, static_cast<std::size_t>(to - from), MADV_POPULATE_READ);
+    populatedEnd_ = to;
 }
 
 std::int64_t SourceBytes::offsetOf(const std::uint8_t* data, std::size_t size) const {

@@ -32,7 +32,9 @@ class SourceBytes {
     AVBufferRef* reference(std::int64_t position, int size) const;
 
     // The mapped bytes [position, position + size), or null when they are not all in
-    // the file.
+    // the file. The mapping ahead of the furthest bytes asked for is made ready in
+    // steps of populateBytes, so a muxer that looks into each packet pays one batch
+    // of page-table work a step instead of a page fault a packet.
     const std::uint8_t* bytesAt(std::int64_t position, std::size_t size) const;
 
     // Where `data` (of `size` bytes) lies in the file, or -1 when it is not wholly
@@ -40,9 +42,13 @@ class SourceBytes {
     std::int64_t offsetOf(const std::uint8_t* data, std::size_t size) const;
 
   private:
+    static constexpr std::int64_t populateBytes = 32 << 20;
+    void populate(std::int64_t position, std::int64_t end) const;
+
     int descriptor_ = -1;
     std::int64_t size_ = 0;
     std::uint8_t* base_ = nullptr;
+    mutable std::int64_t populatedEnd_ = 0; // the mapping before it is ready
 };
 
 } // namespace lumenvale::edit
