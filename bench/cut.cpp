@@ -7,6 +7,7 @@
 // counts. The exports are not synced to disk (neither is cp).
 
 #include "LumenvaleMedia/EditRenderer.h"
+#include "support/BenchTools.h"
 
 extern "C" {
 #include <libavutil/log.h>
@@ -25,72 +26,9 @@ extern "C" {
 
 namespace fs = std::filesystem;
 using namespace lumenvale;
+using namespace lumenvale::bench;
 
 namespace {
-
-std::string quoted(const fs::path& path) {
-    std::string text = "'";
-    for (char c : path.string()) {
-        text += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    }
-    return text + "'";
-}
-
-void shell(const std::string& command) {
-    if (std::system(command.c_str()) != 0) {
-        std::cerr << "failed: " << command << "\n";
-        std::exit(1);
-    }
-}
-
-// Runs every variant once per round, five rounds, so a machine that gets busier or
-// quieter meanwhile touches all alike; the median of each counts.
-std::vector<double> medianSeconds(const std::function<void()>& prepare,
-                                  const std::vector<std::function<void()>>& variants) {
-    std::vector<std::vector<double>> times(variants.size());
-    for (int round = 0; round < 5; ++round) {
-        for (std::size_t variant = 0; variant < variants.size(); ++variant) {
-            prepare();
-            ::sync();
-            const auto start = std::chrono::steady_clock::now();
-            variants[variant]();
-            times[variant].push_back(
-                std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
-        }
-    }
-    std::vector<double> medians;
-    for (auto& runs : times) {
-        std::sort(runs.begin(), runs.end());
-        medians.push_back(runs[runs.size() / 2]);
-    }
-    return medians;
-}
-
-// The recording: one minute of a moving 1080p test picture with a frame counter,
-// encoded once with the recording's own encoder settings (so the cut heads can be
-// spliced) and looped by stream copy to ten minutes, with two tones of ten minutes
-// (system audio and microphone). Keyframes fall every 2 s, frames on multiples of 1/30 s.
-fs::path makeRecording(const fs::path& work) {
-    const fs::path ten = work / "recording.mp4";
-    if (fs::exists(ten)) {
-        return ten;
-    }
-    std::cout << "making a 10-minute 1080p recording (once)...\n" << std::flush;
-    const fs::path minute = work / "minute.mp4";
-    shell("ffmpeg -v error -y -f lavfi -i testsrc2=size=1920x1080:rate=30 -t 60"
-          " -c:v libx264 -preset veryfast -crf 20 -profile:v high -bf 0 -g 60 -forced-idr 1"
-          " -pix_fmt yuv420p -color_range tv -color_primaries smpte170m -color_trc smpte170m"
-          " -colorspace smpte170m " +
-          quoted(minute));
-    shell("ffmpeg -v error -y -stream_loop 9 -i " + quoted(minute) +
-          " -f lavfi -i sine=frequency=440:sample_rate=48000"
-          " -f lavfi -i sine=frequency=660:sample_rate=48000 -t 600 -map 0:v -map 1:a -map 2:a"
-          " -c:v copy -c:a aac -b:a 160k -ac:a:0 2 -ac:a:1 1 " +
-          quoted(work / "looped.mp4"));
-    fs::rename(work / "looped.mp4", ten);
-    fs::remove(minute);
-    return ten;
-}
 
 EditDecision keeping(const std::vector<std::pair<double, double>>& ranges) {
     EditDecision edit(600);
@@ -105,12 +43,8 @@ EditDecision keeping(const std::vector<std::pair<double, double>>& ranges) {
 
 int main(int argc, char** argv) {
     av_log_set_level(AV_LOG_ERROR);
-    const char* temporary = std::getenv("TMPDIR");
-    const fs::path work =
-        argc > 1 ? fs::path(argv[1])
-                 : fs::path(temporary != nullptr ? temporary : "/tmp") / "lumenvale-bench-cut";
-    fs::create_directories(work);
-    const fs::path recording = makeRecording(work);
+    const fs::path work = workFolder(argc, argv, "lumenvale-bench-cut");
+    const fs::path recording = tenMinuteRecording(work);
     const fs::path out = work / "out";
     const auto clean = [&] {
         fs::remove_all(out);
@@ -129,24 +63,29 @@ int main(int argc, char** argv) {
 
     double cutBytes = 0;
     const auto medians =
-        medianSeconds(clean, {[&] { shell("cp " + quoted(recording) + " " + quoted(out)); },
-                              [&] {
-                                  shell("ffmpeg -v error -y -i " + quoted(recording) +
-                                        " -map 0 -c copy " + quoted(out / "remuxed.mp4"));
-                              },
-                              [&] { exportEdit(whole); },
-                              [&] {
-                                  exportEdit(onKeyframes);
-                                  cutBytes = static_cast<double>(fs::file_size(out / "edited.mp4"));
-                              },
-                              [&] {
-                                  exportEdit(betweenKeyframes);
-                              }});
-    const double copy = medians[0];
-    const double remux = medians[1];
-    const double wholeExport = medians[2];
-    const double keyframeCuts = medians[3];
-    const double midCuts = medians[4];
+        medianTimes(5,
+                    {[&] { shell("cp " + quoted(recording) + " " + quoted(out)); },
+                     [&] {
+                         shell("ffmpeg -v error -y -i " + quoted(recording) + " -map 0 -c copy " +
+                               quoted(out / "remuxed.mp4"));
+                     },
+                     [&] { exportEdit(whole); },
+                     [&] {
+                         exportEdit(onKeyframes);
+                         cutBytes = static_cast<double>(fs::file_size(out / "edited.mp4"));
+                     },
+                     [&] {
+                         exportEdit(betweenKeyframes);
+                     }},
+                    [&] {
+                        clean();
+                        ::sync();
+                    });
+    const double copy = medians[0].wallSeconds;
+    const double remux = medians[1].wallSeconds;
+    const double wholeExport = medians[2].wallSeconds;
+    const double keyframeCuts = medians[3].wallSeconds;
+    const double midCuts = medians[4].wallSeconds;
 
     const double megabytes = static_cast<double>(fs::file_size(recording)) / 1e6;
     std::printf("cut: cut-only export of a 10-minute 1080p recording, %.0f MB\n", megabytes);

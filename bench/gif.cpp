@@ -8,6 +8,7 @@
 //   gif [WORK_FOLDER]     (default: $TMPDIR/lumenvale-bench-gif, movies kept for reuse)
 
 #include "LumenvaleMedia/EditRenderer.h"
+#include "support/BenchTools.h"
 
 extern "C" {
 #include <libavutil/log.h>
@@ -27,75 +28,9 @@ extern "C" {
 
 namespace fs = std::filesystem;
 using namespace lumenvale;
+using namespace lumenvale::bench;
 
 namespace {
-
-std::string quoted(const fs::path& path) {
-    std::string text = "'";
-    for (char c : path.string()) {
-        text += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    }
-    return text + "'";
-}
-
-void shell(const std::string& command) {
-    if (std::system(command.c_str()) != 0) {
-        std::cerr << "failed: " << command << "\n";
-        std::exit(1);
-    }
-}
-
-std::string output(const std::string& command) {
-    std::string text;
-    FILE* pipe = popen(command.c_str(), "r");
-    if (pipe == nullptr) {
-        std::exit(1);
-    }
-    std::array<char, 4096> buffer{};
-    while (const std::size_t read = fread(buffer.data(), 1, buffer.size(), pipe)) {
-        text.append(buffer.data(), read);
-    }
-    pclose(pipe);
-    return text;
-}
-
-double cpuSeconds() {
-    double total = 0;
-    for (const int who : {RUSAGE_SELF, RUSAGE_CHILDREN}) {
-        rusage usage{};
-        getrusage(who, &usage);
-        total += static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
-                 static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
-    }
-    return total;
-}
-
-struct Timing {
-    double wallSeconds = 0;
-    double cpuSeconds = 0;
-};
-
-// Every variant once per round, three rounds; the median of each counts.
-std::vector<Timing> medianTimes(const std::vector<std::function<void()>>& variants) {
-    std::vector<std::vector<Timing>> runs(variants.size());
-    for (int round = 0; round < 3; ++round) {
-        for (std::size_t variant = 0; variant < variants.size(); ++variant) {
-            const double cpuBefore = cpuSeconds();
-            const auto start = std::chrono::steady_clock::now();
-            variants[variant]();
-            runs[variant].push_back(
-                {std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(),
-                 cpuSeconds() - cpuBefore});
-        }
-    }
-    std::vector<Timing> medians;
-    for (auto& timings : runs) {
-        std::sort(timings.begin(), timings.end(),
-                  [](const Timing& a, const Timing& b) { return a.wallSeconds < b.wallSeconds; });
-        medians.push_back(timings[timings.size() / 2]);
-    }
-    return medians;
-}
 
 const std::string sourceFrames =
     "select='not(mod(n\\,3))',setpts=N/10/TB,scale=640:-1:flags=lanczos";
@@ -126,14 +61,15 @@ void compare(const fs::path& work, const Movie& movie) {
     const fs::path ours = work / "lumenvale.gif";
     const fs::path theirs = work / "ffmpeg.gif";
     const fs::path palette = work / "palette.png";
-    const auto times = medianTimes(
-        {[&] { EditRenderer::exportGIF(source, EditDecision(35), ours, {}); },
-         [&] {
-             shell("ffmpeg -v error -y -t 30 -i " + quoted(source) + " -vf \"" + sourceFrames +
-                   ",palettegen\" " + quoted(palette));
-             shell("ffmpeg -v error -y -t 30 -i " + quoted(source) + " -i " + quoted(palette) +
-                   " -lavfi \"[0:v]" + sourceFrames + "[x];[x][1:v]paletteuse\" " + quoted(theirs));
-         }});
+    const auto times =
+        medianTimes(3, {[&] { EditRenderer::exportGIF(source, EditDecision(35), ours, {}); },
+                        [&] {
+                            shell("ffmpeg -v error -y -t 30 -i " + quoted(source) + " -vf \"" +
+                                  sourceFrames + ",palettegen\" " + quoted(palette));
+                            shell("ffmpeg -v error -y -t 30 -i " + quoted(source) + " -i " +
+                                  quoted(palette) + " -lavfi \"[0:v]" + sourceFrames +
+                                  "[x];[x][1:v]paletteuse\" " + quoted(theirs));
+                        }});
     const double ourBytes = static_cast<double>(fs::file_size(ours));
     const double theirBytes = static_cast<double>(fs::file_size(theirs));
     const double ourSsim = ssim(source, ours);
@@ -158,11 +94,7 @@ void compare(const fs::path& work, const Movie& movie) {
 
 int main(int argc, char** argv) {
     av_log_set_level(AV_LOG_ERROR);
-    const char* temporary = std::getenv("TMPDIR");
-    const fs::path work =
-        argc > 1 ? fs::path(argv[1])
-                 : fs::path(temporary != nullptr ? temporary : "/tmp") / "lumenvale-bench-gif";
-    fs::create_directories(work);
+    const fs::path work = workFolder(argc, argv, "lumenvale-bench-gif");
     compare(work,
             {"a moving 1080p test picture", "pattern.mp4", "testsrc2=size=1920x1080:rate=30"});
     compare(work, {"a 720p fractal zoom", "fractal.mp4", "mandelbrot=size=1280x720:rate=30"});

@@ -10,6 +10,7 @@
 #include "files/Joiner.h"
 #include "files/MovieFile.h"
 #include "files/PartInput.h"
+#include "support/BenchTools.h"
 
 #include <algorithm>
 #include <chrono>
@@ -24,36 +25,18 @@
 
 namespace fs = std::filesystem;
 using namespace lumenvale;
+using namespace lumenvale::bench;
 
 namespace {
 
-std::string quoted(const fs::path& path) {
-    std::string text = "'";
-    for (char c : path.string()) {
-        text += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    }
-    return text + "'";
-}
-
-void shell(const std::string& command) {
-    if (std::system(command.c_str()) != 0) {
-        std::cerr << "failed: " << command << "\n";
-        std::exit(1);
-    }
-}
-
+// Three runs, each after `prepare` and `sync`; the median counts.
 double medianSeconds(const std::function<void()>& prepare, const std::function<void()>& work) {
-    std::vector<double> times;
-    for (int run = 0; run < 3; ++run) {
-        prepare();
-        ::sync();
-        const auto start = std::chrono::steady_clock::now();
-        work();
-        times.push_back(
-            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
-    }
-    std::sort(times.begin(), times.end());
-    return times[1];
+    return medianTimes(3, {work},
+                       [&] {
+                           prepare();
+                           ::sync();
+                       })[0]
+        .wallSeconds;
 }
 
 // The recording: one minute of a moving 1080p test picture with a frame counter and two
@@ -106,11 +89,7 @@ void joinCached(const std::vector<fs::path>& paths, const fs::path& folder) {
 } // namespace
 
 int main(int argc, char** argv) {
-    const char* temporary = std::getenv("TMPDIR");
-    const fs::path work =
-        argc > 1 ? fs::path(argv[1])
-                 : fs::path(temporary != nullptr ? temporary : "/tmp") / "lumenvale-bench-join";
-    fs::create_directories(work);
+    const fs::path work = workFolder(argc, argv, "lumenvale-bench-join");
     const std::vector<fs::path> parts = makeParts(work);
     std::uintmax_t bytes = 0;
     for (const auto& part : parts) {

@@ -8,6 +8,7 @@
 //   reencode [WORK_FOLDER]     (default: $TMPDIR/lumenvale-bench-reencode, kept for reuse)
 
 #include "LumenvaleMedia/EditRenderer.h"
+#include "support/BenchTools.h"
 
 extern "C" {
 #include <libavutil/log.h>
@@ -25,42 +26,9 @@ extern "C" {
 
 namespace fs = std::filesystem;
 using namespace lumenvale;
+using namespace lumenvale::bench;
 
 namespace {
-
-std::string quoted(const fs::path& path) {
-    std::string text = "'";
-    for (char c : path.string()) {
-        text += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    }
-    return text + "'";
-}
-
-void shell(const std::string& command) {
-    if (std::system(command.c_str()) != 0) {
-        std::cerr << "failed: " << command << "\n";
-        std::exit(1);
-    }
-}
-
-// Every variant once per round; the median of each counts.
-std::vector<double> medianSeconds(int rounds, const std::vector<std::function<void()>>& variants) {
-    std::vector<std::vector<double>> times(variants.size());
-    for (int round = 0; round < rounds; ++round) {
-        for (std::size_t variant = 0; variant < variants.size(); ++variant) {
-            const auto start = std::chrono::steady_clock::now();
-            variants[variant]();
-            times[variant].push_back(
-                std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
-        }
-    }
-    std::vector<double> medians;
-    for (auto& runs : times) {
-        std::sort(runs.begin(), runs.end());
-        medians.push_back(runs[runs.size() / 2]);
-    }
-    return medians;
-}
 
 fs::path source(const fs::path& work) {
     const fs::path movie = work / "source.mp4";
@@ -80,11 +48,7 @@ fs::path source(const fs::path& work) {
 
 int main(int argc, char** argv) {
     av_log_set_level(AV_LOG_ERROR);
-    const char* temporary = std::getenv("TMPDIR");
-    const fs::path work =
-        argc > 1 ? fs::path(argv[1])
-                 : fs::path(temporary != nullptr ? temporary : "/tmp") / "lumenvale-bench-reencode";
-    fs::create_directories(work);
+    const fs::path work = workFolder(argc, argv, "lumenvale-bench-reencode");
     const fs::path movie = source(work);
 
     EditDecision edit(10);
@@ -108,7 +72,7 @@ int main(int argc, char** argv) {
                   1}}) {
         const fs::path ours = work / "lumenvale.mp4";
         const fs::path theirs = work / "ffmpeg.mp4";
-        const auto medians = medianSeconds(
+        const auto medians = medianTimes(
             variant.rounds,
             {[&] { EditRenderer::exportMovie(movie, edit, variant.codec, ours, {}); },
              [&] {
@@ -120,10 +84,12 @@ int main(int argc, char** argv) {
         const double theirBytes = static_cast<double>(fs::file_size(theirs));
         std::printf("reencode: 10 s of 1080p cropped, 1.25x, two gained tracks, %s\n",
                     variant.name);
-        std::printf("  Lumenvale                 %7.2f s  %10.0f bytes\n", medians[0], ourBytes);
-        std::printf("  ffmpeg, same settings     %7.2f s  %10.0f bytes\n", medians[1], theirBytes);
+        std::printf("  Lumenvale                 %7.2f s  %10.0f bytes\n", medians[0].wallSeconds,
+                    ourBytes);
+        std::printf("  ffmpeg, same settings     %7.2f s  %10.0f bytes\n", medians[1].wallSeconds,
+                    theirBytes);
         std::printf("  ratio Lumenvale/ffmpeg    %7.2f    %10.2f   (<= 1 wanted)\n",
-                    medians[0] / medians[1], ourBytes / theirBytes);
+                    medians[0].wallSeconds / medians[1].wallSeconds, ourBytes / theirBytes);
         fs::remove(ours);
         fs::remove(theirs);
     }
