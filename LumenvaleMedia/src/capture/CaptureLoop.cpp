@@ -87,6 +87,15 @@ void CaptureLoop::stop() {
 
 void CaptureLoop::run() {
     pthread_setname_np(pthread_self(), "capture");
+    // The first picture costs more than the others (the server and this process fault
+    // in the shared pages, buffers are made): made before the clock starts, it does not
+    // make frame 0 late and cost the frames after it.
+    if (const std::optional<RecError> ended = makeFrame(0, Pass::rehearsal)) {
+        if (onStopped_) {
+            onStopped_(std::string(message(*ended)));
+        }
+        return;
+    }
     const FramePacer pacer(request_.fps, FramePacer::Clock::now());
     std::int64_t index = 0;
     for (;;) {
@@ -96,7 +105,7 @@ void CaptureLoop::run() {
                 return;
             }
         }
-        if (const std::optional<RecError> ended = makeFrame(index)) {
+        if (const std::optional<RecError> ended = makeFrame(index, Pass::recording)) {
             if (onStopped_) {
                 onStopped_(std::string(message(*ended)));
             }
@@ -123,7 +132,7 @@ void CaptureLoop::drainEvents(int& presses) {
     }
 }
 
-std::optional<RecError> CaptureLoop::makeFrame(std::int64_t index) {
+std::optional<RecError> CaptureLoop::makeFrame(std::int64_t index, Pass pass) {
     const auto now = FramePacer::Clock::now();
     int presses = 0;
     drainEvents(presses);
@@ -184,11 +193,13 @@ std::optional<RecError> CaptureLoop::makeFrame(std::int64_t index) {
     }
     if (!image) {
         // Nothing new: the previous picture again (black before the first).
-        ++counters_.repeated;
+        if (pass == Pass::recording) {
+            ++counters_.repeated;
+        }
         if (previous_ == Previous::direct && previousGeneration_ == grabber_->memoryGeneration()) {
-            deliver(previousDirect_, index, now);
+            deliver(previousDirect_, index, now, pass);
         } else {
-            deliver(canvas_.view(), index, now);
+            deliver(canvas_.view(), index, now, pass);
         }
         return std::nullopt;
     }
@@ -202,17 +213,20 @@ std::optional<RecError> CaptureLoop::makeFrame(std::int64_t index) {
         previous_ = Previous::direct;
         previousDirect_ = *image;
         previousGeneration_ = grabber_->memoryGeneration();
-        deliver(*image, index, now);
+        deliver(*image, index, now, pass);
     } else {
         canvas_.paint(*image, plan);
         previous_ = Previous::canvas;
-        deliver(canvas_.view(), index, now);
+        deliver(canvas_.view(), index, now, pass);
     }
     return std::nullopt;
 }
 
 void CaptureLoop::deliver(const SourceImage& image, std::int64_t index,
-                          FramePacer::Clock::time_point time) {
+                          FramePacer::Clock::time_point time, Pass pass) {
+    if (pass == Pass::rehearsal) {
+        return;
+    }
     VideoFrame frame;
     frame.bgra = image.bgra;
     frame.strideBytes = image.strideBytes;

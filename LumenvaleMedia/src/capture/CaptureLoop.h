@@ -48,12 +48,15 @@ class CaptureLoop {
   private:
     // What was handed over last, to hand over again when a frame cannot be read.
     enum class Previous { none, direct, canvas };
+    // A rehearsal makes a frame in full but hands nothing over and counts nothing.
+    enum class Pass { rehearsal, recording };
 
     void run();
     // Makes frame `index`; returns the reason the capture ends, when it does.
-    std::optional<RecError> makeFrame(std::int64_t index);
+    std::optional<RecError> makeFrame(std::int64_t index, Pass pass);
     void drainEvents(int& presses);
-    void deliver(const SourceImage& image, std::int64_t index, FramePacer::Clock::time_point time);
+    void deliver(const SourceImage& image, std::int64_t index, FramePacer::Clock::time_point time,
+                 Pass pass);
 
     const CaptureRequest request_;
     CaptureCounters& counters_;

@@ -2,6 +2,7 @@
 
 #include "LumenvaleMedia/MediaError.h"
 
+#include <cstring>
 #include <sys/ipc.h>
 #include <sys/shm.h>
 #include <xcb/shm.h>
@@ -29,6 +30,8 @@ ShmImage::ShmImage(const XConnection& connection, std::size_t capacityBytes)
         throw MediaError("There isn’t enough shared memory to record the screen.");
     }
     memory_ = static_cast<std::uint8_t*>(memory);
+    // Touched now, so the pages exist before the first grab instead of making it late.
+    std::memset(memory_, 0, capacity_);
     segment_ = connection.generateID();
     Error error{xcb_request_check(
         connection.get(),

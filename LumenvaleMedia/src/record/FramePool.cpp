@@ -18,6 +18,12 @@ FramePool::FramePool(PixelSize size, int fps) {
         frame->color_trc = AVCOL_TRC_SMPTE170M;
         frame->colorspace = AVCOL_SPC_SMPTE170M;
         ff::check(av_frame_get_buffer(frame.get(), 0), "Not enough memory to record the video");
+        // Touched now, so the first frames of a recording do not pay for the pages.
+        for (AVBufferRef* buffer : frame->buf) {
+            if (buffer != nullptr) {
+                std::fill_n(buffer->data, buffer->size, std::uint8_t{0});
+            }
+        }
         frames_.push_back(std::move(frame));
     }
     for (int slot = depth - 1; slot >= 0; --slot) {
