@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # SIGUSR1 pauses and resumes, SIGINT stops and saves: pausing twice makes one movie
-# as long as the recorded stretches, with sound and picture of equal length.
+# as long as the recorded stretches, with sound and picture of equal length, also
+# when the recording is stopped while paused.
 set -euo pipefail
 source "$(dirname "$0")/lib/common.bash"
 
@@ -23,3 +24,18 @@ audio=$(stream_value "$out" a:0 duration)
 approx "$audio" "$video" 0.0214 || fail "audio $audio s and video $video s differ by more than one AAC frame"
 [[ $(part_count) -eq 0 ]] || fail "parts left behind"
 pass "pause and resume twice: one movie of $duration s, audio $audio s, video $video s"
+
+# Stopped while paused: the sound of the last stretch is there to its end.
+record_in_background --no-countdown --folder "$movies"
+sleep $stretch
+kill -USR1 $recorder; sleep 0.6   # paused
+kill -USR1 $recorder; sleep $stretch
+kill -USR1 $recorder; sleep 0.6   # paused, then stopped
+kill -INT $recorder
+finish_background
+[[ $status -eq 0 ]] || fail "stop while paused: exit $status: $err"
+video=$(stream_value "$out" v:0 duration)
+audio=$(stream_value "$out" a:0 duration)
+approx "$audio" "$video" 0.0214 || fail "stopped while paused: audio $audio s and video $video s differ by more than one AAC frame"
+[[ $(part_count) -eq 0 ]] || fail "parts left behind after a stop while paused"
+pass "stopped while paused: audio $audio s, video $video s"

@@ -231,7 +231,15 @@ void PartWriter::pumpAudio(bool finishing) {
         if (!part.videoClosed || (hasSound && audio_.samplesFed() < part.audioEnd)) {
             return;
         }
-        if (finishing && parts_.size() == 1 && !audio_.empty()) {
+        // The audio encoders run on across parts and hold the last few milliseconds of
+        // sound: they come out with the next part's first samples, or with the flush when
+        // the recording ends. So a paused part with sound stays open until one of the two
+        // happens; retired at the pause, a stop while paused would lose its last 40-60 ms.
+        const bool last = parts_.size() == 1;
+        if (last && hasSound && !finishing) {
+            return;
+        }
+        if (finishing && last && !audio_.empty()) {
             audio_.flush(toPart);
         }
         retire(part);

@@ -41,10 +41,6 @@ struct Reports {
                     changed.notify_all();
                 }};
     }
-    bool waitFinished(std::size_t count, std::chrono::seconds limit) {
-        std::unique_lock lock(mutex);
-        return changed.wait_for(lock, limit, [&] { return finished.size() >= count; });
-    }
 };
 
 struct Recorder {
@@ -173,7 +169,6 @@ TEST(RecordingPipelineFailures, AResumeThatCannotCreateItsPartStaysPaused) {
     const std::filesystem::path first = recorder.pipeline->start();
     std::this_thread::sleep_for(700ms);
     EXPECT_EQ(recorder.pipeline->pause(), first);
-    ASSERT_TRUE(reports.waitFinished(1, 5s));
     std::filesystem::rename(partsFolder, folder / "moved");
     try {
         recorder.pipeline->resume();
