@@ -14,16 +14,10 @@ extern "C" {
 #include <libavutil/log.h>
 }
 
-#include <algorithm>
-#include <array>
-#include <chrono>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
-#include <functional>
 #include <iostream>
 #include <string>
-#include <sys/resource.h>
 #include <vector>
 
 namespace fs = std::filesystem;

@@ -13,13 +13,8 @@ extern "C" {
 #include <libavutil/log.h>
 }
 
-#include <algorithm>
-#include <chrono>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
-#include <functional>
-#include <iostream>
 #include <string>
 #include <vector>
 
