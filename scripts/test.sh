@@ -5,15 +5,24 @@
 # AddressSanitizer and UndefinedBehaviorSanitizer). Installs missing Debian
 # packages first. Exits non-zero when anything fails.
 #
-#   scripts/test.sh            everything
-#   scripts/test.sh --no-fuzz  skip the fuzzers
+#   scripts/test.sh                  everything
+#   scripts/test.sh --no-fuzz        skip the fuzzers
+#   scripts/test.sh --soak MINUTES   also the soak run (tests/soak/soak.sh) at the end
 #   FUZZ_SECONDS=5 scripts/test.sh
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 cd "$root"
 
 run_fuzzers=1
-[[ "${1:-}" == "--no-fuzz" ]] && run_fuzzers=0
+soak_minutes=0
+while [[ $# -gt 0 ]]; do
+  case $1 in
+    --no-fuzz) run_fuzzers=0 ;;
+    --soak) soak_minutes=${2:?--soak takes the minutes to run}; shift ;;
+    *) echo "usage: scripts/test.sh [--no-fuzz] [--soak MINUTES]" >&2; exit 2 ;;
+  esac
+  shift
+done
 fuzz_seconds=${FUZZ_SECONDS:-30}
 jobs=$(nproc)
 
@@ -52,6 +61,11 @@ if [[ $run_fuzzers -eq 1 ]]; then
   done
   echo "fuzz: $fuzz_passed passed, $fuzz_failed failed"
   [[ $fuzz_failed -eq 0 ]] || status=1
+fi
+
+if [[ $soak_minutes -gt 0 ]]; then
+  echo "== Soak: ${soak_minutes} minutes of hostile recording"
+  LUMENVALE=$root/build/ci/Lumenvale/lumenvale tests/session.sh bash tests/soak/soak.sh "$soak_minutes" || status=1
 fi
 
 exit $status
