@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # A recording killed with SIGKILL leaves its parts; the next start saves them as a
 # movie, says so, and removes the parts only once the movie is saved. Another
-# lumenvale never takes the parts of a recording that is running or saving.
+# lumenvale never takes the parts of a recording that is running or saving, and parts
+# with nothing in them are removed without a word.
 set -euo pipefail
 source "$(dirname "$0")/lib/common.bash"
 
@@ -54,3 +55,14 @@ audio=$(stream_value "$out" a:0 duration)
 approx "$audio" "$video" 0.0214 || fail "audio $audio s and video $video s differ by more than one AAC frame"
 [[ $(part_count) -eq 0 ]] || fail "parts left behind"
 pass "a second lumenvale after a resume and during the save took nothing: $duration s"
+
+# A part killed before its first fragment holds nothing: the next start removes it
+# without a word.
+record_in_background --no-countdown --folder "$movies"
+kill -KILL "$recorder"
+wait "$recorder" 2>/dev/null || true
+[[ $(part_count) -eq 1 ]] || fail "the killed recording left $(part_count) parts"
+record --window 1 --no-countdown --folder "$movies" # a start that only runs recovery
+! grep -E "Nothing was recorded|not a movie|Recovered" <<<"$err" || fail "the start said: $err"
+[[ $(part_count) -eq 0 ]] || fail "the part with nothing in it was kept"
+pass "a part with nothing recorded was removed without a word"

@@ -30,6 +30,7 @@ struct PartFacts {
     std::optional<std::int64_t> number;
     std::optional<LocalDateTime> started;
     LocalDateTime modified;
+    bool holdsSamples = true;
 };
 
 // What a scan found, with the locks of everything it may touch still held, so that
@@ -41,6 +42,7 @@ struct HeldScan {
     };
     std::vector<Found> recordings; // oldest start first
     std::vector<UnusablePart> unusable;
+    std::vector<PartFacts> leftovers;
 };
 
 std::optional<std::int64_t> parseNumber(const std::optional<std::string>& text) {
@@ -92,8 +94,13 @@ std::optional<std::string> readHeader(PartFacts& facts) {
         facts.recording = id ? Uuid::parse(*id) : std::nullopt;
         facts.number = parseNumber(part.tag("lumenvale_part"));
         facts.started = parseStarted(part.tag("lumenvale_started"));
+        facts.holdsSamples = part.listedSamples().value_or(1) > 0;
         return std::nullopt;
     } catch (const MediaError& error) {
+        // Looked into only when its writer is gone: one still writing may not have
+        // written anything yet.
+        facts.holdsSamples = facts.lock.state() != PartLock::State::held ||
+                             !files::holdsNoSamples(facts.lock.descriptor());
         return error.what();
     }
 }
@@ -123,7 +130,9 @@ HeldScan scan(const std::filesystem::path& partsFolder) {
             }
             continue;
         }
-        if (notAMovie) {
+        if (!facts.holdsSamples && facts.lock.state() == PartLock::State::held) {
+            scan.leftovers.push_back(std::move(facts)); // nothing recorded, nothing to lose
+        } else if (notAMovie) {
             scan.unusable.push_back(UnusablePart{facts.path, *notAMovie});
         } else {
             facts.modified = modificationTime(facts.path);
@@ -185,6 +194,9 @@ RecoveryScan find(const std::filesystem::path& partsFolder) {
         found.recordings.push_back(std::move(recording.recording));
     }
     found.unusable = std::move(held.unusable);
+    for (const PartFacts& leftover : held.leftovers) {
+        found.leftovers.push_back(leftover.path);
+    }
     return found;
 }
 
@@ -225,6 +237,10 @@ RecoveryResult recoverAll(const std::filesystem::path& partsFolder,
     HeldScan held = scan(partsFolder);
     RecoveryResult result;
     result.unusable = std::move(held.unusable);
+    for (const PartFacts& leftover : held.leftovers) {
+        std::error_code ignored;
+        std::filesystem::remove(leftover.path, ignored); // still locked: nobody else's
+    }
     for (const HeldScan::Found& found : held.recordings) {
         try {
             // The scan's locks keep the parts ours until they are saved and removed.
