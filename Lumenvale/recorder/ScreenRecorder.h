@@ -3,6 +3,7 @@
 #include "LumenvaleKit/Codec.h"
 #include "LumenvaleKit/PixelSize.h"
 #include "LumenvaleKit/RecordingOptions.h"
+#include "LumenvaleMedia/PartLock.h"
 #include "LumenvaleMedia/RecordingFiles.h"
 #include "recorder/RecorderPhase.h"
 #include "recorder/RecorderTypes.h"
@@ -30,7 +31,8 @@ class RecordingPipeline;
 // now. One recording at a time runs through the phase machine of RecorderPhase
 // (idle → selecting → countdown → recording ⇄ paused → finishing → idle); each pause
 // ends a part file, and the finish hands the parts to RecordingFiles::save, which
-// joins them into one movie in the save folder.
+// joins them into one movie in the save folder. The parts stay locked (PartLock)
+// from their creation until that save has ended.
 //
 // Threads: created, used and observed on the GUI thread only. Capture and part
 // writing run on the media pipeline's threads; stopping the capture and saving run
@@ -180,6 +182,8 @@ class ScreenRecorder : public QObject {
     std::optional<std::filesystem::path> output_; // the part being written
     std::vector<std::filesystem::path> pending_;  // detached parts, maybe still being written
     std::vector<std::filesystem::path> segments_; // every part, in recording order
+    // The recording's locks on its parts, from the stopped pipeline to the save's end.
+    std::shared_ptr<std::vector<PartLock>> partLocks_;
     double accumulated_ = 0;
     QDateTime resumedAt_;
 

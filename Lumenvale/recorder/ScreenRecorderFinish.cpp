@@ -50,12 +50,19 @@ void ScreenRecorder::finish() {
     // Stopping flushes the encoders and closes the last part; it blocks, so it runs
     // on the worker. Its part reports are queued before the answer below, so they
     // reach outputDidFinish first.
+    // The parts stay locked until the save has removed them, so that recovery in
+    // another process never takes them meanwhile.
     std::shared_ptr<RecordingPipeline> stream(stream_.release());
     workers_.start([this, stream, finishSession] {
         nameWorkerThread();
         stream->stop();
+        auto locks = std::make_shared<std::vector<PartLock>>(stream->takePartLocks());
         QMetaObject::invokeMethod(
-            this, [this, finishSession] { afterStreamStopped(finishSession); },
+            this,
+            [this, finishSession, locks] {
+                partLocks_ = locks;
+                afterStreamStopped(finishSession);
+            },
             Qt::QueuedConnection);
     });
 }
@@ -87,7 +94,7 @@ void ScreenRecorder::save(std::int64_t finishSession) {
     const std::vector<std::filesystem::path> parts = std::move(segments_);
     segments_.clear();
     const LocalDateTime date = localDateTime(QDateTime::currentDateTime());
-    workers_.start([this, finishSession, parts, folder, date] {
+    workers_.start([this, finishSession, parts, folder, date, locks = std::move(partLocks_)] {
         nameWorkerThread();
         std::optional<Recording> recording;
         QString failure;
@@ -95,6 +102,9 @@ void ScreenRecorder::save(std::int64_t finishSession) {
             recording = RecordingFiles::save(parts, folder, date);
         } catch (const std::exception& error) {
             failure = QString::fromUtf8(error.what());
+        }
+        if (locks) {
+            locks->clear(); // the parts are gone, or kept for recovery after a failure
         }
         QMetaObject::invokeMethod(
             this,

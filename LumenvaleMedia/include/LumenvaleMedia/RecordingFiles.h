@@ -45,6 +45,10 @@ namespace RecordingFiles {
 // by someone else meanwhile. Only then are the parts that went in (and the empty
 // ones) removed; on any failure every part is kept and no partial movie remains.
 // A part that cannot be opened at all is never removed.
+//
+// The caller holds the parts' locks (PartLock: the recording's own, or those recovery
+// took) for the whole call, so that no recovery takes them meanwhile; save takes no
+// lock of its own, so it is never refused a part its caller holds.
 Recording save(const std::vector<std::filesystem::path>& parts, const std::filesystem::path& folder,
                const LocalDateTime& date);
 

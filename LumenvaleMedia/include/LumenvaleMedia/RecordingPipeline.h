@@ -4,6 +4,7 @@
 #include "LumenvaleKit/RecordingName.h"
 #include "LumenvaleKit/Uuid.h"
 #include "LumenvaleMedia/AudioSource.h"
+#include "LumenvaleMedia/PartLock.h"
 #include "LumenvaleMedia/VideoSource.h"
 
 #include <cstdint>
@@ -60,7 +61,8 @@ struct RecordingStats {
 class RecordingPipeline {
   public:
     // Called exactly once per part that start() or resume() returned, when its file
-    // is complete, on disk and closed (flock released): after pause(), in the
+    // is complete, on disk and closed (the writer's hold on its lock released; the
+    // recording's hold stays, see takePartLocks()): after pause(), in the
     // background, typically within a few hundred milliseconds; after stop(), before
     // stop() returns. A part whose writing failed is reported too (a failed part
     // counts as finished); its file holds what was written. Runs on the pipeline's
@@ -113,6 +115,16 @@ class RecordingPipeline {
     // partFinished calls have been made when it returns. Blocks for the encoders'
     // tail and up to half a second for late sound. Idempotent; a no-op before start().
     void stop();
+
+    // Hands over the recording's hold on the lock of every part made so far
+    // (docs/recording-format.md, "Part files"). The pipeline holds each part's lock
+    // from before its file exists until the pipeline is destroyed or hands the locks
+    // over, so recovery in any process leaves the parts of a live recording alone,
+    // also once their writing ended. Call after stop() and keep the locks until the
+    // movie is saved and the parts are removed (or the save failed): saving in the
+    // same process needs no lock of its own. Locks handed over are no longer the
+    // pipeline's.
+    std::vector<PartLock> takePartLocks();
 
     // The UUID shared by all parts of this recording (the `lumenvale_recording` tag).
     Uuid recordingID() const;

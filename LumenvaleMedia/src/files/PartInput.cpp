@@ -147,6 +147,40 @@ std::optional<std::int64_t> wholeBoxesEnd(int fd, std::int64_t fileBytes) {
 
 } // namespace
 
+bool holdsNoSamples(int fd) {
+    struct stat status {};
+    if (::fstat(fd, &status) != 0) {
+        return false;
+    }
+    const std::int64_t fileBytes = status.st_size;
+    std::int64_t position = 0;
+    while (position < fileBytes) {
+        std::uint8_t header[16] = {};
+        const ssize_t read = ::pread(fd, header, sizeof header, position);
+        if (read < 8) {
+            return position > 0 && read >= 0; // a box header cut short after the ftyp
+        }
+        const std::string_view type(reinterpret_cast<const char*>(header + 4), 4);
+        const bool headerBox =
+            type == "ftyp" || type == "moov" || type == "free" || type == "skip" || type == "wide";
+        if ((position == 0 && type != "ftyp") || !headerBox) {
+            return false;
+        }
+        std::uint64_t size = bigEndian(header, 4);
+        if (size == 1) {
+            size = read >= 16 ? bigEndian(header + 8, 8) : 0;
+        } else if (size == 0) {
+            size = static_cast<std::uint64_t>(fileBytes - position);
+        }
+        if (size < 8) {
+            return false;
+        }
+        position += static_cast<std::int64_t>(
+            std::min(size, static_cast<std::uint64_t>(fileBytes - position)));
+    }
+    return true;
+}
+
 PartInput::PartInput(std::filesystem::path path) : path_(std::move(path)) {
     fd_ = ::open(path_.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd_ < 0) {

@@ -100,4 +100,10 @@ class PartInput {
     bool fromList_ = false;
 };
 
+// Whether the file open at `fd` holds no recorded picture or sound at all: it is
+// empty, or an MPEG-4 header without samples (an "ftyp", then only "moov", "free",
+// "skip" or "wide" boxes, the last one maybe cut short), which is what a part writer
+// killed before its first fragment leaves. Reads the box headers only.
+bool holdsNoSamples(int fd);
+
 } // namespace lumenvale::files

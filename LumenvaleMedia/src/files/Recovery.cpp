@@ -1,7 +1,7 @@
 #include "LumenvaleMedia/Recovery.h"
 
+#include "LumenvaleMedia/PartLock.h"
 #include "files/PartInput.h"
-#include "files/PartLock.h"
 
 #include <algorithm>
 #include <charconv>
@@ -24,11 +24,25 @@ bool isPartName(const std::string& name) {
 // What a part file says about itself.
 struct PartFacts {
     std::filesystem::path path;
-    bool locked = false;
+    PartLock lock;       // held when the part's writer is gone
+    bool locked = false; // someone else holds it: its recording is alive
     std::optional<Uuid> recording;
     std::optional<std::int64_t> number;
     std::optional<LocalDateTime> started;
     LocalDateTime modified;
+    bool holdsSamples = true;
+};
+
+// What a scan found, with the locks of everything it may touch still held, so that
+// nobody else takes those files between the scan and their recovery or removal.
+struct HeldScan {
+    struct Found {
+        InterruptedRecording recording;
+        std::vector<PartLock> locks;
+    };
+    std::vector<Found> recordings; // oldest start first
+    std::vector<UnusablePart> unusable;
+    std::vector<PartFacts> leftovers;
 };
 
 std::optional<std::int64_t> parseNumber(const std::optional<std::string>& text) {
@@ -71,10 +85,28 @@ auto startKey(const LocalDateTime& when) {
     return std::tuple(when.year, when.month, when.day, when.hour, when.minute, when.second);
 }
 
-} // namespace
+// Reads one part file's header into `facts`. Returns why it is not a movie, if it
+// is not one.
+std::optional<std::string> readHeader(PartFacts& facts) {
+    try {
+        const files::PartInput part(facts.path); // reads the header only
+        const std::optional<std::string> id = part.tag("lumenvale_recording");
+        facts.recording = id ? Uuid::parse(*id) : std::nullopt;
+        facts.number = parseNumber(part.tag("lumenvale_part"));
+        facts.started = parseStarted(part.tag("lumenvale_started"));
+        facts.holdsSamples = part.listedSamples().value_or(1) > 0;
+        return std::nullopt;
+    } catch (const MediaError& error) {
+        // Looked into only when its writer is gone: one still writing may not have
+        // written anything yet.
+        facts.holdsSamples = facts.lock.state() != PartLock::State::held ||
+                             !files::holdsNoSamples(facts.lock.descriptor());
+        return error.what();
+    }
+}
 
-RecoveryScan find(const std::filesystem::path& partsFolder) {
-    RecoveryScan scan;
+HeldScan scan(const std::filesystem::path& partsFolder) {
+    HeldScan scan;
     std::error_code failure;
     std::vector<PartFacts> parts;
     for (const auto& entry : std::filesystem::directory_iterator(partsFolder, failure)) {
@@ -85,24 +117,28 @@ RecoveryScan find(const std::filesystem::path& partsFolder) {
         }
         PartFacts facts;
         facts.path = entry.path();
-        facts.locked =
-            files::PartLock(entry.path()).state() == files::PartLock::State::heldElsewhere;
-        try {
-            const files::PartInput part(entry.path()); // reads the header only
-            const std::optional<std::string> id = part.tag("lumenvale_recording");
-            facts.recording = id ? Uuid::parse(*id) : std::nullopt;
-            facts.number = parseNumber(part.tag("lumenvale_part"));
-            facts.started = parseStarted(part.tag("lumenvale_started"));
-        } catch (const MediaError& error) {
-            if (!facts.locked) { // a part being written may not be readable yet
-                scan.unusable.push_back(UnusablePart{entry.path(), error.what()});
+        facts.lock = PartLock(entry.path());
+        facts.locked = facts.lock.state() == PartLock::State::heldElsewhere;
+        if (facts.lock.state() == PartLock::State::unavailable &&
+            !std::filesystem::exists(facts.path, ignored)) {
+            continue; // removed meanwhile
+        }
+        const std::optional<std::string> notAMovie = readHeader(facts);
+        if (facts.locked) {
+            if (!notAMovie) { // its recording is alive: all of it is left alone
+                parts.push_back(std::move(facts));
             }
             continue;
         }
-        facts.modified = modificationTime(entry.path());
-        parts.push_back(std::move(facts));
+        if (!facts.holdsSamples && facts.lock.state() == PartLock::State::held) {
+            scan.leftovers.push_back(std::move(facts)); // nothing recorded, nothing to lose
+        } else if (notAMovie) {
+            scan.unusable.push_back(UnusablePart{facts.path, *notAMovie});
+        } else {
+            facts.modified = modificationTime(facts.path);
+            parts.push_back(std::move(facts));
+        }
     }
-
     // Recordings by their tag; parts without one stand alone. A recording with any
     // part still locked is running: none of its parts is touched.
     std::map<Uuid, std::vector<PartFacts>> byRecording;
@@ -111,7 +147,7 @@ RecoveryScan find(const std::filesystem::path& partsFolder) {
         if (part.recording) {
             byRecording[*part.recording].push_back(std::move(part));
         } else if (!part.locked) {
-            groups.push_back({std::move(part)});
+            groups.emplace_back().push_back(std::move(part));
         }
     }
     for (auto& [id, members] : byRecording) {
@@ -128,30 +164,47 @@ RecoveryScan find(const std::filesystem::path& partsFolder) {
                                     std::tuple(b.number.value_or(INT64_MAX), startKey(b.modified),
                                                b.path.filename());
                          });
-        InterruptedRecording recording;
+        HeldScan::Found found;
+        InterruptedRecording& recording = found.recording;
         recording.recordingID = members.front().recording;
-        for (const PartFacts& part : members) {
+        for (PartFacts& part : members) {
             recording.parts.push_back(part.path);
+            found.locks.push_back(std::move(part.lock));
         }
         // Named after the start its parts record, else after when its first part was written.
         const auto tagged = std::find_if(members.begin(), members.end(), [](const PartFacts& part) {
             return part.started.has_value();
         });
         recording.startedAt = tagged != members.end() ? *tagged->started : members.front().modified;
-        scan.recordings.push_back(std::move(recording));
+        scan.recordings.push_back(std::move(found));
     }
     std::stable_sort(scan.recordings.begin(), scan.recordings.end(),
-                     [](const InterruptedRecording& a, const InterruptedRecording& b) {
-                         return startKey(a.startedAt) < startKey(b.startedAt);
+                     [](const HeldScan::Found& a, const HeldScan::Found& b) {
+                         return startKey(a.recording.startedAt) < startKey(b.recording.startedAt);
                      });
     return scan;
 }
 
+} // namespace
+
+RecoveryScan find(const std::filesystem::path& partsFolder) {
+    HeldScan held = scan(partsFolder);
+    RecoveryScan found;
+    for (HeldScan::Found& recording : held.recordings) {
+        found.recordings.push_back(std::move(recording.recording));
+    }
+    found.unusable = std::move(held.unusable);
+    for (const PartFacts& leftover : held.leftovers) {
+        found.leftovers.push_back(leftover.path);
+    }
+    return found;
+}
+
 Recording recover(const InterruptedRecording& recording, const std::filesystem::path& saveFolder) {
-    std::vector<files::PartLock> locks;
+    std::vector<PartLock> locks;
     for (const std::filesystem::path& part : recording.parts) {
         locks.emplace_back(part);
-        if (locks.back().state() == files::PartLock::State::heldElsewhere) {
+        if (locks.back().state() == PartLock::State::heldElsewhere) {
             throw MediaError("The part file “" + part.filename().string() +
                              "” is in use by another program, so it was not recovered.");
         }
@@ -169,8 +222,8 @@ int removeUnfinishedMovies(const std::filesystem::path& saveFolder) {
             !entry.is_regular_file(ignored)) {
             continue;
         }
-        const files::PartLock lock(entry.path());
-        if (lock.state() == files::PartLock::State::held &&
+        const PartLock lock(entry.path());
+        if (lock.state() == PartLock::State::held &&
             std::filesystem::remove(entry.path(), ignored)) {
             ++removed;
         }
@@ -181,12 +234,18 @@ int removeUnfinishedMovies(const std::filesystem::path& saveFolder) {
 RecoveryResult recoverAll(const std::filesystem::path& partsFolder,
                           const std::filesystem::path& saveFolder) {
     removeUnfinishedMovies(saveFolder);
-    RecoveryScan scan = find(partsFolder);
+    HeldScan held = scan(partsFolder);
     RecoveryResult result;
-    result.unusable = std::move(scan.unusable);
-    for (const InterruptedRecording& recording : scan.recordings) {
+    result.unusable = std::move(held.unusable);
+    for (const PartFacts& leftover : held.leftovers) {
+        std::error_code ignored;
+        std::filesystem::remove(leftover.path, ignored); // still locked: nobody else's
+    }
+    for (const HeldScan::Found& found : held.recordings) {
         try {
-            result.recovered.push_back(recover(recording, saveFolder));
+            // The scan's locks keep the parts ours until they are saved and removed.
+            result.recovered.push_back(
+                RecordingFiles::save(found.recording.parts, saveFolder, found.recording.startedAt));
         } catch (const MediaError& error) {
             result.failures.emplace_back(error.what());
         }

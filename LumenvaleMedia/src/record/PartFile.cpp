@@ -8,8 +8,6 @@ extern "C" {
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -46,17 +44,9 @@ PartFile::PartFile(std::filesystem::path path, const AVCodecContext& video,
                    const std::vector<AudioTrackSpec>& audio, const PartTags& tags)
     : path_(std::move(path)), audioTracks_(static_cast<int>(audio.size())),
       audioSeen_(audio.size(), false) {
-    const std::string name = path_.filename().string();
-    const std::string cannotCreate = "Couldn’t create the recording file “" + name + "” in “" +
-                                     path_.parent_path().string() + "”: ";
-    fd_ = ::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-    if (fd_ < 0) {
-        throw MediaError(cannotCreate + ff::errorText(AVERROR(errno)) + ".");
-    }
+    lock_ = PartLock::create(path_);
+    fd_ = lock_.descriptor();
     try {
-        if (::flock(fd_, LOCK_EX | LOCK_NB) != 0) {
-            throw MediaError(cannotCreate + ff::errorText(AVERROR(errno)) + ".");
-        }
         auto* buffer = static_cast<std::uint8_t*>(av_malloc(ioBufferBytes));
         if (buffer == nullptr) {
             throw MediaError("Not enough memory to write the recording.");
@@ -117,9 +107,9 @@ PartFile::PartFile(std::filesystem::path path, const AVCodecContext& video,
     } catch (...) {
         format_.reset();
         io_.reset();
-        ::close(fd_);
+        ff::removePartial(path_); // while still locked: nobody sees it unlocked
+        lock_ = PartLock();
         fd_ = -1;
-        ff::removePartial(path_);
         throw;
     }
 }
@@ -261,7 +251,7 @@ void PartFile::close() {
         avio_flush(format_->pb);
     }
     ::fdatasync(fd_);
-    ::close(fd_); // also releases the flock
+    lock_ = PartLock(); // closes the file; the lock lasts while a shared hold remains
     fd_ = -1;
     format_.reset();
     io_.reset();

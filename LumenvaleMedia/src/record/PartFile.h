@@ -2,6 +2,7 @@
 
 #include "LumenvaleKit/RecordingName.h"
 #include "LumenvaleKit/Uuid.h"
+#include "LumenvaleMedia/PartLock.h"
 #include "ffmpeg/Handles.h"
 
 #include <condition_variable>
@@ -31,19 +32,20 @@ struct AudioTrackSpec {
 // The name of a part file: "Lumenvale-" + upper-case UUID + ".mp4".
 std::string partFileName(const Uuid& id);
 
-// The writing of one part file (docs/recording-format.md): created exclusively
-// (never over an existing file, mode 0600), held with an exclusive flock until
-// close(), fragmented MPEG-4 with the moov written with the first fragment, a
-// fragment cut every second of video, and each fragment flushed to the file and
-// fdatasync'ed by the part's own sync thread, so the writer never waits for the disk.
+// The writing of one part file (docs/recording-format.md): created already locked
+// (PartLock::create: never over an existing file, mode 0600), its lock held until
+// close() and as long as a hold from shareLock() remains; fragmented MPEG-4 with the
+// moov written with the first fragment, a fragment cut every second of video, and
+// each fragment flushed to the file and fdatasync'ed by the part's own sync thread,
+// so the writer never waits for the disk.
 //
 // Writing never throws: the first failure is kept (failure()), later writes are
 // ignored, and the file keeps what was written. Threads: construction and the
 // write calls from one thread at a time (the writer); close() from any one thread.
 class PartFile {
   public:
-    // Creates the file and writes its header. Throws MediaError (and leaves no file)
-    // when it cannot be created.
+    // Creates the file, locked, and writes its header. Throws MediaError (and leaves
+    // no file) when it cannot be created.
     PartFile(std::filesystem::path path, const AVCodecContext& video,
              const std::vector<AudioTrackSpec>& audio, const PartTags& tags);
     // Closes as close() does if that has not happened.
@@ -52,6 +54,9 @@ class PartFile {
     PartFile& operator=(const PartFile&) = delete;
 
     const std::filesystem::path& path() const { return path_; }
+    // Another hold on the part's lock, which keeps it locked after close(): the
+    // recording's, until its movie is saved. Take it before close().
+    PartLock shareLock() const { return lock_.share(); }
     int audioTracks() const { return audioTracks_; }
 
     // A packet of the video encoder (time base 1/fps, pts from 0). Cuts a fragment
@@ -62,8 +67,8 @@ class PartFile {
     void writeAudio(int track, AVPacket& packet);
     // Writes the last fragment and the file's index.
     void writeTrailer();
-    // Waits until everything written is on disk, releases the lock and closes the
-    // file. Idempotent. Never throws.
+    // Waits until everything written is on disk and closes the file, releasing this
+    // object's hold on the lock. Idempotent. Never throws.
     void close();
 
     // Marks the part as failed with a user-readable reason (the first one is kept).
@@ -87,7 +92,8 @@ class PartFile {
     void syncLoop();
 
     std::filesystem::path path_;
-    int fd_ = -1;
+    PartLock lock_;
+    int fd_ = -1; // lock_'s descriptor, written through
     int audioTracks_ = 0;
     std::unique_ptr<AVIOContext, IoDeleter> io_;
     std::unique_ptr<AVFormatContext, FormatDeleter> format_;

@@ -8,6 +8,7 @@
 #include <atomic>
 #include <libyuv/planar_functions.h>
 #include <mutex>
+#include <utility>
 
 namespace lumenvale {
 
@@ -38,6 +39,7 @@ class RecordingPipeline::Engine {
     std::filesystem::path pause();
     std::filesystem::path resume();
     void stop();
+    std::vector<PartLock> takePartLocks() { return std::exchange(partLocks_, {}); }
 
     Uuid id() const { return id_; }
     RecordingStats stats() const;
@@ -64,6 +66,7 @@ class RecordingPipeline::Engine {
     State state_ = State::idle; // controlling thread
     int partsMade_ = 0;
     std::filesystem::path currentPath_;
+    std::vector<PartLock> partLocks_; // one per part made, until handed over
     std::unique_ptr<AudioFeed> audio_;
     std::unique_ptr<PartWriter> writer_;
     std::unique_ptr<FrameConverter> converter_; // capture thread
@@ -94,6 +97,7 @@ PartSetup RecordingPipeline::Engine::makePart() {
     tags.audioOffset = (setup.framesBefore * audioRate + fps_ / 2) / fps_;
     const std::filesystem::path path = partsFolder_ / partFileName(Uuid::random());
     setup.file = std::make_unique<PartFile>(path, *setup.encoder, audio_->trackSpecs(), tags);
+    partLocks_.push_back(setup.file->shareLock());
     ++partsMade_;
     return setup;
 }
@@ -157,6 +161,7 @@ std::filesystem::path RecordingPipeline::Engine::start() {
         stopAudioSources();
         writer_.reset(); // its threads never ran: the queued part is closed unreported
         ff::removePartial(path);
+        partLocks_.pop_back(); // after the removal: the file was never seen unlocked
         --partsMade_;
         throw;
     }
@@ -280,6 +285,9 @@ std::filesystem::path RecordingPipeline::resume() {
 }
 void RecordingPipeline::stop() {
     engine_->stop();
+}
+std::vector<PartLock> RecordingPipeline::takePartLocks() {
+    return engine_->takePartLocks();
 }
 Uuid RecordingPipeline::recordingID() const {
     return engine_->id();

@@ -3,6 +3,7 @@
 // decoding it. Movies go to the APP_STORE folder that main.cpp sets up; parts to
 // the run's own temporary folder.
 
+#include "LumenvaleMedia/Recovery.h"
 #include "Probe.h"
 #include "recorder/PathText.h"
 #include "recorder/RecorderUi.h"
@@ -206,6 +207,36 @@ TEST_F(ScreenRecorderTest, PausingAndResumingTwiceJoinsThreePartsIntoOneMovie) {
     EXPECT_EQ(phases,
               (std::vector<Phase>{Phase::recording, Phase::paused, Phase::recording, Phase::paused,
                                   Phase::recording, Phase::finishing, Phase::idle}));
+}
+
+// Recovery running meanwhile, as a second Lumenvale starting up does, takes nothing of
+// a live recording: not the part a resume finished while the new part has no fragment
+// yet, and not the parts the finish is saving.
+TEST_F(ScreenRecorderTest, RecoveryMeanwhileTakesNothingOfARecordingOrItsSave) {
+    const std::filesystem::path parts = toPath(QDir::tempPath());
+    std::size_t found = 0;
+    const auto recoverWhile = [&](const std::function<bool()>& done, int milliseconds) {
+        return QTest::qWaitFor(
+            [&] {
+                found += Recovery::find(parts).recordings.size();
+                return done();
+            },
+            milliseconds);
+    };
+    ASSERT_NO_FATAL_FAILURE(startScreen());
+    QTest::qWait(1200);
+    recorder.pause();
+    QTest::qWait(300);
+    recorder.resume();
+    recoverWhile([] { return false; }, 900);
+    recorder.stop();
+    ASSERT_TRUE(recoverWhile([&] { return !finishes.empty(); }, 60000));
+
+    EXPECT_EQ(found, 0u) << "recovery found parts of the live recording";
+    ASSERT_EQ(finishes.size(), 1u);
+    ASSERT_TRUE(finishes.front().has_value()) << ui.notices.join(QLatin1Char('\n')).toStdString();
+    EXPECT_EQ(finishes.front()->partDurations.size(), 2u);
+    EXPECT_TRUE(partFiles().empty());
 }
 
 TEST_F(ScreenRecorderTest, ASecondStopWhileFinishingIsIgnored) {

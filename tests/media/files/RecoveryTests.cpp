@@ -5,6 +5,7 @@
 #include "PartMaker.h"
 #include "Probe.h"
 
+#include <algorithm>
 #include <ctime>
 #include <fcntl.h>
 #include <fstream>
@@ -121,6 +122,44 @@ TEST_F(RecoveryTest, ARecordingWithALockedPartIsLeftAlone) {
     ::close(writer);
     EXPECT_EQ(Recovery::find(parts_.path()).recordings.size(), 1u)
         << "found once its writer is gone";
+}
+
+// A part killed before its first fragment (empty, or an MPEG-4 header without samples)
+// or stopped before its first frame holds nothing: recovery removes it without a word,
+// unless its writer still holds it.
+TEST_F(RecoveryTest, PartsThatHoldNothingAreRemovedQuietlyUnlessTheirWriterLives) {
+    const auto part = testing::splitIntoParts(parts_ / "recording.mp4", parts_.path(), {}).front();
+    std::filesystem::remove(parts_ / "recording.mp4");
+    const std::vector<testing::Box> boxes = testing::topLevelBoxes(part);
+    ASSERT_GE(boxes.size(), 3u);
+    ASSERT_EQ(boxes[1].type, "moov");
+    ASSERT_EQ(boxes[2].type, "moof");
+    const std::string bytes = contents(part);
+    std::filesystem::remove(part);
+    const auto leftover = [&](char last, std::uint64_t length) {
+        const auto path =
+            parts_ / (std::string("Lumenvale-00000000-0000-4000-8000-00000000000") + last + ".mp4");
+        std::ofstream(path, std::ios::binary) << bytes.substr(0, length);
+        return path;
+    };
+    std::vector<std::filesystem::path> nothing{leftover('1', 0), leftover('2', boxes[1].offset),
+                                               leftover('3', boxes[2].offset)};
+    const auto writing = leftover('4', 0);
+    const int writer = ::open(writing.c_str(), O_RDONLY);
+    ASSERT_EQ(::flock(writer, LOCK_EX | LOCK_NB), 0);
+
+    std::vector<std::filesystem::path> found = Recovery::find(parts_.path()).leftovers;
+    std::sort(found.begin(), found.end());
+    EXPECT_EQ(found, nothing);
+    const RecoveryResult result = Recovery::recoverAll(parts_.path(), movies_.path());
+    EXPECT_TRUE(result.recovered.empty());
+    EXPECT_EQ(result.failures, std::vector<std::string>{});
+    EXPECT_TRUE(result.unusable.empty());
+    for (const auto& file : nothing) {
+        EXPECT_FALSE(std::filesystem::exists(file)) << file;
+    }
+    EXPECT_TRUE(std::filesystem::exists(writing));
+    ::close(writer);
 }
 
 TEST_F(RecoveryTest, TemporaryMoviesOfCrashedSavesAreRemovedButNotThoseBeingWritten) {

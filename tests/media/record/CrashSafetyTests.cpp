@@ -96,7 +96,9 @@ TEST(CrashSafety, AKilledRecordingLeavesAllButAboutASecond) {
     const auto deadline = std::chrono::steady_clock::now() + 10s;
     while (part.empty() && std::chrono::steady_clock::now() < deadline) {
         for (const auto& entry : std::filesystem::directory_iterator(folder.path())) {
-            part = entry.path();
+            if (entry.path().filename().string().starts_with("Lumenvale-")) {
+                part = entry.path(); // not the hidden name it is made under
+            }
         }
         std::this_thread::sleep_for(10ms);
     }
