@@ -4,12 +4,12 @@
 #include "LumenvaleKit/RecError.h"
 #include "LumenvaleMedia/MediaError.h"
 #include "LumenvaleMedia/RecordingPipeline.h"
-#include "recorder/AppIdentity.h"
-#include "recorder/FinishSound.h"
-#include "recorder/Permissions.h"
+#include "base/AppIdentity.h"
+#include "base/Store.h"
+#include "desktop/FinishSound.h"
+#include "desktop/Permissions.h"
+#include "desktop/Screens.h"
 #include "recorder/RecorderUi.h"
-#include "recorder/Screens.h"
-#include "recorder/Store.h"
 
 #include <QStringList>
 #include <QTimer>

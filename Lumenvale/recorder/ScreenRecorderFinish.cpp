@@ -3,11 +3,11 @@
 
 #include "LumenvaleKit/Checked.h"
 #include "LumenvaleMedia/RecordingPipeline.h"
-#include "recorder/AppIdentity.h"
-#include "recorder/LocalTime.h"
-#include "recorder/PathText.h"
+#include "base/AppIdentity.h"
+#include "base/LocalTime.h"
+#include "base/PathText.h"
+#include "base/SaveFolder.h"
 #include "recorder/RecorderUi.h"
-#include "recorder/SaveFolder.h"
 #include "recorder/ScreenRecorder.h"
 
 #include <QThread>

@@ -7,11 +7,11 @@
 #include "LumenvaleMedia/CaptureX11.h"
 #include "LumenvaleMedia/MediaError.h"
 #include "LumenvaleMedia/RecordingPipeline.h"
-#include "recorder/LocalTime.h"
-#include "recorder/PathText.h"
+#include "base/LocalTime.h"
+#include "base/PathText.h"
+#include "desktop/Screens.h"
 #include "recorder/RecorderUi.h"
 #include "recorder/ScreenRecorder.h"
-#include "recorder/Screens.h"
 
 #include <QDir>
 #include <algorithm>

@@ -1,10 +1,10 @@
 #include "shell/App.h"
 
 #include "LumenvaleMedia/LibraryLogging.h"
-#include "editor/ExportCommand.h"
-#include "recorder/AppIdentity.h"
-#include "shell/RecordCommand.h"
-#include "shell/TrayApp.h"
+#include "base/AppIdentity.h"
+#include "cli/ExportCommand.h"
+#include "cli/RecordCommand.h"
+#include "gui/tray/TrayApp.h"
 
 #include <QCoreApplication>
 #include <QDir>

@@ -2,8 +2,8 @@
 // never are.
 
 #include "LumenvaleKit/RecordingOptions.h"
+#include "base/Store.h"
 #include "recorder/ScreenRecorder.h"
-#include "recorder/Store.h"
 
 #include <QSignalSpy>
 #include <gtest/gtest.h>

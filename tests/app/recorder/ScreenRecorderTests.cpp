@@ -4,10 +4,10 @@
 // the run's own temporary folder.
 
 #include "Probe.h"
-#include "recorder/PathText.h"
+#include "base/PathText.h"
+#include "base/Store.h"
 #include "recorder/RecorderUi.h"
 #include "recorder/ScreenRecorder.h"
-#include "recorder/Store.h"
 
 #include <QDir>
 #include <QElapsedTimer>

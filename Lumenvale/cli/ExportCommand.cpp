@@ -1,4 +1,4 @@
-#include "editor/ExportCommand.h"
+#include "cli/ExportCommand.h"
 
 #include "LumenvaleKit/Codec.h"
 #include "LumenvaleKit/EditDecision.h"

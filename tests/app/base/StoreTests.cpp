@@ -2,8 +2,8 @@
 // load, and that what is saved comes back equal.
 
 #include "LumenvaleKit/RecordingOptions.h"
-#include "recorder/PathText.h"
-#include "recorder/Store.h"
+#include "base/PathText.h"
+#include "base/Store.h"
 
 #include <QFile>
 #include <QSettings>

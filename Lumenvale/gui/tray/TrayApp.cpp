@@ -1,8 +1,8 @@
-#include "shell/TrayApp.h"
+#include "gui/tray/TrayApp.h"
 
-#include "recorder/AppIdentity.h"
-#include "recorder/Permissions.h"
-#include "recorder/SaveFolder.h"
+#include "base/AppIdentity.h"
+#include "base/SaveFolder.h"
+#include "desktop/Permissions.h"
 #include "recorder/ScreenRecorder.h"
 #include "recorder/StartupRecovery.h"
 

@@ -1,6 +1,6 @@
-#include "shell/RecordArguments.h"
+#include "cli/RecordArguments.h"
 
-#include "recorder/PathText.h"
+#include "base/PathText.h"
 
 #include <QDir>
 #include <cmath>

@@ -1,13 +1,13 @@
-#include "shell/RecordCommand.h"
+#include "cli/RecordCommand.h"
 
-#include "recorder/PathText.h"
-#include "recorder/SaveFolder.h"
+#include "base/PathText.h"
+#include "base/SaveFolder.h"
+#include "cli/RecordArguments.h"
+#include "cli/SignalPipe.h"
+#include "cli/TerminalUi.h"
+#include "desktop/Screens.h"
 #include "recorder/ScreenRecorder.h"
-#include "recorder/Screens.h"
 #include "recorder/StartupRecovery.h"
-#include "shell/RecordArguments.h"
-#include "shell/SignalPipe.h"
-#include "shell/TerminalUi.h"
 
 #include <QCoreApplication>
 #include <QTimer>

@@ -1,4 +1,4 @@
-#include "shell/TerminalUi.h"
+#include "cli/TerminalUi.h"
 
 #include "recorder/ScreenRecorder.h"
 

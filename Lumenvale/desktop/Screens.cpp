@@ -1,4 +1,4 @@
-#include "recorder/Screens.h"
+#include "desktop/Screens.h"
 
 #include "LumenvaleKit/ScreenGeometry.h"
 #include "LumenvaleMedia/DisplaysX11.h"
