@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Fails when an application area includes a header from a higher floor, when an area
-# has no floor, or when a floor below the views (base, desktop, recorder, editor)
-# includes Qt Quick or QML: views adapt the models, never the other way round.
+# has no floor, when a floor below the views (base, desktop, recorder, editor)
+# includes Qt Quick or QML (views adapt the models, never the other way round), or
+# when a file other than desktop/Desktop.cpp names a platform backend (…X11.h).
 set -euo pipefail
 app=${1:?usage: check_app_floors.sh LUMENVALE_DIR}
 
@@ -33,9 +34,15 @@ for dir in "$app"/*/; do
   fi
 done
 
+while IFS= read -r hit; do
+  problems+=("$hit: only desktop/Desktop.cpp chooses the platform's backends")
+done < <(grep -rnE '^[[:space:]]*#[[:space:]]*include[[:space:]]*[<"][^>"]*(X11|Portal|PipeWire)\.h' \
+           "$app" --include='*.h' --include='*.cpp' | grep -v "^$app/desktop/Desktop\.cpp:" || true)
+
 if ((${#problems[@]} > 0)); then
   echo "The application's floors are crossed:" >&2
   printf '  %s\n' "${problems[@]}" >&2
   exit 1
 fi
-echo "Every application area includes only its own floor and the floors below."
+echo "Every application area includes only its own floor and the floors below, and only"
+echo "desktop/Desktop.cpp names a platform backend."

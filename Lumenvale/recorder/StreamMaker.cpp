@@ -4,11 +4,11 @@
 #include "LumenvaleKit/OutputSize.h"
 #include "LumenvaleKit/RecError.h"
 #include "LumenvaleMedia/AudioDevices.h"
-#include "LumenvaleMedia/CaptureX11.h"
 #include "LumenvaleMedia/MediaError.h"
 #include "LumenvaleMedia/RecordingPipeline.h"
 #include "base/LocalTime.h"
 #include "base/PathText.h"
+#include "desktop/Desktop.h"
 #include "desktop/Screens.h"
 #include "recorder/RecorderUi.h"
 #include "recorder/ScreenRecorder.h"
@@ -75,7 +75,7 @@ ScreenRecorder::Started ScreenRecorder::makeStream(const Screen& screen,
     request.showsClicks = options.showsClicks;
 
     RecordingSources sources;
-    sources.video = std::make_unique<CaptureX11>(std::move(request));
+    sources.video = Desktop::makeCapture(std::move(request));
     if (options.systemAudio) {
         sources.systemAudio = AudioDevices::open(AudioKind::system);
     }
