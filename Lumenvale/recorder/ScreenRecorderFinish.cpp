@@ -40,9 +40,7 @@ void ScreenRecorder::finish() {
         segments_.push_back(*output_);
         output_.reset();
     }
-    if (ui_) {
-        ui_->hidePanels();
-    }
+    ui_->hidePanels();
     if (!stream_) {
         afterStreamStopped(finishSession);
         return;
@@ -110,9 +108,7 @@ void ScreenRecorder::save(std::int64_t finishSession) {
 void ScreenRecorder::endFinish(std::optional<Recording> recording, const QString& failure) {
     if (recording) {
         setLast(*recording);
-        if (ui_) {
-            ui_->showCard(*recording);
-        }
+        ui_->showCard(*recording);
         if (finishSound_) {
             finishSound_();
         }

@@ -53,7 +53,7 @@ ScreenRecorder::Started ScreenRecorder::makeStream(const Screen& screen,
     } else {
         // Lumenvale's own panels never appear in a display recording; the camera
         // bubble does.
-        const std::optional<std::uint32_t> bubble = ui_ ? ui_->visibleBubbleWindow() : std::nullopt;
+        const std::optional<std::uint32_t> bubble = ui_->visibleBubbleWindow();
         keptWindows_ = bubble ? std::vector<std::uint32_t>{*bubble} : std::vector<std::uint32_t>{};
         excludesSelf_ = true;
         request.ownWindows = OwnWindows::hidden;
