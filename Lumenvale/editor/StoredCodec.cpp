@@ -1,6 +1,6 @@
 #include "editor/StoredCodec.h"
 
-#include "recorder/Store.h"
+#include "base/Store.h"
 
 namespace lumenvale {
 

@@ -4,12 +4,12 @@
 #include "LumenvaleKit/RecError.h"
 #include "LumenvaleMedia/MediaError.h"
 #include "LumenvaleMedia/RecordingPipeline.h"
-#include "recorder/AppIdentity.h"
-#include "recorder/FinishSound.h"
-#include "recorder/Permissions.h"
+#include "base/AppIdentity.h"
+#include "base/Store.h"
+#include "desktop/FinishSound.h"
+#include "desktop/Permissions.h"
+#include "desktop/Screens.h"
 #include "recorder/RecorderUi.h"
-#include "recorder/Screens.h"
-#include "recorder/Store.h"
 
 #include <QStringList>
 #include <QTimer>
@@ -80,7 +80,7 @@ ScreenRecorder& ScreenRecorder::shared() {
 }
 
 void ScreenRecorder::setUi(RecorderUi* ui) {
-    ui_ = ui;
+    ui_ = ui ? ui : &nullUi_;
 }
 
 void ScreenRecorder::setOptions(const RecordingOptions& options) {
@@ -143,9 +143,7 @@ void ScreenRecorder::setLast(Recording recording) {
 }
 
 void ScreenRecorder::notice(const QString& text) {
-    if (ui_) {
-        ui_->showNotice(text);
-    }
+    ui_->showNotice(text);
     emit noticeShown(text);
 }
 
@@ -184,21 +182,15 @@ void ScreenRecorder::start(RecordKind kind, std::optional<Selection> selection,
 
     if (!Permissions::shared().requestScreen()) {
         enter(RecorderPhase::Event::startAbandoned);
-        if (ui_) {
-            ui_->screenPermissionRefused();
-        }
+        ui_->screenPermissionRefused();
         launch->answer(false);
         return;
     }
 
     if (kind != RecordKind::screen && !selection) {
         enter(RecorderPhase::Event::selectionOpened);
-        if (ui_) {
-            ui_->openSelection(kind == RecordKind::area ? RecorderUi::SelectionMode::area
-                                                        : RecorderUi::SelectionMode::window);
-        } else {
-            selectionCancelled();
-        }
+        ui_->openSelection(kind == RecordKind::area ? RecorderUi::SelectionMode::area
+                                                    : RecorderUi::SelectionMode::window);
         launch->answer(false);
         return;
     }
@@ -238,7 +230,7 @@ void ScreenRecorder::start(RecordKind kind, std::optional<Selection> selection,
         notice(warnings.join(QLatin1Char(' ')) + QStringLiteral(" Allow it in Settings."));
     }
 
-    if (camera && ui_) {
+    if (camera) {
         ui_->showBubble(launch->rect, [this, launch] {
             if (!isCurrent(*launch)) {
                 launch->answer(false);
@@ -252,21 +244,15 @@ void ScreenRecorder::start(RecordKind kind, std::optional<Selection> selection,
 }
 
 void ScreenRecorder::continueStart(std::shared_ptr<Launch> launch) {
-    if (ui_) {
-        if (launch->area) {
-            ui_->showOutline(*launch->area);
-        }
-        ui_->prepareControl(launch->screen);
+    if (launch->area) {
+        ui_->showOutline(*launch->area);
     }
+    ui_->prepareControl(launch->screen);
     if (!launch->options.countdown) {
         afterCountdown(std::move(launch));
         return;
     }
     enter(RecorderPhase::Event::countdownBegan);
-    if (!ui_) {
-        afterCountdown(std::move(launch));
-        return;
-    }
     ui_->runCountdown(launch->screen, [this, launch](bool completed) {
         if (!isCurrent(*launch) || phase_ != Phase::countdown) {
             // stop() already ended this start and hid the panels.
@@ -288,9 +274,7 @@ void ScreenRecorder::afterCountdown(std::shared_ptr<Launch> launch) {
         started = makeStream(launch->screen, launch->area, launch->windowID, launch->mic,
                              launch->options);
     } catch (const std::exception& error) {
-        if (ui_) {
-            ui_->hidePanels();
-        }
+        ui_->hidePanels();
         abandonStart(launch);
         notice(QStringLiteral("Couldn’t start recording. ") + QString::fromUtf8(error.what()));
         return;
@@ -302,9 +286,7 @@ void ScreenRecorder::afterCountdown(std::shared_ptr<Launch> launch) {
     pending_.clear();
     finished_.clear();
     setAccumulated(0, QDateTime::currentDateTimeUtc());
-    if (ui_) {
-        ui_->showControl();
-    }
+    ui_->showControl();
     enter(RecorderPhase::Event::streamStarted);
     launch->answer(true);
 }
@@ -358,16 +340,12 @@ void ScreenRecorder::stop() {
     case Phase::selecting:
         session_ = checkedIncrement(session_, "recording session");
         enter(RecorderPhase::Event::startAbandoned);
-        if (ui_) {
-            ui_->closeSelection();
-        }
+        ui_->closeSelection();
         return;
     case Phase::countdown:
         session_ = checkedIncrement(session_, "recording session");
-        if (ui_) {
-            ui_->cancelCountdown();
-            ui_->hidePanels();
-        }
+        ui_->cancelCountdown();
+        ui_->hidePanels();
         enter(RecorderPhase::Event::startAbandoned);
         return;
     case Phase::recording:

@@ -7,6 +7,7 @@
 #include "LumenvaleMedia/RecordingFiles.h"
 #include "recorder/RecorderPhase.h"
 #include "recorder/RecorderTypes.h"
+#include "recorder/RecorderUiNull.h"
 
 #include <QDateTime>
 #include <QObject>
@@ -60,7 +61,8 @@ class ScreenRecorder : public QObject {
     static ScreenRecorder& shared();
 
     // What is shown around a recording. Not owned; must outlive its use here.
-    // Without one, nothing is shown and a countdown completes at once.
+    // Without one (nullptr), the recorder's own RecorderUiNull: nothing is shown, a
+    // selection is cancelled and a countdown completes at once.
     void setUi(RecorderUi* ui);
 
     Phase phase() const { return phase_; }
@@ -165,7 +167,8 @@ class ScreenRecorder : public QObject {
     void endFinish(std::optional<Recording> recording, const QString& failure);
     std::filesystem::path saveFolder() const;
 
-    RecorderUi* ui_ = nullptr;
+    RecorderUiNull nullUi_{*this};
+    RecorderUi* ui_ = &nullUi_; // never null
     Phase phase_ = Phase::idle;
     RecordingOptions options_;
     std::optional<RecordingOptions> runOptions_;

@@ -3,11 +3,11 @@
 
 #include "LumenvaleKit/Checked.h"
 #include "LumenvaleMedia/RecordingPipeline.h"
-#include "recorder/AppIdentity.h"
-#include "recorder/LocalTime.h"
-#include "recorder/PathText.h"
+#include "base/AppIdentity.h"
+#include "base/LocalTime.h"
+#include "base/PathText.h"
+#include "base/SaveFolder.h"
 #include "recorder/RecorderUi.h"
-#include "recorder/SaveFolder.h"
 #include "recorder/ScreenRecorder.h"
 
 #include <QThread>
@@ -40,9 +40,7 @@ void ScreenRecorder::finish() {
         segments_.push_back(*output_);
         output_.reset();
     }
-    if (ui_) {
-        ui_->hidePanels();
-    }
+    ui_->hidePanels();
     if (!stream_) {
         afterStreamStopped(finishSession);
         return;
@@ -120,9 +118,7 @@ void ScreenRecorder::save(std::int64_t finishSession) {
 void ScreenRecorder::endFinish(std::optional<Recording> recording, const QString& failure) {
     if (recording) {
         setLast(*recording);
-        if (ui_) {
-            ui_->showCard(*recording);
-        }
+        ui_->showCard(*recording);
         if (finishSound_) {
             finishSound_();
         }

@@ -1,8 +1,8 @@
 #include "recorder/StartupRecovery.h"
 
 #include "LumenvaleMedia/Recovery.h"
-#include "recorder/AppIdentity.h"
-#include "recorder/PathText.h"
+#include "base/AppIdentity.h"
+#include "base/PathText.h"
 
 #include <QDir>
 #include <QThread>

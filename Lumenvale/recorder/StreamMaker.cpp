@@ -4,14 +4,14 @@
 #include "LumenvaleKit/OutputSize.h"
 #include "LumenvaleKit/RecError.h"
 #include "LumenvaleMedia/AudioDevices.h"
-#include "LumenvaleMedia/CaptureX11.h"
 #include "LumenvaleMedia/MediaError.h"
 #include "LumenvaleMedia/RecordingPipeline.h"
-#include "recorder/LocalTime.h"
-#include "recorder/PathText.h"
+#include "base/LocalTime.h"
+#include "base/PathText.h"
+#include "desktop/Desktop.h"
+#include "desktop/Screens.h"
 #include "recorder/RecorderUi.h"
 #include "recorder/ScreenRecorder.h"
-#include "recorder/Screens.h"
 
 #include <QDir>
 #include <algorithm>
@@ -53,7 +53,7 @@ ScreenRecorder::Started ScreenRecorder::makeStream(const Screen& screen,
     } else {
         // Lumenvale's own panels never appear in a display recording; the camera
         // bubble does.
-        const std::optional<std::uint32_t> bubble = ui_ ? ui_->visibleBubbleWindow() : std::nullopt;
+        const std::optional<std::uint32_t> bubble = ui_->visibleBubbleWindow();
         keptWindows_ = bubble ? std::vector<std::uint32_t>{*bubble} : std::vector<std::uint32_t>{};
         excludesSelf_ = true;
         request.ownWindows = OwnWindows::hidden;
@@ -75,7 +75,7 @@ ScreenRecorder::Started ScreenRecorder::makeStream(const Screen& screen,
     request.showsClicks = options.showsClicks;
 
     RecordingSources sources;
-    sources.video = std::make_unique<CaptureX11>(std::move(request));
+    sources.video = Desktop::makeCapture(std::move(request));
     if (options.systemAudio) {
         sources.systemAudio = AudioDevices::open(AudioKind::system);
     }

@@ -1,10 +1,12 @@
 #include "shell/App.h"
 
 #include "LumenvaleMedia/LibraryLogging.h"
-#include "editor/ExportCommand.h"
-#include "recorder/AppIdentity.h"
-#include "shell/RecordCommand.h"
-#include "shell/TrayApp.h"
+#include "base/AppIdentity.h"
+#include "cli/CommandOutput.h"
+#include "cli/ExportCommand.h"
+#include "cli/RecordCommand.h"
+#include "cli/Usage.h"
+#include "gui/tray/TrayApp.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -17,22 +19,6 @@ namespace lumenvale::App {
 namespace {
 
 constexpr int usageStatus = 2;
-
-void printError(const QString& text) {
-    std::fputs(text.toLocal8Bit().constData(), stderr);
-    std::fflush(stderr);
-}
-
-QString usage() {
-    return QStringLiteral(
-        "Usage:\n"
-        "  lumenvale                 the tray application\n"
-        "  lumenvale record [--screen | --area X,Y,W,H | --window ID] [--seconds N]\n"
-        "                   [--fps N] [--codec h264|hevc] [--no-pointer] [--clicks]\n"
-        "                   [--no-countdown] [--no-system-audio] [--mic [SOURCE]] [--folder DIR]\n"
-        "  lumenvale export MOVIE [--edit EDIT.json] [--gif] [--codec h264|hevc] [--output PATH]\n"
-        "  lumenvale --selftest\n");
-}
 
 // The self-test must never touch the user's settings or movies: it runs only with
 // APP_STORE naming a folder in /tmp.
@@ -79,11 +65,12 @@ int run(int argc, char** argv) {
         return command == QLatin1String("record") ? runRecord(rest) : runExport(rest);
     }
     if (command == QLatin1String("--help") || command == QLatin1String("-h")) {
-        std::fputs(usage().toLocal8Bit().constData(), stdout);
+        printTo(stdout, Usage::program());
         return 0;
     }
     if (!command.isEmpty()) {
-        printError(QStringLiteral("lumenvale: unknown command “%1”.\n\n").arg(command) + usage());
+        printError(QStringLiteral("lumenvale: unknown command “%1”.\n\n").arg(command) +
+                   Usage::program());
         return usageStatus;
     }
     return TrayApp::run(argc, argv);

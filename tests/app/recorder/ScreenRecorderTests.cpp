@@ -5,10 +5,10 @@
 
 #include "LumenvaleMedia/Recovery.h"
 #include "Probe.h"
-#include "recorder/PathText.h"
+#include "base/PathText.h"
+#include "base/Store.h"
 #include "recorder/RecorderUi.h"
 #include "recorder/ScreenRecorder.h"
-#include "recorder/Store.h"
 
 #include <QDir>
 #include <QElapsedTimer>

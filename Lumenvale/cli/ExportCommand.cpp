@@ -1,7 +1,9 @@
-#include "editor/ExportCommand.h"
+#include "cli/ExportCommand.h"
 
 #include "LumenvaleKit/Codec.h"
 #include "LumenvaleKit/EditDecision.h"
+#include "cli/CommandOutput.h"
+#include "cli/Usage.h"
 #include "editor/EditorExport.h"
 #include "editor/MovieFacts.h"
 #include "editor/StoredCodec.h"
@@ -59,10 +61,6 @@ struct CommandFailure {
     std::string message;
     int exitCode = exitFailure;
 };
-
-void printError(const std::string& message) {
-    std::fprintf(stderr, "%s\n", message.c_str());
-}
 
 // "Exporting… 42%": rewritten in place on a terminal, one line per tenth otherwise.
 class ProgressLine {
@@ -122,8 +120,7 @@ ExportRequest parse(const QStringList& arguments) {
     parser.addOptions({editOption, gifOption, codecOption, outputOption});
     parser.addPositionalArgument("MOVIE", "The movie to export.");
 
-    const std::string usage = "Usage: lumenvale export MOVIE [--edit EDIT.json] [--gif] "
-                              "[--codec h264|hevc] [--output PATH]";
+    const std::string usage = Usage::exportMovie().toStdString();
     if (!parser.parse(QStringList{"lumenvale export"} + arguments)) {
         throw CommandFailure{parser.errorText().toStdString() + "\n" + usage, exitUsage};
     }
@@ -214,11 +211,11 @@ int runExport(const QStringList& arguments) {
         std::fflush(stdout);
         return 0;
     } catch (const CommandFailure& failure) {
-        printError(failure.message);
+        printError(QString::fromStdString(failure.message));
         return failure.exitCode;
     } catch (const std::exception& failure) {
         // The renderer's sentence, e.g. "Nothing was recorded."
-        printError("Couldn’t export " + movieName + ". " + failure.what());
+        printError(QString::fromStdString("Couldn’t export " + movieName + ". " + failure.what()));
         return exitFailure;
     }
 }

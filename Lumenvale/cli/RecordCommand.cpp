@@ -1,13 +1,15 @@
-#include "shell/RecordCommand.h"
+#include "cli/RecordCommand.h"
 
-#include "recorder/PathText.h"
-#include "recorder/SaveFolder.h"
+#include "base/PathText.h"
+#include "base/SaveFolder.h"
+#include "cli/CommandOutput.h"
+#include "cli/RecordArguments.h"
+#include "cli/SignalPipe.h"
+#include "cli/TerminalUi.h"
+#include "cli/Usage.h"
+#include "desktop/Screens.h"
 #include "recorder/ScreenRecorder.h"
-#include "recorder/Screens.h"
 #include "recorder/StartupRecovery.h"
-#include "shell/RecordArguments.h"
-#include "shell/SignalPipe.h"
-#include "shell/TerminalUi.h"
 
 #include <QCoreApplication>
 #include <QTimer>
@@ -17,11 +19,6 @@
 namespace lumenvale {
 
 namespace {
-
-void printTo(std::FILE* stream, const QString& text) {
-    std::fputs(text.toLocal8Bit().constData(), stream);
-    std::fflush(stream);
-}
 
 // One run of the command, from recovery to the saved movie.
 class RecordRun : public QObject {
@@ -127,7 +124,7 @@ class RecordRun : public QObject {
 
     void end(int status, const QString& error, const QString& output = QString()) {
         if (!error.isEmpty()) {
-            printTo(stderr, error);
+            printError(error);
         }
         if (!output.isEmpty()) {
             printTo(stdout, output);
@@ -148,12 +145,12 @@ class RecordRun : public QObject {
 int runRecord(const QStringList& arguments) {
     const RecordParse parsed = parseRecordArguments(arguments);
     if (std::holds_alternative<HelpRequested>(parsed)) {
-        printTo(stdout, recordUsage());
+        printTo(stdout, Usage::record());
         return 0;
     }
     if (const QString* problem = std::get_if<QString>(&parsed)) {
-        printTo(stderr, QStringLiteral("lumenvale record: ") + *problem + QStringLiteral("\n\n") +
-                            recordUsage());
+        printError(QStringLiteral("lumenvale record: ") + *problem + QStringLiteral("\n\n") +
+                   Usage::record());
         return 2;
     }
     RecordRun run(ScreenRecorder::shared(), std::get<RecordRequest>(parsed));

@@ -1,7 +1,7 @@
-#include "recorder/Screens.h"
+#include "desktop/Screens.h"
 
 #include "LumenvaleKit/ScreenGeometry.h"
-#include "LumenvaleMedia/DisplaysX11.h"
+#include "desktop/Desktop.h"
 
 #include <algorithm>
 #include <memory>
@@ -22,7 +22,7 @@ template <typename T, typename Ask> T ask(Ask&& question, T fallback) {
     std::unique_ptr<Displays>& displays = connection();
     try {
         if (!displays) {
-            displays = std::make_unique<DisplaysX11>();
+            displays = Desktop::makeDisplays();
         }
         return question(*displays);
     } catch (const std::exception&) {
@@ -41,13 +41,13 @@ double desktopScale(const std::vector<DisplayScreen>& screens) {
     return screens.empty() || screens.front().scale <= 0 ? 1.0 : screens.front().scale;
 }
 
-struct Desktop {
+struct DesktopMetrics {
     double scale = 1;
     double heightPoints = 0;
 };
 
-Desktop desktopOf(const std::vector<DisplayScreen>& screens) {
-    Desktop desktop;
+DesktopMetrics desktopOf(const std::vector<DisplayScreen>& screens) {
+    DesktopMetrics desktop;
     desktop.scale = desktopScale(screens);
     for (const DisplayScreen& screen : screens) {
         desktop.heightPoints = std::max(desktop.heightPoints, screen.frame.maxY() / desktop.scale);
@@ -59,7 +59,7 @@ Rect pixelsToPoints(const Rect& pixels, double scale) {
     return Rect{pixels.x / scale, pixels.y / scale, pixels.width / scale, pixels.height / scale};
 }
 
-Screen screenOf(const DisplayScreen& display, const Desktop& desktop) {
+Screen screenOf(const DisplayScreen& display, const DesktopMetrics& desktop) {
     const Rect frame = ScreenGeometry::appKitRect(pixelsToPoints(display.frame, desktop.scale),
                                                   desktop.heightPoints);
     return Screen{display.id, frame, frame, display.scale > 0 ? display.scale : desktop.scale};
@@ -81,7 +81,7 @@ std::vector<Screen> all() {
     return ask(
         [](Displays& displays) {
             const std::vector<DisplayScreen> screens = displays.screens();
-            const Desktop desktop = desktopOf(screens);
+            const DesktopMetrics desktop = desktopOf(screens);
             std::vector<Screen> result;
             for (const DisplayScreen& screen : screens) {
                 result.push_back(screenOf(screen, desktop));
@@ -121,7 +121,7 @@ std::optional<Rect> windowFrame(std::uint32_t windowID) {
         [windowID](Displays& displays) -> std::optional<Rect> {
             for (const DesktopWindow& window : displays.windows()) {
                 if (window.id == windowID) {
-                    const Desktop desktop = desktopOf(displays.screens());
+                    const DesktopMetrics desktop = desktopOf(displays.screens());
                     return ScreenGeometry::appKitRect(pixelsToPoints(window.frame, desktop.scale),
                                                       desktop.heightPoints);
                 }
@@ -132,8 +132,8 @@ std::optional<Rect> windowFrame(std::uint32_t windowID) {
 }
 
 Rect fromTopLeft(const Rect& topLeft) {
-    const Desktop desktop =
-        ask([](Displays& displays) { return desktopOf(displays.screens()); }, Desktop{});
+    const DesktopMetrics desktop =
+        ask([](Displays& displays) { return desktopOf(displays.screens()); }, DesktopMetrics{});
     return ScreenGeometry::appKitRect(topLeft, desktop.heightPoints);
 }
 

@@ -1,7 +1,7 @@
-#include "recorder/SaveFolder.h"
+#include "base/SaveFolder.h"
 
-#include "recorder/PathText.h"
-#include "recorder/Store.h"
+#include "base/PathText.h"
+#include "base/Store.h"
 
 #include <QDir>
 #include <QStandardPaths>

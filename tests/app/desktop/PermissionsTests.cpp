@@ -2,7 +2,7 @@
 // no camera: what is held, how often it is checked, and that a change is noticed by
 // the polling alone.
 
-#include "recorder/Permissions.h"
+#include "desktop/Permissions.h"
 
 #include <QSignalSpy>
 #include <QTest>

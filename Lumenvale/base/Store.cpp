@@ -1,7 +1,7 @@
-#include "recorder/Store.h"
+#include "base/Store.h"
 
-#include "recorder/AppIdentity.h"
-#include "recorder/PathText.h"
+#include "base/AppIdentity.h"
+#include "base/PathText.h"
 
 #include <QDir>
 #include <QStandardPaths>

@@ -2,13 +2,11 @@
 // load, and that what is saved comes back equal.
 
 #include "LumenvaleKit/RecordingOptions.h"
-#include "recorder/PathText.h"
-#include "recorder/ScreenRecorder.h"
-#include "recorder/Store.h"
+#include "base/PathText.h"
+#include "base/Store.h"
 
 #include <QFile>
 #include <QSettings>
-#include <QSignalSpy>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
@@ -131,27 +129,6 @@ TEST(StoreOptions, SavedOptionsLoadEqualAndAreStoredAsText) {
     const QString file = readFile(Store::domainFile(Store::Domain::test));
     EXPECT_TRUE(file.contains(QStringLiteral("Vidéos"))) << file.toStdString();
     EXPECT_FALSE(file.contains(QStringLiteral("@ByteArray"))) << file.toStdString();
-}
-
-TEST(StoreOptions, RecorderSavesEveryAssignmentAndNotifiesOnlyChanges) {
-    ScreenRecorder recorder;
-    QSignalSpy changes(&recorder, &ScreenRecorder::optionsChanged);
-    RecordingOptions options = recorder.options();
-    options.fps = options.fps == 24 ? 25 : 24;
-    recorder.setOptions(options);
-    recorder.setOptions(options);
-    EXPECT_EQ(changes.count(), 1);
-    EXPECT_EQ(Store::loadOptions(), options);
-    EXPECT_EQ(ScreenRecorder().options(), options); // a new recorder starts from the store
-
-    // Options for this run only are never saved.
-    RecordingOptions thisRun = options;
-    thisRun.fps = 7;
-    recorder.setRunOptions(thisRun);
-    EXPECT_EQ(recorder.optionsInForce(), thisRun);
-    EXPECT_EQ(recorder.options(), options);
-    EXPECT_EQ(Store::loadOptions(), options);
-    EXPECT_EQ(changes.count(), 1);
 }
 
 } // namespace

@@ -1,11 +1,25 @@
 #pragma once
 
 #include "LumenvaleKit/Geometry.h"
-#include "recorder/RecorderTypes.h"
 
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <vector>
+
+namespace lumenvale {
+
+// One display as the application sees it. Rectangles are in desktop coordinates
+// (points, origin at the bottom-left of the desktop, y up), as LumenvaleKit keeps them.
+struct Screen {
+    std::string id;    // the RandR output name, e.g. "screen" or "HDMI-1"
+    Rect frame;        // the whole display
+    Rect visibleFrame; // without panels and docks
+    double scale = 1;  // pixels per point
+    friend bool operator==(const Screen&, const Screen&) = default;
+};
+
+} // namespace lumenvale
 
 // The displays and windows of the desktop as the recorder needs them, asked of the
 // display server each time (no caching: displays come and go). All rectangles are in

@@ -1,5 +1,5 @@
-// The recorder's tests run inside a Qt application: the recorder hands work to its
-// worker thread and takes the results back through the event loop.
+// Every application area's tests run inside a Qt application: the recorder and the
+// editor hand work to worker threads and take the results back through the event loop.
 //
 // Before anything reads the settings, the run is isolated: XDG_CONFIG_HOME points at
 // a fresh folder (so the user's settings are never touched), APP_STORE at a test

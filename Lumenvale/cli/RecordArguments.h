@@ -45,7 +45,4 @@ RecordParse parseRecordArguments(const QStringList& arguments);
 // The stored options changed as the flags say, for this run only.
 RecordingOptions applyFlags(RecordingOptions options, const RecordRequest& request);
 
-// The usage text of the record command, ending in a newline.
-QString recordUsage();
-
 } // namespace lumenvale

@@ -1,8 +1,9 @@
-#include "shell/TrayApp.h"
+#include "gui/tray/TrayApp.h"
 
-#include "recorder/AppIdentity.h"
-#include "recorder/Permissions.h"
-#include "recorder/SaveFolder.h"
+#include "base/AppIdentity.h"
+#include "base/SaveFolder.h"
+#include "desktop/Permissions.h"
+#include "gui/tray/TrayMenu.h"
 #include "recorder/ScreenRecorder.h"
 #include "recorder/StartupRecovery.h"
 
@@ -14,6 +15,8 @@
 #include <QPixmap>
 #include <QSystemTrayIcon>
 #include <cstdio>
+#include <utility>
+#include <vector>
 
 namespace lumenvale::TrayApp {
 
@@ -34,6 +37,20 @@ QIcon trayIcon(bool recording) {
     painter.setBrush(recording ? QColor(0xE0, 0x30, 0x30) : QColor(0x80, 0x80, 0x88));
     painter.drawEllipse(8, 8, 48, 48);
     return QIcon(dot);
+}
+
+void perform(TrayMenu::Action action, ScreenRecorder& recorder) {
+    switch (action) {
+    case TrayMenu::Action::recordScreen:
+        recorder.record(RecordKind::screen);
+        return;
+    case TrayMenu::Action::stop:
+        recorder.stop();
+        return;
+    case TrayMenu::Action::quit:
+        QApplication::quit();
+        return;
+    }
 }
 
 bool hasDisplay() {
@@ -65,19 +82,23 @@ int run(int argc, char** argv) {
     QSystemTrayIcon tray(trayIcon(false));
     tray.setToolTip(QStringLiteral("Lumenvale"));
     QMenu menu;
-    QAction* recordScreen = menu.addAction(QStringLiteral("Record Screen"));
-    QAction* stop = menu.addAction(QStringLiteral("Stop Recording"));
-    menu.addSeparator();
-    QAction* quit = menu.addAction(QStringLiteral("Quit Lumenvale"));
-    QObject::connect(recordScreen, &QAction::triggered, &recorder,
-                     [&recorder] { recorder.record(RecordKind::screen); });
-    QObject::connect(stop, &QAction::triggered, &recorder, [&recorder] { recorder.stop(); });
-    QObject::connect(quit, &QAction::triggered, &application, &QApplication::quit);
+    std::vector<std::pair<TrayMenu::Action, QAction*>> items;
+    for (const TrayMenu::Entry& entry : TrayMenu::entries()) {
+        if (!entry.action) {
+            menu.addSeparator();
+            continue;
+        }
+        const TrayMenu::Action action = *entry.action;
+        QAction* item = menu.addAction(QString::fromUtf8(entry.title));
+        QObject::connect(item, &QAction::triggered, &recorder,
+                         [&recorder, action] { perform(action, recorder); });
+        items.emplace_back(action, item);
+    }
     const auto showPhase = [&] {
-        const bool idle = recorder.phase() == ScreenRecorder::Phase::idle;
-        recordScreen->setEnabled(idle);
-        stop->setEnabled(!idle && recorder.phase() != ScreenRecorder::Phase::finishing);
-        tray.setIcon(trayIcon(recorder.phase() == ScreenRecorder::Phase::recording));
+        for (const auto& [action, item] : items) {
+            item->setEnabled(TrayMenu::enabled(action, recorder.phase()));
+        }
+        tray.setIcon(trayIcon(TrayMenu::showsRecording(recorder.phase())));
     };
     QObject::connect(&recorder, &ScreenRecorder::phaseChanged, &tray, showPhase);
     QObject::connect(&recorder, &ScreenRecorder::noticeShown, &tray, [&tray](const QString& text) {

@@ -1,6 +1,6 @@
-#include "recorder/FinishSound.h"
+#include "desktop/FinishSound.h"
 
-#include "recorder/AppIdentity.h"
+#include "base/AppIdentity.h"
 
 #include <QDir>
 #include <QFileInfo>

@@ -1,4 +1,4 @@
-#include "shell/SignalPipe.h"
+#include "cli/SignalPipe.h"
 
 #include <QSocketNotifier>
 #include <cerrno>

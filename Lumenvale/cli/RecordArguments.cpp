@@ -1,6 +1,6 @@
-#include "shell/RecordArguments.h"
+#include "cli/RecordArguments.h"
 
-#include "recorder/PathText.h"
+#include "base/PathText.h"
 
 #include <QDir>
 #include <cmath>
@@ -43,19 +43,6 @@ std::optional<std::uint32_t> parseWindow(const QString& text) {
 }
 
 } // namespace
-
-QString recordUsage() {
-    return QStringLiteral(
-        "Usage: lumenvale record [--screen | --area X,Y,W,H | --window ID] [--seconds N]\n"
-        "                        [--fps N] [--codec h264|hevc] [--no-pointer] [--clicks]\n"
-        "                        [--no-countdown] [--no-system-audio] [--mic [SOURCE]]\n"
-        "                        [--folder DIR]\n"
-        "\n"
-        "Records the screen (the display under the pointer), an area (X11 coordinates,\n"
-        "origin top-left) or one window, starting from the saved recording options; the\n"
-        "flags change this run only. Without --seconds it records until SIGINT or SIGTERM,\n"
-        "which stop and save; SIGUSR1 pauses and resumes. Prints the movie's path.\n");
-}
 
 RecordParse parseRecordArguments(const QStringList& arguments) {
     RecordRequest request;

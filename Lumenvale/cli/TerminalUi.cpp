@@ -1,5 +1,6 @@
-#include "shell/TerminalUi.h"
+#include "cli/TerminalUi.h"
 
+#include "cli/CommandOutput.h"
 #include "recorder/ScreenRecorder.h"
 
 #include <cstdio>
@@ -9,11 +10,6 @@ namespace lumenvale {
 namespace {
 
 constexpr int countdownSeconds = 3;
-
-void printError(const QString& text) {
-    std::fputs(text.toLocal8Bit().constData(), stderr);
-    std::fflush(stderr);
-}
 
 } // namespace
 
@@ -32,14 +28,14 @@ void TerminalUi::openSelection(SelectionMode) {
 void TerminalUi::runCountdown(const Screen&, std::function<void(bool)> done) {
     countdownDone_ = std::move(done);
     countdownLeft_ = countdownSeconds;
-    printError(QStringLiteral("%1… ").arg(countdownLeft_));
+    printTo(stderr, QStringLiteral("%1… ").arg(countdownLeft_));
     countdownTimer_.start();
 }
 
 void TerminalUi::tick() {
     --countdownLeft_;
     if (countdownLeft_ > 0) {
-        printError(QStringLiteral("%1… ").arg(countdownLeft_));
+        printTo(stderr, QStringLiteral("%1… ").arg(countdownLeft_));
         return;
     }
     countdownTimer_.stop();

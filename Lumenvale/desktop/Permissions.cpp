@@ -1,7 +1,7 @@
-#include "recorder/Permissions.h"
+#include "desktop/Permissions.h"
 
 #include "LumenvaleMedia/AudioDevices.h"
-#include "recorder/Screens.h"
+#include "desktop/Screens.h"
 
 #include <QDir>
 #include <QFileInfo>

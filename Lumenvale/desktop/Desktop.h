@@ -1,0 +1,31 @@
+#pragma once
+
+#include "LumenvaleMedia/Capture.h"
+#include "LumenvaleMedia/Displays.h"
+#include "LumenvaleMedia/VideoSource.h"
+
+#include <memory>
+
+// The one place that picks the desktop's implementations for this session. Today the
+// desktop is X11; a session without a display server (a headless run) gets the null
+// displays, which hold no screens and no windows and cannot be captured. Everything
+// else in the application asks through the interfaces made here and never names a
+// backend.
+//
+// Threads: any; what is made belongs to the caller and is used as its interface says.
+namespace lumenvale::Desktop {
+
+enum class Session { x11, none };
+
+// X11 when DISPLAY names a display, none otherwise; read afresh on every call.
+Session session();
+
+// The displays and windows of the session's desktop. Nothing is asked of the display
+// server before the first call; throws MediaError when its display cannot be reached.
+std::unique_ptr<Displays> makeDisplays();
+
+// The capture of `request`'s target. Nothing is touched before start(), which throws
+// MediaError with a sentence for the user when the target cannot be captured here.
+std::unique_ptr<VideoSource> makeCapture(CaptureRequest request);
+
+} // namespace lumenvale::Desktop
