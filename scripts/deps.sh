@@ -12,10 +12,12 @@ build_packages=(
   libxcb1-dev libxcb-shm0-dev libxcb-composite0-dev libxcb-render0-dev libxcb-xfixes0-dev
   libxcb-randr0-dev libxcb-xinput-dev libxcb-shape0-dev
   libpulse-dev libmpv-dev libyuv-dev
+  dpkg-dev file
 )
 runtime_packages=(
   xvfb openbox pulseaudio pulseaudio-utils dbus dbus-x11 xdotool x11-utils x11-apps ffmpeg
   chromium python3 bc
+  desktop-file-utils appstream man-db
 )
 
 wanted=("${build_packages[@]}")
