@@ -54,14 +54,6 @@ Updates::Updates(std::chrono::milliseconds transferTimeout) : transferTimeout_(t
     });
 }
 
-Updates::~Updates() {
-    // The reply outlives nothing here: its answer must not reach a half-destroyed object.
-    if (reply_) {
-        reply_->disconnect(this);
-        reply_->abort();
-    }
-}
-
 Updates& Updates::shared() {
     static Updates* const instance = new Updates();
     return *instance;

@@ -38,7 +38,8 @@ namespace lumenvale {
 //   "updates.automatic"  whether checks run by themselves (default off)
 //   "updates.lastCheck"  when the last check started (UTC, ISO 8601)
 //
-// Threads: the GUI thread; every signal is emitted there.
+// Threads: the GUI thread; every signal is emitted there. Destroying an updater drops
+// a check still running (its network manager deletes the reply without a signal).
 class Updates : public QObject {
     Q_OBJECT
     Q_PROPERTY(QString pending READ pending NOTIFY pendingChanged)
@@ -54,7 +55,6 @@ class Updates : public QObject {
 
     // `transferTimeout`: a check fails when the server sends nothing for this long.
     explicit Updates(std::chrono::milliseconds transferTimeout = defaultTransferTimeout);
-    ~Updates() override;
 
     // Created on first use, never destroyed.
     static Updates& shared();
