@@ -1,7 +1,7 @@
 #include "desktop/Updates.h"
 
-#include "desktop/Appcast.h"
 #include "base/Store.h"
+#include "desktop/Appcast.h"
 
 #include <QDateTime>
 #include <QNetworkReply>

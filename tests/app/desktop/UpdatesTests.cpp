@@ -2,8 +2,8 @@
 // what it offers, what it keeps pending, and how each failure reads.
 
 #include "FeedServer.h"
-#include "desktop/Updates.h"
 #include "base/Store.h"
+#include "desktop/Updates.h"
 
 #include <QSettings>
 #include <QSignalSpy>
