@@ -29,6 +29,22 @@ std::int64_t usualStep(std::vector<std::int64_t> steps, std::int64_t fallback) {
     return *middle > 0 ? *middle : fallback;
 }
 
+// One sample's length when a stream gives nothing better: an audio packet (1024 samples
+// for AAC), a frame at the stream's frame rate, else a tick.
+std::int64_t oneSampleTicks(const AVStream& stream) {
+    const AVCodecParameters& codec = *stream.codecpar;
+    if (codec.codec_type == AVMEDIA_TYPE_AUDIO && codec.sample_rate > 0) {
+        return av_rescale_q(codec.frame_size > 0 ? codec.frame_size : 1024, {1, codec.sample_rate},
+                            stream.time_base);
+    }
+    const AVRational rate =
+        stream.avg_frame_rate.num > 0 ? stream.avg_frame_rate : stream.r_frame_rate;
+    if (codec.codec_type == AVMEDIA_TYPE_VIDEO && rate.num > 0 && rate.den > 0) {
+        return std::max<std::int64_t>(1, av_rescale_q(1, av_inv_q(rate), stream.time_base));
+    }
+    return 1;
+}
+
 } // namespace
 
 // A read-only view of the first `length` bytes of a file, for the demuxer.
@@ -303,17 +319,24 @@ std::vector<PartInput::Sample> PartInput::listedSamplesInFileOrder() const {
                                      entry + 1 < count ? steps.back() : 0, listed.pos, listed.size,
                                      (listed.flags & AVINDEX_KEYFRAME) != 0});
         }
-        // A sample lasts until the next; the last one as long as usual.
-        const AVCodecParameters& codec = *stream->codecpar;
-        const std::int64_t packetTicks =
-            codec.codec_type == AVMEDIA_TYPE_AUDIO && codec.sample_rate > 0
-                ? av_rescale_q(codec.frame_size > 0 ? codec.frame_size : 1024,
-                               {1, codec.sample_rate}, stream->time_base)
-                : 1;
-        const std::int64_t usual = usualStep(steps, packetTicks);
+        // A sample lasts until the next; the last one as long as usual, except a frame:
+        // it lasts until the video's listed end. (A part of one frame has no step to go
+        // by, and in a short part with a dropped frame the median step is wrong. For
+        // video the listed duration is the samples' span in fragmented and flat files
+        // alike; for audio in a flat file it is the edit list's, without the priming.)
+        const std::int64_t usual = usualStep(steps, oneSampleTicks(*stream));
         for (std::size_t sample = first; sample < samples.size(); ++sample) {
             if (samples[sample].duration <= 0) {
                 samples[sample].duration = usual;
+            }
+        }
+        const bool lastIsKept =
+            count > 0 && samples.size() - first == static_cast<std::size_t>(count);
+        if (lastIsKept && stream->codecpar->codec_type == AVMEDIA_TYPE_VIDEO &&
+            stream->duration != AV_NOPTS_VALUE && stream->duration > 0) {
+            const std::int64_t end = samples[first].dts + stream->duration;
+            if (end > samples.back().dts) {
+                samples.back().duration = end - samples.back().dts;
             }
         }
     }
