@@ -232,14 +232,18 @@ void PartWriter::pumpAudio(bool finishing) {
             return;
         }
         // The audio encoders run on across parts and hold the last few milliseconds of
-        // sound: they come out with the next part's first samples, or with the flush when
-        // the recording ends. So a paused part with sound stays open until one of the two
-        // happens; retired at the pause, a stop while paused would lose its last 40-60 ms.
-        const bool last = parts_.size() == 1;
-        if (last && hasSound && !finishing) {
-            return;
-        }
-        if (finishing && last && !audio_.empty()) {
+        // sound: they come out with the next samples fed, which go to the next part with
+        // frames (a part without frames is fed nothing), or with the flush when the
+        // recording ends. So a part with sound stays open until a later part has frames
+        // or the recording ends; retired at a pause, a stop while paused would lose its
+        // last 40-60 ms, and so would a part that only a part without frames follows.
+        const bool soundFollows =
+            std::any_of(parts_.begin() + 1, parts_.end(),
+                        [](const auto& later) { return later->firstIndex >= 0; });
+        if (hasSound && !soundFollows) {
+            if (!finishing) {
+                return;
+            }
             audio_.flush(toPart);
         }
         retire(part);
