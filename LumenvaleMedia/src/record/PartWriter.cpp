@@ -199,6 +199,9 @@ void PartWriter::closeVideo(std::int64_t totalFrames) {
     encodeVideo(*part, nullptr);
     part->videoClosed = true;
     part->audioEnd = samplesAfter(totalFrames);
+    // The whole picture goes to the disk now: a paused part may wait long for its
+    // last sound (below), and a crash meanwhile must not take it.
+    part->setup.file->cutFragment();
 }
 
 void PartWriter::pumpAudio(bool finishing) {
@@ -242,6 +245,10 @@ void PartWriter::pumpAudio(bool finishing) {
                         [](const auto& later) { return later->firstIndex >= 0; });
         if (hasSound && !soundFollows) {
             if (!finishing) {
+                if (!part.soundOnDisk) {
+                    part.setup.file->cutFragment(); // all its sound but those last packets
+                    part.soundOnDisk = true;
+                }
                 return;
             }
             audio_.flush(toPart);

@@ -90,6 +90,7 @@ class PartWriter {
         std::int64_t audioStartPosition = 0; // steady-clock position of the first frame
         std::int64_t audioEnd = -1;          // known once closed
         bool videoClosed = false;
+        bool soundOnDisk = false; // waiting for a later part, its sound so far cut
     };
 
     void push(Command command);
