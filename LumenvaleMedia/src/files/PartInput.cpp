@@ -382,6 +382,70 @@ void PartInput::chooseReading() {
     }
 }
 
+void PartInput::endTracksTogether() {
+    if (!readingChosen_) {
+        chooseReading();
+    }
+    if (!fromList_ || video_ == nullptr || audio_.empty()) {
+        return;
+    }
+    struct Time {
+        std::int64_t ticks;
+        AVRational base;
+        bool operator<=(const Time& other) const {
+            return av_compare_ts(ticks, base, other.ticks, other.base) <= 0;
+        }
+    };
+    const auto isFrame = [this](const Sample& sample) {
+        return sample.stream == video_->index;
+    };
+    const auto start = [this](const Sample& sample) {
+        return Time{sample.dts, input_->streams[sample.stream]->time_base};
+    };
+    const auto end = [this](const Sample& sample) {
+        return Time{sample.dts + sample.duration, input_->streams[sample.stream]->time_base};
+    };
+    // The sound ends where the first audio track to end does.
+    std::vector<std::optional<Time>> trackEnds(input_->nb_streams);
+    for (const Sample& sample : samples_) {
+        std::optional<Time>& trackEnd = trackEnds[static_cast<std::size_t>(sample.stream)];
+        if (!trackEnd || *trackEnd <= end(sample)) {
+            trackEnd = end(sample);
+        }
+    }
+    std::optional<Time> soundEnd;
+    for (const AVStream* stream : audio_) {
+        const std::optional<Time>& trackEnd = trackEnds[static_cast<std::size_t>(stream->index)];
+        if (!trackEnd) {
+            return; // a track without sound: nothing to end with
+        }
+        if (!soundEnd || *trackEnd <= *soundEnd) {
+            soundEnd = trackEnd;
+        }
+    }
+    // The frames that have sound for at least half their time (the first frame in any
+    // case), so the picture ends at the frame edge nearest the sound's end.
+    const auto firstFrame = std::find_if(samples_.begin(), samples_.end(), isFrame);
+    if (firstFrame == samples_.end()) {
+        return;
+    }
+    const std::int64_t firstFrameTime = firstFrame->dts;
+    const auto frameKept = [&](const Sample& frame) {
+        const AVRational base = input_->streams[frame.stream]->time_base;
+        const Time middle{2 * frame.dts + frame.duration, AVRational{base.num, 2 * base.den}};
+        return frame.dts == firstFrameTime || middle <= *soundEnd;
+    };
+    Time pictureEnd = end(*firstFrame);
+    for (const Sample& sample : samples_) {
+        if (isFrame(sample) && frameKept(sample) && pictureEnd <= end(sample)) {
+            pictureEnd = end(sample);
+        }
+    }
+    std::erase_if(samples_, [&](const Sample& sample) {
+        return isFrame(sample) ? !frameKept(sample) : pictureEnd <= start(sample);
+    });
+}
+
 bool PartInput::next(AVPacket& packet) {
     if (!readingChosen_) {
         chooseReading();
