@@ -61,7 +61,8 @@ class RecordingPipeline {
   public:
     // Called exactly once per part that start() or resume() returned, when its file
     // is complete, on disk and closed (flock released): after pause(), in the
-    // background, typically within a few hundred milliseconds; after stop(), before
+    // background once the next part has its first frame (a part with sound waits for
+    // the last of it, which the audio encoders hold until then); after stop(), before
     // stop() returns. A part whose writing failed is reported too (a failed part
     // counts as finished); its file holds what was written. Runs on the pipeline's
     // finishing thread, one part after another in recording order.

@@ -15,6 +15,8 @@
 
 namespace lumenvale::files {
 
+class FileWindow;
+
 // Threads: one thread at a time. Owns its demuxer and its file descriptor.
 class PartInput {
   public:
@@ -82,8 +84,6 @@ class PartInput {
         int size = 0;
         bool key = false;
     };
-
-    class FileWindow;
 
     void open();
     // Decides, at the first packet, whether packets come from the container's list.
