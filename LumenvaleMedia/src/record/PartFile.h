@@ -34,8 +34,9 @@ std::string partFileName(const Uuid& id);
 // The writing of one part file (docs/recording-format.md): created exclusively
 // (never over an existing file, mode 0600), held with an exclusive flock until
 // close(), fragmented MPEG-4 with the moov written with the first fragment, a
-// fragment cut every third of a second of video, and each fragment flushed to the file and
-// fdatasync'ed by the part's own sync thread, so the writer never waits for the disk.
+// fragment cut every third of a second of video, and each fragment flushed to the
+// file and fdatasync'ed by the part's own sync thread, so the writer never waits for
+// the disk.
 //
 // Writing never throws: the first failure is kept (failure()), later writes are
 // ignored, and the file keeps what was written. Threads: construction and the
