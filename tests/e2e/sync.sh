@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Sound in step with the picture: a tone and a change on the screen that start
-# together are together in the movie, in a recording without pauses and after two
-# pauses (the third part of a joined movie).
+# together are together in the movie, in a recording without pauses, after two
+# pauses (the third part of a joined movie), and after ten parts of about one frame.
 set -euo pipefail
 source "$(dirname "$0")/lib/common.bash"
 
@@ -67,3 +67,26 @@ kill -INT "$recorder"
 finish_background
 [[ $status -eq 0 ]] || fail "exit $status: $err"
 check_sync "three parts joined"
+
+# Pause pressed twice quickly, ten times: parts of no, one or two frames.
+xdotool windowmove "$curtain" 3000 0
+sleep 0.3
+record_in_background --no-countdown --no-pointer --folder "$movies"
+sleep 1
+kill -USR1 "$recorder"; sleep 0.3 # paused
+for _ in $(seq 10); do
+  kill -USR1 "$recorder"; sleep 0.04; kill -USR1 "$recorder"
+  sleep 0.2
+done
+kill -USR1 "$recorder"
+sleep 1
+tone_and_curtain
+sleep 2
+kill -INT "$recorder"
+finish_background
+[[ $status -eq 0 ]] || fail "exit $status: $err"
+check_sync "after ten short parts"
+video=$(stream_value "$out" v:0 duration)
+audio=$(stream_value "$out" a:0 duration)
+approx "$audio" "$video" 0.0214 || fail "after ten short parts: audio $audio s and video $video s differ by more than one AAC frame"
+pass "after ten short parts: audio $audio s, video $video s"

@@ -63,7 +63,8 @@ class RecordingPipeline {
     // Called exactly once per part that start() or resume() returned, when its file
     // is complete, on disk and closed (the writer's hold on its lock released; the
     // recording's hold stays, see takePartLocks()): after pause(), in the
-    // background, typically within a few hundred milliseconds; after stop(), before
+    // background once the next part has its first frame (a part with sound waits for
+    // the last of it, which the audio encoders hold until then); after stop(), before
     // stop() returns. A part whose writing failed is reported too (a failed part
     // counts as finished); its file holds what was written. Runs on the pipeline's
     // finishing thread, one part after another in recording order.

@@ -53,6 +53,12 @@ class Join {
         : parts_(parts), file_(file) {}
 
     std::vector<double> run(MoovPlacement placement) {
+        // A recording ends where both its picture and its sound do: its last part, when
+        // a crash cut it off, holds more of one than of the other. (Only in the part
+        // writer's own clock do a part's sound and picture both count from its start.)
+        if (parts_.back()->tag(audioOffsetTag)) {
+            parts_.back()->endTracksTogether();
+        }
         output_.emplace(parts_, file_, placement);
         if (output_->video()) {
             video_ = *output_->video();

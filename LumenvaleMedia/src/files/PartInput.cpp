@@ -1,5 +1,7 @@
 #include "files/PartInput.h"
 
+#include "files/FileWindow.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
@@ -29,120 +31,20 @@ std::int64_t usualStep(std::vector<std::int64_t> steps, std::int64_t fallback) {
     return *middle > 0 ? *middle : fallback;
 }
 
-} // namespace
-
-// A read-only view of the first `length` bytes of a file, for the demuxer.
-class PartInput::FileWindow {
-  public:
-    FileWindow(int fd, std::int64_t length) : fd_(fd), length_(length) {
-        auto* buffer = static_cast<std::uint8_t*>(av_malloc(windowBufferBytes));
-        io_ = buffer == nullptr ? nullptr
-                                : avio_alloc_context(buffer, windowBufferBytes, 0, this,
-                                                     &FileWindow::read, nullptr, &FileWindow::seek);
-        if (io_ == nullptr) {
-            av_free(buffer);
-            throw MediaError("Not enough memory to read the recording.");
-        }
+// One sample's length when a stream gives nothing better: an audio packet (1024 samples
+// for AAC), a frame at the stream's frame rate, else a tick.
+std::int64_t oneSampleTicks(const AVStream& stream) {
+    const AVCodecParameters& codec = *stream.codecpar;
+    if (codec.codec_type == AVMEDIA_TYPE_AUDIO && codec.sample_rate > 0) {
+        return av_rescale_q(codec.frame_size > 0 ? codec.frame_size : 1024, {1, codec.sample_rate},
+                            stream.time_base);
     }
-    ~FileWindow() {
-        av_freep(&io_->buffer);
-        avio_context_free(&io_);
+    const AVRational rate =
+        stream.avg_frame_rate.num > 0 ? stream.avg_frame_rate : stream.r_frame_rate;
+    if (codec.codec_type == AVMEDIA_TYPE_VIDEO && rate.num > 0 && rate.den > 0) {
+        return std::max<std::int64_t>(1, av_rescale_q(1, av_inv_q(rate), stream.time_base));
     }
-    FileWindow(const FileWindow&) = delete;
-    FileWindow& operator=(const FileWindow&) = delete;
-
-    AVIOContext* io() const { return io_; }
-
-  private:
-    static constexpr int windowBufferBytes = 64 * 1024;
-
-    static int read(void* self, std::uint8_t* bytes, int size) {
-        auto* window = static_cast<FileWindow*>(self);
-        const std::int64_t left = window->length_ - window->position_;
-        if (left <= 0) {
-            return AVERROR_EOF;
-        }
-        const auto wanted = static_cast<std::size_t>(std::min<std::int64_t>(size, left));
-        ssize_t read = 0;
-        do {
-            read = ::pread(window->fd_, bytes, wanted, window->position_);
-        } while (read < 0 && errno == EINTR);
-        if (read <= 0) {
-            return read == 0 ? AVERROR_EOF : AVERROR(errno);
-        }
-        window->position_ += read;
-        return static_cast<int>(read);
-    }
-
-    static std::int64_t seek(void* self, std::int64_t offset, int whence) {
-        auto* window = static_cast<FileWindow*>(self);
-        switch (whence & ~AVSEEK_FORCE) {
-        case AVSEEK_SIZE:
-            return window->length_;
-        case SEEK_SET:
-            break;
-        case SEEK_CUR:
-            offset += window->position_;
-            break;
-        case SEEK_END:
-            offset += window->length_;
-            break;
-        default:
-            return AVERROR(EINVAL);
-        }
-        if (offset < 0) {
-            return AVERROR(EINVAL);
-        }
-        window->position_ = offset;
-        return offset;
-    }
-
-    int fd_;
-    std::int64_t length_;
-    std::int64_t position_ = 0;
-    AVIOContext* io_ = nullptr;
-};
-
-namespace {
-
-std::uint64_t bigEndian(const std::uint8_t* bytes, int count) {
-    std::uint64_t value = 0;
-    for (int index = 0; index < count; ++index) {
-        value = (value << 8) | bytes[index];
-    }
-    return value;
-}
-
-// Where the last whole top-level box of an MPEG-4 file ends, when the file ends inside
-// a box other than the samples ("mdat", which the demuxer reads up to the cut); nothing
-// for a whole file or one that is not MPEG-4.
-std::optional<std::int64_t> wholeBoxesEnd(int fd, std::int64_t fileBytes) {
-    std::int64_t position = 0;
-    while (position < fileBytes) {
-        std::uint8_t header[16] = {};
-        const ssize_t read = ::pread(fd, header, sizeof header, position);
-        if (read < 8) {
-            return position > 0 ? std::optional(position) : std::nullopt;
-        }
-        const std::string_view type(reinterpret_cast<const char*>(header + 4), 4);
-        if (position == 0 && type != "ftyp") {
-            return std::nullopt; // not MPEG-4: the demuxer decides
-        }
-        std::uint64_t size = bigEndian(header, 4);
-        if (size == 1) {
-            size = read >= 16 ? bigEndian(header + 8, 8) : 0;
-        } else if (size == 0) {
-            size = static_cast<std::uint64_t>(fileBytes - position); // to the end
-        }
-        if (size < 8) {
-            return position; // not a box: what follows is damage
-        }
-        if (size > static_cast<std::uint64_t>(fileBytes - position)) {
-            return type == "mdat" ? std::nullopt : std::optional(position);
-        }
-        position += static_cast<std::int64_t>(size);
-    }
-    return std::nullopt;
+    return 1;
 }
 
 } // namespace
@@ -337,17 +239,24 @@ std::vector<PartInput::Sample> PartInput::listedSamplesInFileOrder() const {
                                      entry + 1 < count ? steps.back() : 0, listed.pos, listed.size,
                                      (listed.flags & AVINDEX_KEYFRAME) != 0});
         }
-        // A sample lasts until the next; the last one as long as usual.
-        const AVCodecParameters& codec = *stream->codecpar;
-        const std::int64_t packetTicks =
-            codec.codec_type == AVMEDIA_TYPE_AUDIO && codec.sample_rate > 0
-                ? av_rescale_q(codec.frame_size > 0 ? codec.frame_size : 1024,
-                               {1, codec.sample_rate}, stream->time_base)
-                : 1;
-        const std::int64_t usual = usualStep(steps, packetTicks);
+        // A sample lasts until the next; the last one as long as usual, except a frame:
+        // it lasts until the video's listed end. (A part of one frame has no step to go
+        // by, and in a short part with a dropped frame the median step is wrong. For
+        // video the listed duration is the samples' span in fragmented and flat files
+        // alike; for audio in a flat file it is the edit list's, without the priming.)
+        const std::int64_t usual = usualStep(steps, oneSampleTicks(*stream));
         for (std::size_t sample = first; sample < samples.size(); ++sample) {
             if (samples[sample].duration <= 0) {
                 samples[sample].duration = usual;
+            }
+        }
+        const bool lastIsKept =
+            count > 0 && samples.size() - first == static_cast<std::size_t>(count);
+        if (lastIsKept && stream->codecpar->codec_type == AVMEDIA_TYPE_VIDEO &&
+            stream->duration != AV_NOPTS_VALUE && stream->duration > 0) {
+            const std::int64_t end = samples[first].dts + stream->duration;
+            if (end > samples.back().dts) {
+                samples.back().duration = end - samples.back().dts;
             }
         }
     }
@@ -391,6 +300,70 @@ void PartInput::chooseReading() {
     } else {
         open(); // from the first packet again
     }
+}
+
+void PartInput::endTracksTogether() {
+    if (!readingChosen_) {
+        chooseReading();
+    }
+    if (!fromList_ || video_ == nullptr || audio_.empty()) {
+        return;
+    }
+    struct Time {
+        std::int64_t ticks;
+        AVRational base;
+        bool operator<=(const Time& other) const {
+            return av_compare_ts(ticks, base, other.ticks, other.base) <= 0;
+        }
+    };
+    const auto isFrame = [this](const Sample& sample) {
+        return sample.stream == video_->index;
+    };
+    const auto start = [this](const Sample& sample) {
+        return Time{sample.dts, input_->streams[sample.stream]->time_base};
+    };
+    const auto end = [this](const Sample& sample) {
+        return Time{sample.dts + sample.duration, input_->streams[sample.stream]->time_base};
+    };
+    // The sound ends where the first audio track to end does.
+    std::vector<std::optional<Time>> trackEnds(input_->nb_streams);
+    for (const Sample& sample : samples_) {
+        std::optional<Time>& trackEnd = trackEnds[static_cast<std::size_t>(sample.stream)];
+        if (!trackEnd || *trackEnd <= end(sample)) {
+            trackEnd = end(sample);
+        }
+    }
+    std::optional<Time> soundEnd;
+    for (const AVStream* stream : audio_) {
+        const std::optional<Time>& trackEnd = trackEnds[static_cast<std::size_t>(stream->index)];
+        if (!trackEnd) {
+            return; // a track without sound: nothing to end with
+        }
+        if (!soundEnd || *trackEnd <= *soundEnd) {
+            soundEnd = trackEnd;
+        }
+    }
+    // The frames that have sound for at least half their time (the first frame in any
+    // case), so the picture ends at the frame edge nearest the sound's end.
+    const auto firstFrame = std::find_if(samples_.begin(), samples_.end(), isFrame);
+    if (firstFrame == samples_.end()) {
+        return;
+    }
+    const std::int64_t firstFrameTime = firstFrame->dts;
+    const auto frameKept = [&](const Sample& frame) {
+        const AVRational base = input_->streams[frame.stream]->time_base;
+        const Time middle{2 * frame.dts + frame.duration, AVRational{base.num, 2 * base.den}};
+        return frame.dts == firstFrameTime || middle <= *soundEnd;
+    };
+    Time pictureEnd = end(*firstFrame);
+    for (const Sample& sample : samples_) {
+        if (isFrame(sample) && frameKept(sample) && pictureEnd <= end(sample)) {
+            pictureEnd = end(sample);
+        }
+    }
+    std::erase_if(samples_, [&](const Sample& sample) {
+        return isFrame(sample) ? !frameKept(sample) : pictureEnd <= start(sample);
+    });
 }
 
 bool PartInput::next(AVPacket& packet) {

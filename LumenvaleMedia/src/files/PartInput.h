@@ -15,6 +15,8 @@
 
 namespace lumenvale::files {
 
+class FileWindow;
+
 // Threads: one thread at a time. Owns its demuxer and its file descriptor.
 class PartInput {
   public:
@@ -64,6 +66,14 @@ class PartInput {
     // The part's file, open for reading, for copying listed samples.
     int fileDescriptor() const { return fd_; }
 
+    // Makes the picture and the sound end together, for a recording's last part: leaves
+    // out the frames that end after every audio track has ended, then the sound that
+    // starts after the last frame kept. A part cut off by a crash has more sound than
+    // picture (sound leaves its encoder sooner), or less when the file ends inside a
+    // fragment's sound; a finished part loses nothing. Call before the first packet;
+    // does nothing when the packets are not read from the container's list.
+    void endTracksTogether();
+
   private:
     // A sample as the container lists it.
     struct Sample {
@@ -74,8 +84,6 @@ class PartInput {
         int size = 0;
         bool key = false;
     };
-
-    class FileWindow;
 
     void open();
     // Decides, at the first packet, whether packets come from the container's list.

@@ -167,11 +167,15 @@ void PartFile::writePacket(AVPacket& packet) {
     }
 }
 
+bool PartFile::audioStarted() const {
+    return std::all_of(audioSeen_.begin(), audioSeen_.end(), [](bool seen) { return seen; });
+}
+
 void PartFile::writeVideo(AVPacket& packet, AVRational timeBase) {
-    fragmentLength_ = std::max<std::int64_t>(1, timeBase.den / std::max(1, timeBase.num));
-    const bool audioStarted =
-        std::all_of(audioSeen_.begin(), audioSeen_.end(), [](bool seen) { return seen; });
-    if (packet.pts >= fragmentStart_ + fragmentLength_ && audioStarted) {
+    // A third of a second: a kill loses up to a fragment plus what the encoder holds
+    // (x264's lookahead and threads, over half a second), so under a second.
+    fragmentLength_ = std::max<std::int64_t>(1, timeBase.den / std::max(1, 3 * timeBase.num));
+    if (packet.pts >= fragmentStart_ + fragmentLength_ && audioStarted()) {
         flushFragment();
         fragmentStart_ = packet.pts;
     }
@@ -207,6 +211,12 @@ void PartFile::flushFragment() {
         syncRequested_ = true;
     }
     syncWake_.notify_one();
+}
+
+void PartFile::cutFragment() {
+    if (audioStarted()) {
+        flushFragment();
+    }
 }
 
 void PartFile::writeTrailer() {

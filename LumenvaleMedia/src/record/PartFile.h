@@ -35,9 +35,9 @@ std::string partFileName(const Uuid& id);
 // The writing of one part file (docs/recording-format.md): created already locked
 // (PartLock::create: never over an existing file, mode 0600), its lock held until
 // close() and as long as a hold from shareLock() remains; fragmented MPEG-4 with the
-// moov written with the first fragment, a fragment cut every second of video, and
-// each fragment flushed to the file and fdatasync'ed by the part's own sync thread,
-// so the writer never waits for the disk.
+// moov written with the first fragment, a fragment cut every third of a second of
+// video, and each fragment flushed to the file and fdatasync'ed by the part's own sync
+// thread, so the writer never waits for the disk.
 //
 // Writing never throws: the first failure is kept (failure()), later writes are
 // ignored, and the file keeps what was written. Threads: construction and the
@@ -60,11 +60,15 @@ class PartFile {
     int audioTracks() const { return audioTracks_; }
 
     // A packet of the video encoder (time base 1/fps, pts from 0). Cuts a fragment
-    // before it when a second of video has gone into the current one.
+    // before it when a third of a second of video has gone into the current one.
     void writeVideo(AVPacket& packet, AVRational timeBase);
     // A packet of audio track `track` (0-based), time base 1/48000, pts relative to
     // the part's start.
     void writeAudio(int track, AVPacket& packet);
+    // Cuts a fragment now, with what was written since the last one, and has it
+    // synced: for a part whose video has ended while its last sound is still to come.
+    // Before every audio track has a packet it waits, as the first cut always does.
+    void cutFragment();
     // Writes the last fragment and the file's index.
     void writeTrailer();
     // Waits until everything written is on disk and closes the file, releasing this
@@ -87,6 +91,7 @@ class PartFile {
     static int writeBytes(void* self, std::uint8_t* bytes, int size);
     static std::int64_t seekBytes(void* self, std::int64_t offset, int whence);
     void writePacket(AVPacket& packet);
+    bool audioStarted() const;
     void flushFragment();
     void fail(const std::string& doing, int code);
     void syncLoop();
@@ -98,7 +103,7 @@ class PartFile {
     std::unique_ptr<AVIOContext, IoDeleter> io_;
     std::unique_ptr<AVFormatContext, FormatDeleter> format_;
     std::int64_t fragmentStart_ = 0;  // video pts (encoder time base) of the current fragment
-    std::int64_t fragmentLength_ = 1; // video pts per fragment: one second
+    std::int64_t fragmentLength_ = 1; // video pts per fragment: a third of a second
     // The first fragment waits until every audio track has a packet, so the moov
     // written with it knows where each track starts.
     std::vector<bool> audioSeen_;

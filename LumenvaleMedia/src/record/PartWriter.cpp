@@ -199,6 +199,9 @@ void PartWriter::closeVideo(std::int64_t totalFrames) {
     encodeVideo(*part, nullptr);
     part->videoClosed = true;
     part->audioEnd = samplesAfter(totalFrames);
+    // The whole picture goes to the disk now: a paused part may wait long for its
+    // last sound (below), and a crash meanwhile must not take it.
+    part->setup.file->cutFragment();
 }
 
 void PartWriter::pumpAudio(bool finishing) {
@@ -232,14 +235,22 @@ void PartWriter::pumpAudio(bool finishing) {
             return;
         }
         // The audio encoders run on across parts and hold the last few milliseconds of
-        // sound: they come out with the next part's first samples, or with the flush when
-        // the recording ends. So a paused part with sound stays open until one of the two
-        // happens; retired at the pause, a stop while paused would lose its last 40-60 ms.
-        const bool last = parts_.size() == 1;
-        if (last && hasSound && !finishing) {
-            return;
-        }
-        if (finishing && last && !audio_.empty()) {
+        // sound: they come out with the next samples fed, which go to the next part with
+        // frames (a part without frames is fed nothing), or with the flush when the
+        // recording ends. So a part with sound stays open until a later part has frames
+        // or the recording ends; retired at a pause, a stop while paused would lose its
+        // last 40-60 ms, and so would a part that only a part without frames follows.
+        const bool soundFollows =
+            std::any_of(parts_.begin() + 1, parts_.end(),
+                        [](const auto& later) { return later->firstIndex >= 0; });
+        if (hasSound && !soundFollows) {
+            if (!finishing) {
+                if (!part.soundOnDisk) {
+                    part.setup.file->cutFragment(); // all its sound but those last packets
+                    part.soundOnDisk = true;
+                }
+                return;
+            }
             audio_.flush(toPart);
         }
         retire(part);

@@ -30,7 +30,8 @@ struct PartSetup {
 // feeds each part exactly the sound of its video's time span, cuts fragments, and
 // closes finished parts; and one finishing thread that waits for each closed part to
 // reach the disk and reports it. A part with sound that was closed by a pause is
-// finished when the next part opens or the recording ends, whichever comes first.
+// finished when a later part has its first frame or the recording ends, whichever
+// comes first.
 //
 // Ordering: commands are handled in the order they were queued. A part's sound is
 // the stretch [t0, t0 + d) of the steady clock, where t0 is the capture time of the
@@ -89,6 +90,7 @@ class PartWriter {
         std::int64_t audioStartPosition = 0; // steady-clock position of the first frame
         std::int64_t audioEnd = -1;          // known once closed
         bool videoClosed = false;
+        bool soundOnDisk = false; // waiting for a later part, its sound so far cut
     };
 
     void push(Command command);

@@ -27,15 +27,22 @@ struct PartOutput {
 
 } // namespace
 
-void makeRecording(const std::filesystem::path& movie, int width, int height, double seconds) {
+void makeRecording(const std::filesystem::path& movie, int width, int height, double seconds,
+                   const std::vector<int>& extraKeyframes) {
     const std::string size = std::to_string(width) + "x" + std::to_string(height);
+    // A forced keyframe lands on the first frame at or after the time given.
+    std::string forced;
+    for (int frame : extraKeyframes) {
+        forced +=
+            (forced.empty() ? " -force_key_frames " : ",") + std::to_string((frame - 0.5) / 30);
+    }
     makeMovie(
         movie,
         "-f lavfi -i testsrc2=size=" + size +
             ":rate=30 -f lavfi -i sine=frequency=440:sample_rate=48000"
             " -f lavfi -i sine=frequency=660:sample_rate=48000 -t " +
             std::to_string(seconds) +
-            " -map 0:v -map 1:a -map 2:a -c:v libx264 -preset ultrafast -bf 0 -g 30"
+            " -map 0:v -map 1:a -map 2:a -c:v libx264 -preset ultrafast -bf 0 -g 30" + forced +
             " -pix_fmt yuv420p -c:a aac -b:a 128k -ac:a:0 2 -ac:a:1 1"
             " -metadata:s:a:0 title='System audio' -metadata:s:a:0 handler_name='System audio'"
             " -metadata:s:a:1 title=Microphone -metadata:s:a:1 handler_name=Microphone"

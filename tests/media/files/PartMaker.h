@@ -20,9 +20,11 @@ enum class AudioClock {
 };
 
 // A continuous recording: `width` x `height` at 30 fps showing a frame counter, a
-// keyframe every second, and two AAC tracks: "System audio" (stereo, 440 Hz tone,
-// default) and "Microphone" (mono, 660 Hz tone).
-void makeRecording(const std::filesystem::path& movie, int width, int height, double seconds);
+// keyframe every second and at each of `extraKeyframes` (frame numbers), and two AAC
+// tracks: "System audio" (stereo, 440 Hz tone, default) and "Microphone" (mono, 660 Hz
+// tone).
+void makeRecording(const std::filesystem::path& movie, int width, int height, double seconds,
+                   const std::vector<int>& extraKeyframes = {});
 
 struct PartOptions {
     AudioClock clock = AudioClock::continuous;

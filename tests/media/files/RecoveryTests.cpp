@@ -88,6 +88,12 @@ TEST_P(KilledRecordingTest, IsSavedUpToTheCut) {
     EXPECT_TRUE(std::equal(recovered.begin(), recovered.end(), whole.begin()));
     ASSERT_EQ(movie.partDurations.size(), 3u);
     EXPECT_NEAR(movie.durationSeconds, static_cast<double>(recovered.size()) / 30, 0.05);
+    const testing::MovieInfo info = testing::probe(movie.path);
+    for (const testing::StreamInfo& audio : info.ofType("audio")) {
+        EXPECT_NEAR(audio.durationSeconds, info.ofType("video").at(0).durationSeconds,
+                    1024.0 / 48000)
+            << "sound and picture end together";
+    }
     for (const auto& part : split) {
         EXPECT_FALSE(std::filesystem::exists(part));
     }

@@ -23,7 +23,10 @@ class SaveTest : public ::testing::Test {
   protected:
     static void SetUpTestSuite() {
         source_ = new testing::TemporaryFolder;
-        testing::makeRecording(*source_ / "recording.mp4", 320, 240, 6);
+        // Keyframes at 80 ... 90 as well, so parts of one frame can start there (the
+        // one at 90 keeps the later ones on whole seconds).
+        testing::makeRecording(*source_ / "recording.mp4", 320, 240, 6,
+                               {80, 81, 82, 83, 84, 85, 86, 87, 88, 89, 90});
     }
     static void TearDownTestSuite() {
         delete source_;
@@ -160,6 +163,37 @@ TEST_P(JoinTest, ThreePartsPlayAsOneGaplessRecording) {
 INSTANTIATE_TEST_SUITE_P(AudioClocks, JoinTest,
                          ::testing::Values(AudioClock::continuous, AudioClock::partRelativeTagged,
                                            AudioClock::partRelative));
+
+TEST_F(SaveTest, PartsOfOneFrameKeepThePictureInStepWithTheSound) {
+    // Ten parts of one frame each (pause pressed twice quickly, ten times) between two
+    // long ones, with sound handed on as the part writer does.
+    std::vector<double> cuts;
+    for (int frame = 80; frame <= 90; ++frame) {
+        cuts.push_back(frame * frameSeconds);
+    }
+    const auto split = parts(cuts, AudioClock::partRelativeTagged);
+    ASSERT_EQ(split.size(), 12u);
+
+    const Recording saved = RecordingFiles::save(split, saveFolder_.path(), date);
+
+    ASSERT_EQ(saved.partDurations.size(), 12u);
+    for (std::size_t k = 1; k <= 10; ++k) {
+        EXPECT_NEAR(saved.partDurations[k], frameSeconds, 1e-4) << "part " << k + 1;
+    }
+    // Every frame at the time it had in the recording, so after the short parts the
+    // picture is where the sound is.
+    const auto frames = testing::frameChecksums(saved.path);
+    ASSERT_EQ(frames.size(), 180u);
+    for (std::size_t n = 0; n < frames.size(); ++n) {
+        ASSERT_NEAR(frames[n].timeSeconds, static_cast<double>(n) * frameSeconds, 1e-3)
+            << "frame " << n;
+    }
+    const testing::MovieInfo info = testing::probe(saved.path);
+    const double videoSeconds = info.ofType("video")[0].durationSeconds;
+    for (const testing::StreamInfo& audio : info.ofType("audio")) {
+        EXPECT_NEAR(audio.durationSeconds, videoSeconds, aacFrameSeconds);
+    }
+}
 
 TEST_F(SaveTest, ATakenNameGetsTheNextFreeOneAndTheOldFileIsUntouched) {
     for (const std::string& name :

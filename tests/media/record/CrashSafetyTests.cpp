@@ -133,5 +133,37 @@ TEST(CrashSafety, AKilledRecordingLeavesAllButAboutASecond) {
     EXPECT_GT(audioRms(part, 0, 0.5, videoSeconds - 1), 0.2) << "the tone is in what survived";
 }
 
+// What a kill leaves of a part is what the writer has handed to the file so far, so a
+// copy taken at a moment stands for it (the fdatasync after each fragment is what
+// makes a power cut leave as much).
+TEST(CrashSafety, APartIsOnDiskSoonAfterItStartsAndWholeWhilePaused) {
+    TemporaryFolder folder;
+    TemporaryFolder copies;
+    RecordingSources sources;
+    sources.video = std::make_unique<CounterVideoSource>(PixelSize{320, 240}, 30);
+    sources.systemAudio = AudioDevices::open(AudioKind::system);
+    RecordingPipeline pipeline(std::move(sources), Codec::h264, folder.path(), LocalDateTime{}, {});
+    const std::filesystem::path part = pipeline.start();
+    std::this_thread::sleep_for(1500ms);
+    std::filesystem::copy_file(part, copies / "early.mp4");
+    std::this_thread::sleep_for(1000ms);
+    pipeline.pause();
+    std::this_thread::sleep_for(1000ms); // longer than a late source is waited for
+    std::filesystem::copy_file(part, copies / "paused.mp4");
+    pipeline.stop();
+
+    std::vector<std::int64_t> early;
+    EXPECT_NO_THROW(early = frameCounters(copies / "early.mp4"));
+    EXPECT_FALSE(early.empty()) << "a part killed 1.5 s after it started holds a fragment";
+    std::vector<std::int64_t> paused;
+    EXPECT_NO_THROW(paused = frameCounters(copies / "paused.mp4"));
+    EXPECT_EQ(paused, frameCounters(part)) << "a paused part has all its frames on disk";
+    // And its sound, but for the encoders' last packets, held for the next part.
+    const std::vector<AudioPacket> packets = audioPackets(copies / "paused.mp4", 0);
+    ASSERT_FALSE(packets.empty());
+    EXPECT_GT(static_cast<double>(packets.back().pts + packets.back().duration) / 48000,
+              static_cast<double>(paused.size()) / 30 - 0.07);
+}
+
 } // namespace
 } // namespace lumenvale::testing
