@@ -163,14 +163,17 @@ EditDecision readEdit(const std::filesystem::path& editFile) {
     return std::move(decoded).value();
 }
 
-std::filesystem::path chooseTarget(const ExportRequest& request,
-                                   std::shared_ptr<EditorExport::Reservation>& reservation) {
+EditRenderer::Destination chooseTarget(const ExportRequest& request,
+                                       std::shared_ptr<EditorExport::Reservation>& reservation) {
     if (!request.output) {
         reservation = EditorExport::reserveTarget(request.movie, request.format);
-        return reservation->path();
+        return reservation->destination();
     }
+    // Told early; the export itself never replaces a file that appears meanwhile either.
+    // A dangling link takes the name too: writing through it would land elsewhere.
     std::error_code ignored;
-    if (std::filesystem::exists(*request.output, ignored)) {
+    if (std::filesystem::symlink_status(*request.output, ignored).type() !=
+        std::filesystem::file_type::not_found) {
         throw CommandFailure{request.output->string() +
                              " already exists. Choose another --output; Lumenvale never "
                              "replaces a file."};
@@ -192,12 +195,13 @@ int runExport(const QStringList& arguments) {
         const Codec codec = request.codec ? *request.codec : storedCodec();
 
         std::shared_ptr<EditorExport::Reservation> reservation;
-        const std::filesystem::path target = chooseTarget(request, reservation);
+        const EditRenderer::Destination target = chooseTarget(request, reservation);
 
         const InterruptScope interruptScope;
         ProgressLine progress;
+        std::filesystem::path written;
         try {
-            EditorExport::write(
+            written = EditorExport::write(
                 request.movie, edit, request.format, codec, target,
                 [&](double fraction) { progress.report(fraction); }, &interrupted,
                 [&](const std::string& sentence) { progress.note(sentence); });
@@ -207,7 +211,7 @@ int runExport(const QStringList& arguments) {
         }
         progress.finish();
         std::error_code ignored;
-        std::printf("%s\n", std::filesystem::absolute(target, ignored).c_str());
+        std::printf("%s\n", std::filesystem::absolute(written, ignored).c_str());
         std::fflush(stdout);
         return 0;
     } catch (const CommandFailure& failure) {

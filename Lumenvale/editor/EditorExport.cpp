@@ -1,11 +1,13 @@
 #include "editor/EditorExport.h"
 
 #include "LumenvaleKit/RecordingName.h"
+#include "LumenvaleMedia/MediaError.h"
 #include "LumenvaleMedia/RecordingPipeline.h"
 
 #include <mutex>
 #include <set>
 #include <system_error>
+#include <utility>
 
 namespace lumenvale::EditorExport {
 namespace {
@@ -33,7 +35,8 @@ const char* fileExtension(Format format) {
     return "mp4";
 }
 
-Reservation::Reservation(std::filesystem::path path) : path_(std::move(path)) {}
+Reservation::Reservation(std::filesystem::path path, std::string base)
+    : path_(std::move(path)), base_(std::move(base)) {}
 
 Reservation::~Reservation() {
     if (path_.empty()) {
@@ -53,34 +56,28 @@ std::shared_ptr<Reservation> reserveTarget(const std::filesystem::path& recordin
         return std::filesystem::exists(std::filesystem::symlink_status(candidate, error)) ||
                names.paths.contains(candidate);
     };
+    const std::string base = recording.stem().string() + " edited";
     const std::filesystem::path target =
-        RecordingName::unique(recording.parent_path(), recording.stem().string() + " edited",
-                              fileExtension(format), taken);
+        RecordingName::unique(recording.parent_path(), base, fileExtension(format), taken);
     names.paths.insert(target);
-    return std::make_shared<Reservation>(target);
+    return std::make_shared<Reservation>(target, base);
 }
 
-void write(const std::filesystem::path& source, const EditDecision& edit, Format format,
-           Codec codec, const std::filesystem::path& destination,
-           const EditRenderer::Progress& progress, const std::atomic<bool>* cancel,
-           const EditRenderer::StatusText& status) {
-    try {
-        switch (format) {
-        case Format::movie:
-            EditRenderer::exportMovie(source, edit, resolve(codec, availableVideoFourCCs()),
-                                      destination, progress, cancel, status);
-            break;
-        case Format::gif:
-            EditRenderer::exportGIF(source, edit, destination, progress, cancel);
-            break;
-        }
-    } catch (...) {
-        // The renderer cleans up after itself; this also covers a file that some
-        // other failure left half written.
-        std::error_code ignored;
-        std::filesystem::remove(destination, ignored);
-        throw;
+std::filesystem::path write(const std::filesystem::path& source, const EditDecision& edit,
+                            Format format, Codec codec,
+                            const EditRenderer::Destination& destination,
+                            const EditRenderer::Progress& progress, const std::atomic<bool>* cancel,
+                            const EditRenderer::StatusText& status) {
+    // The renderer writes under a hidden name and removes it after a failure: nothing
+    // under the destination's name is ever ours to remove.
+    switch (format) {
+    case Format::movie:
+        return EditRenderer::exportMovie(source, edit, resolve(codec, availableVideoFourCCs()),
+                                         destination, progress, cancel, status);
+    case Format::gif:
+        return EditRenderer::exportGIF(source, edit, destination, progress, cancel);
     }
+    throw MediaError("The export format is unknown.");
 }
 
 } // namespace lumenvale::EditorExport

@@ -24,8 +24,9 @@ int progressStep(double fraction) {
 
 // What an export's worker hands back to the GUI thread.
 struct ExportOutcome {
-    QString failure;             // empty on success
-    std::optional<Image> poster; // for the card, when one is shown
+    QString failure;               // empty on success
+    std::filesystem::path written; // on success
+    std::optional<Image> poster;   // for the card, when one is shown
 };
 
 } // namespace
@@ -33,7 +34,6 @@ struct ExportOutcome {
 QFuture<std::optional<std::filesystem::path>> EditorModel::exportFile(AfterExport after) {
     const std::shared_ptr<EditorExport::Reservation> reservation =
         EditorExport::reserveTarget(path_, format_);
-    const std::filesystem::path target = reservation->path();
     const EditDecision edit = edit_;
     const ExportFormat format = format_;
     const Codec codec = services_.exportCodec ? services_.exportCodec() : Codec::h264;
@@ -48,12 +48,14 @@ QFuture<std::optional<std::filesystem::path>> EditorModel::exportFile(AfterExpor
             promise.setProgressRange(0, progressSteps);
             ExportOutcome outcome;
             try {
-                EditorExport::write(
-                    source, edit, format, codec, reservation->path(),
+                // The reserved name, or the next free one when another program takes it
+                // meanwhile.
+                outcome.written = EditorExport::write(
+                    source, edit, format, codec, reservation->destination(),
                     [&](double fraction) { promise.setProgressValue(progressStep(fraction)); },
                     closing.get());
                 if (makePoster) {
-                    outcome.poster = makePoster(reservation->path(), edit.outputDuration());
+                    outcome.poster = makePoster(outcome.written, edit.outputDuration());
                 }
             } catch (const std::exception& failure) {
                 outcome.failure = QString::fromUtf8(failure.what());
@@ -73,23 +75,23 @@ QFuture<std::optional<std::filesystem::path>> EditorModel::exportFile(AfterExpor
         }
     });
     connect(watcher, &QFutureWatcherBase::finished, this,
-            [this, watcher, id, edit, format, target, after, result] {
+            [this, watcher, id, edit, format, after, result] {
                 const ExportOutcome outcome = watcher->result();
                 watcher->deleteLater();
                 std::optional<std::filesystem::path> written;
                 if (id == exportID_) {
                     setExportProgress(std::nullopt);
                     if (outcome.failure.isEmpty()) {
-                        setLastExport(target);
-                        exported_ = ExportRecord{target, edit, format};
-                        written = target;
+                        setLastExport(outcome.written);
+                        exported_ = ExportRecord{outcome.written, edit, format};
+                        written = outcome.written;
                         if (after == AfterExport::showCard && services_.showCard) {
-                            services_.showCard({target, edit.outputDuration(), outcome.poster, {}});
+                            services_.showCard(
+                                {outcome.written, edit.outputDuration(), outcome.poster, {}});
                         }
                     } else {
+                        // The writer left nothing behind; a file under the name is not ours.
                         setError(outcome.failure);
-                        std::error_code ignored; // the writer removes it already
-                        std::filesystem::remove(target, ignored);
                     }
                 }
                 result->addResult(written);

@@ -25,6 +25,34 @@ double clampedFraction(double fraction) {
     return fraction > 1 ? 1 : fraction;
 }
 
+// True when `seconds` is finite and no further from 0 than maxEditSeconds.
+bool isEditTime(double seconds) {
+    return std::abs(seconds) <= maxEditSeconds; // false for not a number
+}
+
+std::string quotedName(const std::string& name) {
+    return "\"" + name + "\"";
+}
+
+// The picture's edges may be missed by rounding in whoever computed the fractions.
+constexpr double cropSlack = 1e-9;
+
+std::optional<std::string> cropProblem(const Rect& crop) {
+    for (const double value : {crop.x, crop.y, crop.width, crop.height}) {
+        if (!std::isfinite(value)) {
+            return "\"crop\" reaches outside the picture.";
+        }
+    }
+    if (crop.minX() < -cropSlack || crop.minY() < -cropSlack || crop.maxX() > 1 + cropSlack ||
+        crop.maxY() > 1 + cropSlack) {
+        return "\"crop\" reaches outside the picture.";
+    }
+    if (crop.width == 0 || crop.height == 0) {
+        return "\"crop\" is empty.";
+    }
+    return std::nullopt;
+}
+
 } // namespace
 
 Clip Clip::make(double start, double end) {
@@ -94,6 +122,44 @@ std::optional<double> EditDecision::outputTime(double sourceTime) const {
     for (std::size_t i = 0; i < clips.size(); ++i) {
         if (clips[i].start <= sourceTime && sourceTime <= clips[i].end) {
             return starts[i] + (sourceTime - clips[i].start) / speed;
+        }
+    }
+    return std::nullopt;
+}
+
+std::optional<std::string> EditDecision::problem() const {
+    const auto beyond = [](const std::string& name) {
+        return quotedName(name) + " lies beyond the length of any movie.";
+    };
+    if (!isEditTime(sourceDuration)) {
+        return beyond("sourceDuration");
+    }
+    if (clips.empty()) {
+        return "the edit keeps no clip.";
+    }
+    for (std::size_t i = 0; i < clips.size(); ++i) {
+        const std::string name = "clips[" + std::to_string(i) + "]";
+        if (!isEditTime(clips[i].start)) {
+            return beyond(name + ".start");
+        }
+        if (!isEditTime(clips[i].end)) {
+            return beyond(name + ".end");
+        }
+        if (!(clips[i].end > clips[i].start)) {
+            return quotedName(name) + " ends before it starts.";
+        }
+    }
+    if (!(speed > 0) || !std::isfinite(speed)) {
+        return "\"speed\" must be above 0.";
+    }
+    if (crop) {
+        if (auto problem = cropProblem(*crop)) {
+            return problem;
+        }
+    }
+    for (const auto& [track, gain] : volumes) {
+        if (!(gain >= 0) || !std::isfinite(gain)) {
+            return quotedName("volumes." + std::to_string(track)) + " must be 0 or more.";
         }
     }
     return std::nullopt;

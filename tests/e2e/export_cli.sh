@@ -79,6 +79,52 @@ export_movie "$movies/Rec.mp4" --output "$work/fast.mp4"
 check "an existing --output is refused" test "$status" -ne 0
 check "the refused --output is untouched" near "$(duration "$work/fast.mp4")" 2 0.1
 
+# A dangling --output link is refused; nothing is written where it points.
+ln -s "$work/elsewhere.mp4" "$work/dangling.mp4"
+export_movie "$movies/Rec.mp4" --output "$work/dangling.mp4"
+check "a dangling --output link is refused" test "$status" -ne 0
+check "nothing is written through the link" test ! -e "$work/elsewhere.mp4"
+
+# Exports appear under their name only when complete. A slow export (encoded again)
+# killed while it writes leaves nothing under its name...
+ffmpeg -v error -f lavfi -i testsrc2=size=640x360:rate=30 -f lavfi -i sine=frequency=440:sample_rate=48000 \
+  -t 20 -c:v libx264 -preset ultrafast -pix_fmt yuv420p -g 30 -c:a aac "$movies/Long.mp4"
+edit_json 20 1.25 "0 20" >"$work/slow.json"
+mkdir "$work/killed"
+"$LUMENVALE" export "$movies/Long.mp4" --edit "$work/slow.json" --output "$work/killed/out.mp4" \
+  >/dev/null 2>&1 &
+pid=$!
+for _ in $(seq 400); do [[ -z "$(ls -A "$work/killed")" ]] || break; sleep 0.05; done
+kill -9 "$pid"
+wait "$pid" || true
+check "the killed export had begun writing" test -n "$(ls -A "$work/killed")"
+check "a killed export leaves nothing under its name" test ! -e "$work/killed/out.mp4"
+# ... and what it left hidden is removed by a later export into the folder, once stale.
+find "$work/killed" -name '.*' -type f -exec touch -d '-2 minutes' {} +
+export_movie "$movies/Rec.mp4" --output "$work/killed/out.mp4"
+check "the next export succeeds ($err)" test "$status" -eq 0
+check "the stale hidden file is gone (got $(ls -A "$work/killed" | tr '\n' ' '))" \
+  test "$(ls -A "$work/killed")" = out.mp4
+
+# Two exports to one --output at once: one writes it, the other says why. Each reads
+# its edit from a pipe, so both look at the name only once both are under way.
+for run in 1 2; do
+  mkfifo "$work/edit$run.json"
+  "$LUMENVALE" export "$movies/Long.mp4" --edit "$work/edit$run.json" --output "$work/same.mp4" \
+    >"$work/out$run" 2>"$work/err$run" &
+  pids[run]=$!
+done
+sleep 0.5
+cat "$work/slow.json" >"$work/edit1.json" & cat "$work/slow.json" >"$work/edit2.json"
+succeeded=0
+for run in 1 2; do
+  if wait "${pids[run]}"; then succeeded=$((succeeded + 1)); else loser=$run; fi
+done
+check "exactly one of two exports to one --output succeeds ($succeeded did)" test "$succeeded" -eq 1
+check "the other says the file exists" grep -q "already exists" "$work/err${loser:-1}"
+check "the movie written decodes cleanly" \
+  test -z "$(ffmpeg -v error -i "$work/same.mp4" -f null - 2>&1)"
+
 # A GIF: 10 frames a second, at most 640 pixels on the longer side.
 ffmpeg -v error -f lavfi -i testsrc2=size=1280x720:rate=30 -t 2 -c:v libx264 -pix_fmt yuv420p "$movies/Wide.mp4"
 export_movie "$movies/Wide.mp4" --gif
@@ -95,6 +141,13 @@ check "bad edit exits non-zero" test "$status" -ne 0
 check "bad edit message names \"volumes\" (got '$err')" grep -q '"volumes"' "$work/err"
 check "bad edit prints no path" test -z "$out"
 check "bad edit writes nothing" test "$(ls "$movies" | wc -l)" -eq "$before"
+
+# An edit no movie can be made of is refused with a message (it once stopped the
+# process on a failed conversion).
+edit_json 4 1 "1e300 1e308" >"$work/huge.json"
+export_movie "$movies/Rec.mp4" --edit "$work/huge.json"
+check "an edit of 1e300 s exits with 1 (got $status)" test "$status" -eq 1
+check "an edit of 1e300 s is refused with the reason (got '$err')" grep -q "lies beyond" "$work/err"
 
 # A file that is not a movie.
 echo "not a movie" >"$movies/Notes.mp4"

@@ -60,7 +60,11 @@ TEST(EditDecisionCoding, RandomEditsSurviveARoundTrip) {
         }
         edit.speed = iteration % 3 == 0 ? 1 : 0.25 + unit(random) * 3.75;
         if (iteration % 2 == 0) {
-            edit.crop = Rect{unit(random), unit(random), unit(random), -unit(random)};
+            // Inside the picture, one of them with its height written negative.
+            const double width = 0.01 + 0.99 * unit(random);
+            const double height = 0.01 + 0.99 * unit(random);
+            edit.crop = Rect{unit(random) * (1 - width), height + unit(random) * (1 - height),
+                             width, -height};
         }
         for (int tracks = small(random); tracks > 0; --tracks) {
             edit.volumes[small(random) - 1] = unit(random) * 2;
@@ -109,6 +113,46 @@ TEST(EditDecisionCoding, RejectsWhatDoesNotMatch) {
     }
     EXPECT_EQ(decodeEditDecision(sampleWith("volumes", R"({"-2147483648": 1, "0": 3})"))->volumes,
               (std::map<int, double>{{-2147483648, 1}, {0, 3}}));
+}
+
+// Values that JSON holds but no movie can be made of are refused with the reason,
+// before anything converts them (1e300 seconds once stopped the process).
+TEST(EditDecisionCoding, RefusesEditsThatCannotMakeAMovie) {
+    const auto clips = [](const char* start, const char* end) {
+        return std::string(R"([{"id": "E621E1F8-C36C-495A-93FC-0C247A3E6E5F", "start": )") + start +
+               ", \"end\": " + end + "}]";
+    };
+    const struct {
+        std::string json;
+        const char* message;
+    } cases[] = {
+        // clang-format off
+        {sampleWith("clips", clips("1e300", "1e308").c_str()), "\"clips[0].start\" lies beyond"},
+        {sampleWith("clips", clips("0", "1e308").c_str()), "\"clips[0].end\" lies beyond"},
+        {sampleWith("clips", clips("-1e300", "1").c_str()), "\"clips[0].start\" lies beyond"},
+        {sampleWith("sourceDuration", "1e300"), "\"sourceDuration\" lies beyond"},
+        {sampleWith("clips", clips("3", "2").c_str()), "\"clips[0]\" ends before it starts."},
+        {sampleWith("clips", clips("2", "2").c_str()), "\"clips[0]\" ends before it starts."},
+        {sampleWith("clips", "[]"), "the edit keeps no clip."},
+        {sampleWith("speed", "0"), "\"speed\" must be above 0."},
+        {sampleWith("speed", "-1"), "\"speed\" must be above 0."},
+        {sampleWith("crop", "[[1.5, 0], [0.5, 0.5]]"), "\"crop\" reaches outside the picture."},
+        {sampleWith("crop", "[[0.5, 0.5], [0.6, 0.2]]"), "\"crop\" reaches outside the picture."},
+        {sampleWith("crop", "[[0.5, 0.1], [0.2, -0.2]]"), "\"crop\" reaches outside the picture."},
+        {sampleWith("crop", "[[0, 0], [1e308, 1]]"), "\"crop\" reaches outside the picture."},
+        {sampleWith("crop", "[[0.2, 0.2], [0, 0.5]]"), "\"crop\" is empty."},
+        {sampleWith("volumes", R"({"1": -0.5})"), "\"volumes.1\" must be 0 or more."},
+        // clang-format on
+    };
+    for (const auto& c : cases) {
+        const auto result = decodeEditDecision(c.json);
+        ASSERT_FALSE(result.ok()) << c.json;
+        EXPECT_NE(result.error().find(c.message), std::string::npos) << result.error();
+        EXPECT_EQ(result.error().rfind("The edit is not valid: ", 0), 0u) << result.error();
+    }
+    // The edges themselves are fine: a crop of the whole picture, standardised or not.
+    EXPECT_TRUE(decodeEditDecision(sampleWith("crop", "[[0, 0], [1, 1]]")).ok());
+    EXPECT_TRUE(decodeEditDecision(sampleWith("crop", "[[1, 1], [-1, -1]]")).ok());
 }
 
 } // namespace

@@ -45,6 +45,9 @@ std::string run(const std::string& command);
 // Quotes a path for the shell.
 std::string quoted(const std::filesystem::path& path);
 
+// The whole content of a file; empty when it cannot be read.
+std::string readFile(const std::filesystem::path& path);
+
 // ffprobe's view of the file, frames counted by decoding every stream.
 MovieInfo probe(const std::filesystem::path& movie);
 

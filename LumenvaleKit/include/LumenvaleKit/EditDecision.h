@@ -34,6 +34,14 @@ struct Location {
     friend bool operator==(const Location&, const Location&) = default;
 };
 
+// The longest edited result a movie is made of, in seconds: a day. What an edit keeps
+// depends on the movie (a clip may reach past its end), so this is checked where the
+// edit meets the movie.
+inline constexpr double maxOutputSeconds = 86400;
+// The furthest from 0 any time of an edit may lie, in seconds (about 31 years): beyond
+// every movie, and far inside what counting in the finest time bases of movies holds.
+inline constexpr double maxEditSeconds = 1e9;
+
 // The editor's edit decision list: which ranges of the source are kept, in which
 // order, how fast the result plays, how it is cropped and how loud each audio
 // track is. A plain value: a copy is a complete, independent snapshot.
@@ -65,6 +73,15 @@ struct EditDecision {
     // The output time that shows source time s; the first clip holding s (ends
     // included) wins; nothing when s lies in no clip.
     std::optional<double> outputTime(double sourceTime) const;
+    // Why no movie can be made of this edit, as the end of a sentence ("\"speed\" must
+    // be above 0."), or nothing when one can: a time that is not finite or lies beyond
+    // maxEditSeconds; no clip, or a clip that does not end after it starts; a speed
+    // that is not above 0; a crop that is empty or reaches outside the picture (its
+    // standardised form must lie within 0 ... 1 both ways); a gain that is negative or
+    // not finite. Edits made by the editing operations from a valid edit are valid;
+    // edits from outside (a file, the command line) are checked with this before
+    // anything converts their values.
+    std::optional<std::string> problem() const;
     // Splits the clip under output time t; refuses a piece under 0.1 s.
     bool split(double atOutput);
     // Removes the clip with that id; never the last remaining clip.
@@ -87,10 +104,10 @@ struct EditDecision {
 // cannot hold) is written as null, so such an edit does not decode again.
 std::string encode(const EditDecision& edit);
 // "sourceDuration", "clips", "speed" and "volumes" are required; a missing or null
-// "crop" means no crop. Values are not range-checked. Fails on anything else that does
-// not match: wrong types, a rectangle that is not [[x, y], [width, height]], a clip id
-// that is not a UUID, a track number that is not a plain decimal int ("1", "-2").
-// Never throws. Any thread.
+// "crop" means no crop. Fails on anything else that does not match: wrong types, a
+// rectangle that is not [[x, y], [width, height]], a clip id that is not a UUID, a track
+// number that is not a plain decimal int ("1", "-2"), and an edit whose problem() says
+// that no movie can be made of it. Never throws. Any thread.
 Result<EditDecision> decodeEditDecision(std::string_view json);
 
 namespace GIFPlan {

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -50,6 +51,27 @@ struct Built {
     EditDecision edit;
 };
 
+// Where an export goes. Its file is written under a hidden name in the folder of `path`
+// and appears under its own name only once complete: a killed export leaves nothing
+// under it, and a file there is never replaced, not even one that appears while the
+// export runs (or a dangling symbolic link, which is never written through).
+struct Destination {
+    // Exactly `path`: an export whose name is taken fails and says so. (Implicit: a
+    // plain path is this kind of destination.)
+    Destination(std::filesystem::path exactly) : path(std::move(exactly)) {}
+    // `preferred` (in the folder of the export) or, when it is taken by the time the
+    // export is complete, the next free "<base> 2.<ext>", "<base> 3.<ext>", ... as
+    // RecordingName::unique() names them; <ext> is that of `preferred`.
+    static Destination numbered(std::filesystem::path preferred, std::string base) {
+        Destination destination(std::move(preferred));
+        destination.numberingBase = std::move(base);
+        return destination;
+    }
+
+    std::filesystem::path path;
+    std::optional<std::string> numberingBase; // set: numbered
+};
+
 // Progress from 0 to 1, called from the worker thread that exports.
 using Progress = std::function<void(double fraction)>;
 
@@ -60,7 +82,9 @@ using StatusText = std::function<void(const std::string& sentence)>;
 
 // Reads the movie and resolves the edit; edit times are taken at 1/600 s. Throws
 // MediaError: a file that is missing, not a movie, truncated, without video or without
-// duration ("Nothing was recorded."), or an edit of which nothing lies inside the movie.
+// duration ("Nothing was recorded."), an edit that EditDecision::problem() refuses, one
+// of which nothing lies inside the movie, or one whose result would last longer than a
+// day or less than one frame.
 // Called from a worker thread; the result is the caller's.
 Built build(const std::filesystem::path& source, const EditDecision& edit);
 
@@ -72,17 +96,23 @@ Built build(const std::filesystem::path& source, const EditDecision& edit);
 // Lumenvale did not record), the picture is encoded again in full with `codec` and the
 // sound still copied; when the sound is not AAC, the whole movie is encoded again.
 // `status` (optional) is told either way.
-// On failure throws MediaError and leaves nothing at `destination`.
+// Returns the path written (see Destination). On failure throws MediaError and leaves
+// nothing behind: an edit that problem() refuses or whose result would be longer than
+// a day or shorter than one frame, a name that is taken, a source that changed while
+// it was read ("The movie “…” changed while it was being exported.").
 // `cancel` (optional) stops the export early with a MediaError when it becomes true.
-void exportMovie(const std::filesystem::path& source, const EditDecision& edit, Codec codec,
-                 const std::filesystem::path& destination, const Progress& progress,
-                 const std::atomic<bool>* cancel = nullptr, const StatusText& status = {});
+std::filesystem::path exportMovie(const std::filesystem::path& source, const EditDecision& edit,
+                                  Codec codec, const Destination& destination,
+                                  const Progress& progress,
+                                  const std::atomic<bool>* cancel = nullptr,
+                                  const StatusText& status = {});
 
 // Writes the first 30 seconds of the edit (at most) as a looping GIF, 10 frames a
 // second, at most 640 pixels on the longer side after the crop. Progress counts frames.
-void exportGIF(const std::filesystem::path& source, const EditDecision& edit,
-               const std::filesystem::path& destination, const Progress& progress,
-               const std::atomic<bool>* cancel = nullptr);
+// Returns the path written; fails as exportMovie() does.
+std::filesystem::path exportGIF(const std::filesystem::path& source, const EditDecision& edit,
+                                const Destination& destination, const Progress& progress,
+                                const std::atomic<bool>* cancel = nullptr);
 
 struct Thumbnail {
     double timeSeconds = 0;

@@ -49,6 +49,10 @@ TrackPlan planFor(int streamIndex, TrackKind kind) {
 } // namespace
 
 Built resolveEdit(const SourceMovie& movie, const EditDecision& edit) {
+    // Before any of the edit's values is converted.
+    if (std::optional<std::string> problem = edit.problem()) {
+        throw MediaError("The edit can’t be used: " + *problem);
+    }
     Built built;
     built.edit = edit;
 
@@ -82,6 +86,9 @@ Built resolveEdit(const SourceMovie& movie, const EditDecision& edit) {
     TickRange movieTicks{INT64_MAX, INT64_MIN};
     for (const TrackPlan& plan : built.tracks) {
         const TimeRange range = trackRange(movie, plan.streamIndex);
+        if (!(std::abs(range.start) <= maxEditSeconds && std::abs(range.end) <= maxEditSeconds)) {
+            throw damagedMovie(movie.path); // times no movie has
+        }
         const TickRange ticks{toTicks(range.start), toTicks(range.end)};
         trackTicks.push_back(ticks);
         if (!ticks.empty()) {
@@ -120,6 +127,12 @@ Built resolveEdit(const SourceMovie& movie, const EditDecision& edit) {
                                             : "The edit reaches past the end of the movie.");
     }
     built.outputDurationSeconds = seconds(cursor) / edit.speed;
+    if (built.outputDurationSeconds > maxOutputSeconds) {
+        throw MediaError("The edited movie would last longer than a day.");
+    }
+    if (built.outputDurationSeconds < 1 / built.frameRate) {
+        throw MediaError("The edited movie would be shorter than one frame.");
+    }
     return built;
 }
 

@@ -42,8 +42,8 @@ struct SoundOutput {
 class MovieEncode {
   public:
     MovieEncode(const Built& built, const std::filesystem::path& source, Codec codec,
-                const std::filesystem::path& destination, const EditRenderer::Progress& progress,
-                const std::atomic<bool>* cancel)
+                const EditRenderer::Destination& destination,
+                const EditRenderer::Progress& progress, const std::atomic<bool>* cancel)
         : built_(built), movie_(openSourceMovie(source)), name_(source.filename().string()),
           writer_(destination, built.outputDurationSeconds, progress, cancel),
           packet_(ff::makePacket()) {
@@ -67,7 +67,7 @@ class MovieEncode {
         writer_.copyMovieTags(movie_.input.get());
     }
 
-    void run() {
+    std::filesystem::path run() {
         writer_.start();
         for (std::size_t clip = 0; clip < built_.edit.clips.size(); ++clip) {
             encodeClip(clip);
@@ -84,6 +84,8 @@ class MovieEncode {
             output.encoder->flush([&](AVPacket& packet) { writer_.write(output.stream, &packet); });
         }
         writer_.finish();
+        checkUnchanged(movie_);
+        return writer_.publish();
     }
 
   private:
@@ -218,12 +220,14 @@ class MovieEncode {
 
 } // namespace
 
-void encodeMovie(const EditRenderer::Built& built, const std::filesystem::path& source, Codec codec,
-                 const std::filesystem::path& destination, const EditRenderer::Progress& progress,
-                 const std::atomic<bool>* cancel) {
+std::filesystem::path encodeMovie(const EditRenderer::Built& built,
+                                  const std::filesystem::path& source, Codec codec,
+                                  const EditRenderer::Destination& destination,
+                                  const EditRenderer::Progress& progress,
+                                  const std::atomic<bool>* cancel) {
     MovieEncode encode(built, source, resolve(codec, availableVideoFourCCs()), destination,
                        progress, cancel);
-    encode.run();
+    return encode.run();
 }
 
 } // namespace lumenvale::edit

@@ -13,10 +13,12 @@
 namespace lumenvale::edit {
 
 // Writes `built` (resolved from `source`) to `destination` as an MPEG-4 movie with
-// its video in `codec`. Throws MediaError and leaves nothing at `destination` on
-// failure; `cancel` (optional) stops it early with a MediaError.
-void encodeMovie(const EditRenderer::Built& built, const std::filesystem::path& source, Codec codec,
-                 const std::filesystem::path& destination, const EditRenderer::Progress& progress,
-                 const std::atomic<bool>* cancel);
+// its video in `codec`, and returns the path written. Throws MediaError and leaves
+// nothing behind on failure; `cancel` (optional) stops it early with a MediaError.
+std::filesystem::path encodeMovie(const EditRenderer::Built& built,
+                                  const std::filesystem::path& source, Codec codec,
+                                  const EditRenderer::Destination& destination,
+                                  const EditRenderer::Progress& progress,
+                                  const std::atomic<bool>* cancel);
 
 } // namespace lumenvale::edit

@@ -7,26 +7,25 @@
 
 namespace lumenvale {
 
-void EditRenderer::exportMovie(const std::filesystem::path& source, const EditDecision& edit,
-                               Codec codec, const std::filesystem::path& destination,
-                               const Progress& progress, const std::atomic<bool>* cancel,
-                               const StatusText& status) {
+std::filesystem::path
+EditRenderer::exportMovie(const std::filesystem::path& source, const EditDecision& edit,
+                          Codec codec, const Destination& destination, const Progress& progress,
+                          const std::atomic<bool>* cancel, const StatusText& status) {
     Built built;
     {
         edit::SourceMovie movie = edit::openSourceMovie(source);
         built = edit::resolveEdit(movie, edit);
         if (edit.isPassthrough()) {
             if (edit::canCopySound(movie, built)) {
-                edit::exportCutOnly(movie, built, codec, destination,
-                                    edit::ExportHooks{progress, cancel, status});
-                return;
+                return edit::exportCutOnly(movie, built, codec, destination,
+                                           edit::ExportHooks{progress, cancel, status});
             }
             if (status) {
                 status("This movie’s sound can’t be copied, so the whole movie is encoded again.");
             }
         }
     }
-    edit::encodeMovie(built, source, codec, destination, progress, cancel);
+    return edit::encodeMovie(built, source, codec, destination, progress, cancel);
 }
 
 } // namespace lumenvale

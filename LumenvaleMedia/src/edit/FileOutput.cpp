@@ -2,6 +2,7 @@
 
 #include "LumenvaleMedia/MediaError.h"
 #include "edit/SourceBytes.h"
+#include "edit/SourceMovie.h"
 #include "ffmpeg/Handles.h"
 
 extern "C" {
@@ -10,6 +11,7 @@ extern "C" {
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -23,22 +25,41 @@ constexpr int headerBufferBytes = 64 * 1024;
 // progress says and a cancellation is not kept waiting.
 constexpr std::size_t copyChunkBytes = 8 * 1024 * 1024;
 
+// Copies refused by the file systems involved, which reading and writing can do.
+bool copyRefused(int error) {
+    return error == EXDEV || error == EINVAL || error == ENOSYS || error == EOPNOTSUPP ||
+           error == EPERM;
+}
+
+std::filesystem::path folderOf(const std::filesystem::path& destination) {
+    return destination.has_parent_path() ? destination.parent_path() : std::filesystem::path(".");
+}
+
 } // namespace
 
-FileOutput::FileOutput(const std::filesystem::path& destination) {
-    descriptor_ = ::open(destination.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    if (descriptor_ < 0) {
-        throw MediaError("Couldn’t write “" + destination.filename().string() + "” in “" +
-                         destination.parent_path().string() +
-                         "”: " + ff::errorText(AVERROR(errno)) + ".");
+FileOutput::FileOutput(const EditRenderer::Destination& destination) : destination_(destination) {
+    const std::filesystem::path& path = destination_.path;
+    const std::filesystem::path folder = folderOf(path);
+    const std::string stem = path.stem().string();
+    std::error_code ignored;
+    if (!destination_.numberingBase && std::filesystem::symlink_status(path, ignored).type() !=
+                                           std::filesystem::file_type::not_found) {
+        throw files::HiddenFile::nameTaken(path);
     }
+    files::HiddenFile::removeStale(folder, stem);
+    try {
+        file_ = std::make_unique<files::HiddenFile>(folder, stem);
+    } catch (const files::HiddenFile::CreateFailed& failure) {
+        throw MediaError("Couldn’t write “" + path.filename().string() + "” in “" +
+                         folder.string() + "”: " + std::strerror(failure.error) + ".");
+    }
+    descriptor_ = file_->descriptor();
     auto* buffer = static_cast<unsigned char*>(av_malloc(headerBufferBytes));
     context_ = buffer == nullptr ? nullptr
                                  : avio_alloc_context(buffer, headerBufferBytes, 1, this, nullptr,
                                                       &FileOutput::write, &FileOutput::seek);
     if (context_ == nullptr) {
         av_free(buffer);
-        ::close(descriptor_);
         throw MediaError("Not enough memory to write the movie.");
     }
     context_->direct = 1;
@@ -50,22 +71,39 @@ FileOutput::~FileOutput() {
         av_freep(&context_->buffer);
         avio_context_free(&context_);
     }
-    if (descriptor_ >= 0) {
-        ::close(descriptor_);
-    }
 }
 
-void FileOutput::close() {
+void FileOutput::finish() {
     avio_flush(context_);
-    const bool copied = flushCopy();
-    const int copyError = copied ? 0 : AVERROR(errno);
-    const int written = context_->error;
-    const int closed = ::close(descriptor_);
-    descriptor_ = -1;
-    ff::check(written < 0 ? written : copyError, "Couldn’t write the movie");
-    if (closed != 0) {
-        ff::check(AVERROR(errno), "Couldn’t finish writing the movie");
+    flushCopy();
+    if (failure_) {
+        throw MediaError(*failure_);
     }
+    ff::check(context_->error, "Couldn’t write the movie");
+}
+
+std::filesystem::path FileOutput::publish() {
+    if (destination_.numberingBase) {
+        std::string ext = destination_.path.extension().string();
+        if (!ext.empty()) {
+            ext.erase(0, 1);
+        }
+        return file_->publish(*destination_.numberingBase, ext, files::Durability::cached,
+                              destination_.path);
+    }
+    file_->publishAs(destination_.path, files::Durability::cached);
+    return destination_.path;
+}
+
+bool FileOutput::fail(std::string sentence) {
+    if (!failure_) {
+        failure_ = std::move(sentence);
+    }
+    return false;
+}
+
+bool FileOutput::failWriting(int error) {
+    return fail(files::writeFailure(file_->folder(), error));
 }
 
 int FileOutput::write(void* opaque, std::uint8_t* data, int size) {
@@ -75,7 +113,7 @@ int FileOutput::write(void* opaque, std::uint8_t* data, int size) {
     const bool done = from >= 0 ? self->queueCopy(from, bytes)
                                 : self->flushCopy() && self->writeAll(data, bytes, self->position_);
     if (!done) {
-        return AVERROR(errno);
+        return AVERROR(EIO);
     }
     self->position_ += size;
     self->end_ = std::max(self->end_, self->position_);
@@ -96,6 +134,9 @@ bool FileOutput::queueCopy(std::int64_t from, std::size_t size) {
 }
 
 bool FileOutput::flushCopy() {
+    if (failure_) {
+        return false;
+    }
     if (pending_.size == 0) {
         return true;
     }
@@ -106,26 +147,37 @@ bool FileOutput::flushCopy() {
     while (left > 0 && kernelCopies_) {
         const ssize_t copied =
             ::copy_file_range(source_->descriptor(), &from, descriptor_, &to, left, 0);
-        if (copied < 0 && errno == EINTR) {
-            continue;
-        }
-        if (copied <= 0) {
-            // Refused between these file systems (or cut short): write the rest from
-            // the mapping instead, and stop asking.
+        if (copied > 0) {
+            left -= static_cast<std::size_t>(copied);
+        } else if (copied == 0 || copyRefused(errno)) {
+            // The source ended early (reading says so), or these file systems do not
+            // copy for us: read and write instead.
             kernelCopies_ = false;
-            break;
+        } else if (errno != EINTR) {
+            return failWriting(errno);
         }
-        left -= static_cast<std::size_t>(copied);
     }
-    if (left == 0) {
-        return true;
+    return left == 0 || copyByReading(from, to, left);
+}
+
+bool FileOutput::copyByReading(std::int64_t from, std::int64_t to, std::size_t size) {
+    bounce_.resize(std::min(size, copyChunkBytes));
+    while (size > 0) {
+        const std::size_t chunk = std::min(size, bounce_.size());
+        if (!source_->read(from, bounce_.data(), chunk)) {
+            return fail(errno == ENODATA
+                            ? changedWhileExporting(source_->path()).what()
+                            : "Couldn’t read the movie “" + source_->path().filename().string() +
+                                  "”: " + std::strerror(errno) + ".");
+        }
+        if (!writeAll(bounce_.data(), chunk, to)) {
+            return false;
+        }
+        from += static_cast<std::int64_t>(chunk);
+        to += static_cast<std::int64_t>(chunk);
+        size -= chunk;
     }
-    const std::uint8_t* bytes = source_->bytesAt(from, left);
-    if (bytes == nullptr) {
-        errno = EIO;
-        return false;
-    }
-    return writeAll(bytes, left, to);
+    return true;
 }
 
 bool FileOutput::writeAll(const std::uint8_t* data, std::size_t size, std::int64_t at) {
@@ -135,10 +187,7 @@ bool FileOutput::writeAll(const std::uint8_t* data, std::size_t size, std::int64
             continue;
         }
         if (written <= 0) {
-            if (written == 0) {
-                errno = EIO;
-            }
-            return false;
+            return failWriting(written == 0 ? EIO : errno);
         }
         data += written;
         at += written;

@@ -23,8 +23,8 @@ FrameDecoder::FrameDecoder(const AVStream* stream)
 
 void FrameDecoder::decode(const AVPacket* packet, const FrameSink& sink) {
     if (packet != nullptr && packet->buf != nullptr && !av_buffer_is_writable(packet->buf)) {
-        // Bytes left in the mapped source lack the zeroed padding decoders read past the
-        // end of a packet: give the decoder a padded copy.
+        // Bytes the decoder must not touch, or that lack the zeroed padding decoders
+        // read past the end of a packet: give the decoder a padded copy.
         ff::check(av_packet_ref(padded_.get(), packet), "Not enough memory to decode the video");
         ff::check(av_packet_make_writable(padded_.get()), "Not enough memory to decode the video");
         decode(padded_.get(), sink);

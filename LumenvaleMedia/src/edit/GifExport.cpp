@@ -106,9 +106,11 @@ class GifPictureScaler {
 
 namespace lumenvale {
 
-void EditRenderer::exportGIF(const std::filesystem::path& source, const EditDecision& edit,
-                             const std::filesystem::path& destination, const Progress& progress,
-                             const std::atomic<bool>* cancel) {
+std::filesystem::path EditRenderer::exportGIF(const std::filesystem::path& source,
+                                              const EditDecision& edit,
+                                              const Destination& destination,
+                                              const Progress& progress,
+                                              const std::atomic<bool>* cancel) {
     edit::SourceMovie movie = edit::openSourceMovie(source);
     const Built built = edit::resolveEdit(movie, edit);
     const std::vector<double> times =
@@ -134,9 +136,12 @@ void EditRenderer::exportGIF(const std::filesystem::path& source, const EditDeci
         }
     }
     writer.finish();
+    edit::checkUnchanged(movie);
+    std::filesystem::path written = writer.publish();
     if (progress) {
         progress(1.0);
     }
+    return written;
 }
 
 } // namespace lumenvale

@@ -15,10 +15,15 @@ constexpr const char* writeFailure = "Couldn’t write the GIF";
 
 } // namespace
 
-GifWriter::GifWriter(const std::filesystem::path& destination, int width, int height)
-    : destination_(destination), frame_(ff::makeFrame()), packet_(ff::makePacket()) {
+GifWriter::GifWriter(const EditRenderer::Destination& destination, int width, int height)
+    : file_(destination), frame_(ff::makeFrame()), packet_(ff::makePacket()) {
     try {
-        output_ = ff::openOutput(destination, "gif");
+        AVFormatContext* raw = nullptr;
+        const int made = avformat_alloc_output_context2(&raw, nullptr, "gif", nullptr);
+        output_.reset(raw);
+        ff::check(made, writeFailure);
+        output_->pb = file_.context();
+        output_->flags |= AVFMT_FLAG_CUSTOM_IO;
         const AVCodec* codec = avcodec_find_encoder(AV_CODEC_ID_GIF);
         if (codec == nullptr) {
             throw MediaError("This system can’t write GIF pictures.");
@@ -46,8 +51,9 @@ GifWriter::GifWriter(const std::filesystem::path& destination, int width, int he
         av_dict_free(&options);
         ff::check(started, writeFailure);
     } catch (...) {
-        output_.reset();
-        ff::removePartial(destination_);
+        if (output_) {
+            output_->pb = nullptr; // file_ owns it
+        }
         throw;
     }
 
@@ -57,9 +63,8 @@ GifWriter::GifWriter(const std::filesystem::path& destination, int width, int he
 }
 
 GifWriter::~GifWriter() {
-    if (!finished_) {
-        output_.reset();
-        ff::removePartial(destination_);
+    if (output_) {
+        output_->pb = nullptr; // file_ owns it
     }
 }
 
@@ -95,9 +100,15 @@ void GifWriter::write(const GifQuantizer::Frame& frame) {
 
 void GifWriter::finish() {
     send(nullptr);
-    ff::check(av_write_trailer(output_.get()), writeFailure);
-    ff::check(avio_closep(&output_->pb), writeFailure);
-    finished_ = true;
+    checkWritten(av_write_trailer(output_.get()));
+    file_.finish();
+}
+
+void GifWriter::checkWritten(int code) const {
+    if (code < 0 && file_.failure()) {
+        throw MediaError(*file_.failure());
+    }
+    ff::check(code, writeFailure);
 }
 
 void GifWriter::send(const AVFrame* frame) {
@@ -111,7 +122,7 @@ void GifWriter::send(const AVFrame* frame) {
         packet_->stream_index = 0;
         packet_->duration = frameDelayCentiseconds;
         av_packet_rescale_ts(packet_.get(), centiseconds, output_->streams[0]->time_base);
-        ff::check(av_write_frame(output_.get(), packet_.get()), writeFailure);
+        checkWritten(av_write_frame(output_.get(), packet_.get()));
         av_packet_unref(packet_.get());
     }
 }

@@ -1,5 +1,6 @@
-// Packets taken from an MPEG-4 movie's sample index, their bytes left in the mapped
-// file: a cut-only export then never reads the movie through the process at all.
+// Packets taken from an MPEG-4 movie's sample index, their bytes left in the file (a
+// packet carries their stand-in): a cut-only export then never reads the movie through
+// the process, except the few frames after a cut that it decodes.
 
 #include "edit/PacketSource.h"
 

@@ -27,17 +27,13 @@ constexpr double progressStep = 0.002;
 
 } // namespace
 
-MovieWriter::MovieWriter(const std::filesystem::path& destination, double outputSeconds,
+MovieWriter::MovieWriter(const EditRenderer::Destination& destination, double outputSeconds,
                          const EditRenderer::Progress& progress, const std::atomic<bool>* cancel)
-    : destination_(destination), file_(destination), outputSeconds_(outputSeconds),
-      progress_(progress), cancel_(cancel) {
+    : file_(destination), outputSeconds_(outputSeconds), progress_(progress), cancel_(cancel) {
     AVFormatContext* raw = nullptr;
     const int made = avformat_alloc_output_context2(&raw, nullptr, "mp4", nullptr);
     output_.reset(raw);
-    if (made < 0) {
-        ff::removePartial(destination_);
-        ff::check(made, "Couldn’t create the movie");
-    }
+    ff::check(made, "Couldn’t create the movie");
     output_->pb = file_.context();
     output_->flags |= AVFMT_FLAG_CUSTOM_IO;
     // Packets go straight to the file, never flushed one by one.
@@ -48,10 +44,13 @@ MovieWriter::~MovieWriter() {
     if (output_) {
         output_->pb = nullptr; // file_ owns it
     }
-    if (!finished_) {
-        output_.reset();
-        ff::removePartial(destination_);
+}
+
+void MovieWriter::check(int code, const char* doing) const {
+    if (code < 0 && file_.failure()) {
+        throw MediaError(*file_.failure());
     }
+    ff::check(code, doing);
 }
 
 int MovieWriter::addCopiedStream(const AVStream* source, AVRational timeBase) {
@@ -120,7 +119,7 @@ void MovieWriter::copyMovieTags(const AVFormatContext* source) {
 }
 
 void MovieWriter::start() {
-    ff::check(avformat_write_header(output_.get(), nullptr), "Couldn’t start writing the movie");
+    check(avformat_write_header(output_.get(), nullptr), "Couldn’t start writing the movie");
 }
 
 void MovieWriter::write(int stream, AVPacket* packet) {
@@ -131,7 +130,7 @@ void MovieWriter::write(int stream, AVPacket* packet) {
     packet->stream_index = stream;
     packet->pos = -1;
     const double endSeconds = ff::seconds(packet->pts + packet->duration, muxerTimeBase);
-    ff::check(av_interleaved_write_frame(output_.get(), packet), "Couldn’t write the movie");
+    check(av_interleaved_write_frame(output_.get(), packet), "Couldn’t write the movie");
     reportProgress(endSeconds);
 }
 
@@ -143,13 +142,18 @@ void MovieWriter::checkCancel() const {
 
 void MovieWriter::finish() {
     checkCancel();
-    ff::check(av_interleaved_write_frame(output_.get(), nullptr), "Couldn’t write the movie");
-    ff::check(av_write_trailer(output_.get()), "Couldn’t finish writing the movie");
-    file_.close();
-    finished_ = true;
+    check(av_interleaved_write_frame(output_.get(), nullptr), "Couldn’t write the movie");
+    check(av_write_trailer(output_.get()), "Couldn’t finish writing the movie");
+    file_.finish();
+}
+
+std::filesystem::path MovieWriter::publish() {
+    checkCancel();
+    std::filesystem::path written = file_.publish();
     if (progress_) {
         progress_(1.0);
     }
+    return written;
 }
 
 void MovieWriter::reportProgress(double outputSeconds) {

@@ -1,8 +1,9 @@
 #pragma once
 
 // The MPEG-4 file an export writes: its streams, packet interleaving, progress by
-// output time, cancellation, and removal of the file when the export fails.
-// Internal to the edit area. Used by the one thread that exports.
+// output time, cancellation, and publication under its name once complete (nothing is
+// left behind when the export fails). Internal to the edit area. Used by the one
+// thread that exports.
 
 #include "LumenvaleMedia/EditRenderer.h"
 #include "edit/FileOutput.h"
@@ -16,16 +17,16 @@ namespace lumenvale::edit {
 
 class MovieWriter {
   public:
-    // Creates `destination` (replacing nothing else); `outputSeconds` is the length
-    // of the result, against which progress is measured.
-    MovieWriter(const std::filesystem::path& destination, double outputSeconds,
+    // Starts the file that becomes `destination` (FileOutput); `outputSeconds` is the
+    // length of the result, against which progress is measured.
+    MovieWriter(const EditRenderer::Destination& destination, double outputSeconds,
                 const EditRenderer::Progress& progress, const std::atomic<bool>* cancel);
-    // Removes the file unless finish() succeeded.
+    // The file goes unless publish() succeeded.
     ~MovieWriter();
     MovieWriter(const MovieWriter&) = delete;
     MovieWriter& operator=(const MovieWriter&) = delete;
 
-    // Packets whose bytes lie in `source`'s mapping are copied file to file.
+    // Packets with `source`'s stand-in bytes are copied file to file.
     void copyFrom(const SourceBytes* source) { file_.copyFrom(source); }
 
     // Adds a stream copied from `source`: codec parameters, metadata, disposition.
@@ -48,15 +49,18 @@ class MovieWriter {
     // Throws MediaError("The export was cancelled.") when cancellation was asked for.
     void checkCancel() const;
 
-    // Flushes the interleaver, writes the index and closes the file.
+    // Flushes the interleaver and writes the index: the file is complete.
     void finish();
+    // Puts the complete file under its name, reports progress 1 and returns the path.
+    std::filesystem::path publish();
 
   private:
+    // Throws the file's own sentence when writing it failed, else ff::check's.
+    void check(int code, const char* doing) const;
     // The source stream's disposition, tags and stream-wide side data, on `stream`.
     static void keepDescription(const AVStream* source, AVStream* stream);
     void reportProgress(double outputSeconds);
 
-    std::filesystem::path destination_;
     FileOutput file_;
     ff::OutputContext output_; // its I/O is file_'s, detached before either is closed
     double outputSeconds_ = 0;
@@ -64,7 +68,6 @@ class MovieWriter {
     const std::atomic<bool>* cancel_ = nullptr;
     std::vector<AVRational> timeBases_; // as the streams were added, before the muxer's own
     double reportedFraction_ = -1;
-    bool finished_ = false;
 };
 
 } // namespace lumenvale::edit

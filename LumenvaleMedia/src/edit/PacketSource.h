@@ -27,10 +27,10 @@ class PacketSource {
 // Reads packets with the demuxer: any container, any stream.
 std::unique_ptr<PacketSource> demuxedPackets(SourceMovie& movie, const std::vector<int>& streams);
 
-// Walks the movie's own sample index and points each packet at its bytes in the mapped
-// file, reading nothing. Null when the index cannot stand in for the demuxer: not an
-// MPEG-4 / QuickTime file, an index that disagrees with the demuxer (fragments, trimming
-// edit lists), or a picture with reordered frames.
+// Walks the movie's own sample index and gives each packet the stand-in of its bytes
+// (SourceBytes), reading nothing. Null when the index cannot stand in for the demuxer:
+// not an MPEG-4 / QuickTime file, an index that disagrees with the demuxer (fragments,
+// trimming edit lists), or a picture with reordered frames.
 std::unique_ptr<PacketSource> indexedPackets(SourceMovie& movie, const SourceBytes& bytes,
                                              const std::vector<int>& streams);
 

@@ -38,7 +38,7 @@ PixelSize evenSize(PixelSize size) {
 class CutOnlyExport {
   public:
     CutOnlyExport(SourceMovie& movie, const Built& built, PictureRoute route,
-                  const ExportHooks& hooks, const std::filesystem::path& destination)
+                  const ExportHooks& hooks, const EditRenderer::Destination& destination)
         : movie_(movie), built_(built),
           bytes_(route == PictureRoute::splice ? std::make_unique<SourceBytes>(movie.path)
                                                : nullptr),
@@ -57,7 +57,8 @@ class CutOnlyExport {
             const int stream = writer_.addCopiedStream(source, timeBase);
             videoOutput_ = std::make_unique<VideoOutput>(writer_, stream, timeBase);
             cutEncoders_ = std::make_unique<CutEncoders>(source);
-            cutters_.front() = std::make_unique<VideoCut>(source, *cutEncoders_, *videoOutput_);
+            cutters_.front() =
+                std::make_unique<VideoCut>(source, *cutEncoders_, *videoOutput_, bytes_.get());
             return;
         }
         wholeEncoder_ = std::make_unique<FrameEncoder>(record::makeVideoEncoder(
@@ -79,15 +80,15 @@ class CutOnlyExport {
         }
     }
 
-    void write() {
+    std::filesystem::path write() {
         std::vector<int> streams;
         for (std::size_t track = 0; track < built_.tracks.size(); ++track) {
             if (cutters_[track]) {
                 streams.push_back(built_.tracks[track].streamIndex);
             }
         }
-        // Copying whole packets needs none of their bytes in memory: walk the index and
-        // let the kernel copy them, where the movie allows it.
+        // Copying whole packets needs none of their bytes in the process: walk the index
+        // and let the kernel copy them, where the movie allows it.
         if (bytes_) {
             packets_ = indexedPackets(movie_, *bytes_, streams);
         }
@@ -107,6 +108,9 @@ class CutOnlyExport {
             }
         }
         writer_.finish();
+        // What was copied of a file that changed meanwhile may not fit together.
+        checkUnchanged(movie_);
+        return writer_.publish();
     }
 
   private:
@@ -161,7 +165,7 @@ class CutOnlyExport {
 
     SourceMovie& movie_;
     const Built& built_;
-    // The mapped source outlives the writer, which may hold packets pointing into it.
+    // The source's stand-ins outlive the writer, which may hold packets pointing at them.
     std::unique_ptr<SourceBytes> bytes_;
     std::unique_ptr<PacketSource> packets_;
     // Declared before what writes into it, so it is closed (or removed) last.
@@ -173,12 +177,13 @@ class CutOnlyExport {
     ff::Packet packet_;
 };
 
-void writeCutOnly(SourceMovie& movie, const Built& built, PictureRoute route, Codec codec,
-                  const std::filesystem::path& destination, const ExportHooks& hooks) {
+std::filesystem::path writeCutOnly(SourceMovie& movie, const Built& built, PictureRoute route,
+                                   Codec codec, const EditRenderer::Destination& destination,
+                                   const ExportHooks& hooks) {
     CutOnlyExport job(movie, built, route, hooks, destination);
     job.addPicture(route, codec);
     job.addSound();
-    job.write();
+    return job.write();
 }
 
 } // namespace
@@ -190,8 +195,9 @@ bool canCopySound(const SourceMovie& movie, const Built& built) {
     });
 }
 
-void exportCutOnly(SourceMovie& movie, const Built& built, Codec codec,
-                   const std::filesystem::path& destination, const ExportHooks& hooks) {
+std::filesystem::path exportCutOnly(SourceMovie& movie, const Built& built, Codec codec,
+                                    const EditRenderer::Destination& destination,
+                                    const ExportHooks& hooks) {
     // Starting over must not move the progress back.
     EditRenderer::Progress progress;
     if (hooks.progress) {
@@ -205,8 +211,7 @@ void exportCutOnly(SourceMovie& movie, const Built& built, Codec codec,
     const ExportHooks monotonic{progress, hooks.cancel, hooks.status};
     if (canSplice(movie.stream(movie.videoStream))) {
         try {
-            writeCutOnly(movie, built, PictureRoute::splice, codec, destination, monotonic);
-            return;
+            return writeCutOnly(movie, built, PictureRoute::splice, codec, destination, monotonic);
         } catch (const NeedsWholeEncode&) {
             // The partial file is gone; start over below.
         }
@@ -214,7 +219,7 @@ void exportCutOnly(SourceMovie& movie, const Built& built, Codec codec,
     if (hooks.status) {
         hooks.status("This movie wasn’t recorded by Lumenvale, so its picture is encoded again.");
     }
-    writeCutOnly(movie, built, PictureRoute::encodeAll, codec, destination, monotonic);
+    return writeCutOnly(movie, built, PictureRoute::encodeAll, codec, destination, monotonic);
 }
 
 } // namespace lumenvale::edit

@@ -22,12 +22,14 @@ struct ExportHooks {
 // True when every kept audio track can be copied into MPEG-4 packet by packet (AAC).
 bool canCopySound(const SourceMovie& movie, const EditRenderer::Built& built);
 
-// Writes `built` (a cut-only edit of `movie`) to `destination`. The picture is
-// copied, with only the frames from a cut to the next keyframe encoded again; when
-// those cannot match the source (a movie Lumenvale did not record, or one with
-// B-frames) the whole picture is encoded with `codec` instead and `hooks.status` is
-// told. Requires canCopySound(). Throws MediaError; leaves nothing behind on failure.
-void exportCutOnly(SourceMovie& movie, const EditRenderer::Built& built, Codec codec,
-                   const std::filesystem::path& destination, const ExportHooks& hooks);
+// Writes `built` (a cut-only edit of `movie`) to `destination` and returns the path
+// written. The picture is copied, with only the frames from a cut to the next keyframe
+// encoded again; when those cannot match the source (a movie Lumenvale did not record,
+// or one with B-frames) the whole picture is encoded with `codec` instead and
+// `hooks.status` is told. Requires canCopySound(). Throws MediaError (also when the
+// movie changed while it was copied); leaves nothing behind on failure.
+std::filesystem::path exportCutOnly(SourceMovie& movie, const EditRenderer::Built& built,
+                                    Codec codec, const EditRenderer::Destination& destination,
+                                    const ExportHooks& hooks);
 
 } // namespace lumenvale::edit

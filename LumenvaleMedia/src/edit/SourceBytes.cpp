@@ -1,8 +1,12 @@
 #include "edit/SourceBytes.h"
 
 #include "LumenvaleMedia/MediaError.h"
+#include "edit/SourceMovie.h"
+#include "ffmpeg/Handles.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -11,11 +15,16 @@
 namespace lumenvale::edit {
 namespace {
 
-void keepMapping(void*, std::uint8_t*) {} // the mapping belongs to SourceBytes
+void keepStandIns(void*, std::uint8_t*) {} // the reservation belongs to SourceBytes
+
+MediaError unreadable(const std::filesystem::path& path, int error) {
+    return MediaError("Couldn’t read the movie “" + path.filename().string() +
+                      "”: " + std::strerror(error) + ".");
+}
 
 } // namespace
 
-SourceBytes::SourceBytes(const std::filesystem::path& path) {
+SourceBytes::SourceBytes(const std::filesystem::path& path) : path_(path) {
     const std::string name = "“" + path.filename().string() + "”";
     descriptor_ = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
     struct stat status {};
@@ -27,65 +36,78 @@ SourceBytes::SourceBytes(const std::filesystem::path& path) {
     }
     size_ = status.st_size;
     if (size_ > 0) {
-        void* mapped =
-            ::mmap(nullptr, static_cast<std::size_t>(size_), PROT_READ, MAP_SHARED, descriptor_, 0);
-        if (mapped == MAP_FAILED) {
+        // Address space only: untouched pages cost nothing, read ones are the one
+        // shared page of zeros.
+        void* reserved = ::mmap(nullptr, static_cast<std::size_t>(size_), PROT_READ,
+                                MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+        if (reserved == MAP_FAILED) {
             ::close(descriptor_);
-            throw MediaError("The file " + name + " cannot be read.");
+            throw MediaError("Not enough memory to export " + name + ".");
         }
-        base_ = static_cast<std::uint8_t*>(mapped);
-        // Packets are taken in file order.
-        ::madvise(mapped, static_cast<std::size_t>(size_), MADV_SEQUENTIAL);
+        standIns_ = static_cast<std::uint8_t*>(reserved);
     }
 }
 
 SourceBytes::~SourceBytes() {
-    if (base_ != nullptr) {
-        ::munmap(base_, static_cast<std::size_t>(size_));
+    if (standIns_ != nullptr) {
+        ::munmap(standIns_, static_cast<std::size_t>(size_));
     }
     ::close(descriptor_);
 }
 
 AVBufferRef* SourceBytes::reference(std::int64_t position, int size) const {
-    const std::uint8_t* bytes =
-        size < 0 ? nullptr : bytesAt(position, static_cast<std::size_t>(size));
-    if (bytes == nullptr) {
+    if (standIns_ == nullptr || position < 0 || size < 0 ||
+        static_cast<std::uint64_t>(position) + static_cast<std::uint64_t>(size) >
+            static_cast<std::uint64_t>(size_)) {
         return nullptr;
     }
-    return av_buffer_create(const_cast<std::uint8_t*>(bytes), static_cast<std::size_t>(size),
-                            keepMapping, nullptr, AV_BUFFER_FLAG_READONLY);
-}
-
-const std::uint8_t* SourceBytes::bytesAt(std::int64_t position, std::size_t size) const {
-    if (base_ == nullptr || position < 0 ||
-        static_cast<std::uint64_t>(position) + size > static_cast<std::uint64_t>(size_)) {
-        return nullptr;
-    }
-    populate(position, position + static_cast<std::int64_t>(size));
-    return base_ + position;
-}
-
-void SourceBytes::populate(std::int64_t position, std::int64_t end) const {
-    if (end <= populatedEnd_) {
-        return;
-    }
-    // From the bytes asked for (or the end of the last step) one step ahead; bytes
-    // behind populatedEnd_ (another track's run) cost nothing. Kernels before 5.14
-    // refuse the advice, and the pages then come in a fault at a time as before.
-    const std::int64_t page = 4096;
-    const std::int64_t from = std::max(populatedEnd_, position / page * page);
-    const std::int64_t to = std::min(size_, std::max(end, from + populateBytes));
-    ::madvise(base_ + from, static_cast<std::size_t>(to - from), MADV_POPULATE_READ);
-    populatedEnd_ = to;
+    return av_buffer_create(standIns_ + position, static_cast<std::size_t>(size), keepStandIns,
+                            nullptr, AV_BUFFER_FLAG_READONLY);
 }
 
 std::int64_t SourceBytes::offsetOf(const std::uint8_t* data, std::size_t size) const {
-    const auto start = reinterpret_cast<std::uintptr_t>(base_);
+    const auto start = reinterpret_cast<std::uintptr_t>(standIns_);
     const auto at = reinterpret_cast<std::uintptr_t>(data);
-    if (base_ == nullptr || at < start || at - start + size > static_cast<std::uint64_t>(size_)) {
+    if (standIns_ == nullptr || at < start ||
+        at - start + size > static_cast<std::uint64_t>(size_)) {
         return -1;
     }
     return static_cast<std::int64_t>(at - start);
+}
+
+bool SourceBytes::read(std::int64_t position, std::uint8_t* into, std::size_t size) const {
+    while (size > 0) {
+        const ssize_t got = ::pread(descriptor_, into, size, position);
+        if (got < 0 && errno == EINTR) {
+            continue;
+        }
+        if (got <= 0) {
+            if (got == 0) {
+                errno = ENODATA; // the file ends before these bytes
+            }
+            return false;
+        }
+        into += got;
+        position += got;
+        size -= static_cast<std::size_t>(got);
+    }
+    return true;
+}
+
+void SourceBytes::load(AVPacket& packet) const {
+    const auto size = static_cast<std::size_t>(std::max(0, packet.size));
+    const std::int64_t position = offsetOf(packet.data, size);
+    if (position < 0) {
+        return;
+    }
+    ff::Packet real = ff::makePacket();
+    ff::check(av_new_packet(real.get(), packet.size), "Not enough memory to read the movie");
+    if (!read(position, real->data, size)) {
+        throw errno == ENODATA ? changedWhileExporting(path_) : unreadable(path_, errno);
+    }
+    ff::check(av_packet_copy_props(real.get(), &packet), "Not enough memory to read the movie");
+    av_packet_unref(&packet);
+    av_packet_move_ref(&packet, real.get());
 }
 
 } // namespace lumenvale::edit

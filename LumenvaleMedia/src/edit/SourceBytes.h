@@ -1,12 +1,17 @@
 #pragma once
 
-// The source movie's file mapped read-only. Copied packets point at their bytes in
-// place instead of being read into memory, and the output writes them with
-// copy_file_range, so the kernel moves them from file to file without a detour
-// through the process. Internal to the edit area; used by the one thread that exports.
+// The source movie's file, for copying its packets without reading them. A copied
+// packet carries stand-in bytes (zeros) at an address that stands for its place in
+// the file: a read-only reservation of zero pages as large as the file. The output
+// recognises the address, even after the interleaver has held the packet, and has the
+// kernel copy the bytes file to file with copy_file_range, so they never pass through
+// the process. The file itself is never mapped: one that shrinks while it is copied
+// gives a copy that comes up short, never a fault. Code that needs a packet's real
+// bytes (a decoder) asks for them with load(). Internal to the edit area; used by the
+// one thread that exports.
 
 extern "C" {
-#include <libavutil/buffer.h>
+#include <libavcodec/packet.h>
 }
 
 #include <cstddef>
@@ -17,38 +22,40 @@ namespace lumenvale::edit {
 
 class SourceBytes {
   public:
-    // Maps the whole file. Throws MediaError when it cannot be opened or mapped.
+    // Opens the file. Throws MediaError when it cannot be opened.
     explicit SourceBytes(const std::filesystem::path& path);
     ~SourceBytes();
     SourceBytes(const SourceBytes&) = delete;
     SourceBytes& operator=(const SourceBytes&) = delete;
 
+    const std::filesystem::path& path() const { return path_; }
     int descriptor() const { return descriptor_; }
+    // The size the file had when it was opened.
     std::int64_t size() const { return size_; }
 
-    // A read-only buffer over bytes [position, position + size) of the file, or null
-    // when they are not all inside it. The buffer owns nothing: it must not outlive
-    // this object.
+    // A read-only buffer of stand-in bytes for bytes [position, position + size) of
+    // the file, or null when they are not all inside it. The buffer owns nothing: it
+    // must not outlive this object.
     AVBufferRef* reference(std::int64_t position, int size) const;
 
-    // The mapped bytes [position, position + size), or null when they are not all in
-    // the file. The mapping ahead of the furthest bytes asked for is made ready in
-    // steps of populateBytes, so a muxer that looks into each packet pays one batch
-    // of page-table work a step instead of a page fault a packet.
-    const std::uint8_t* bytesAt(std::int64_t position, std::size_t size) const;
-
-    // Where `data` (of `size` bytes) lies in the file, or -1 when it is not wholly
-    // inside the mapping.
+    // Where the stand-in `data` (of `size` bytes) lies in the file, or -1 when it is
+    // not wholly a stand-in of this file.
     std::int64_t offsetOf(const std::uint8_t* data, std::size_t size) const;
 
-  private:
-    static constexpr std::int64_t populateBytes = 32 << 20;
-    void populate(std::int64_t position, std::int64_t end) const;
+    // Reads bytes [position, position + size) into `into`. False (errno set, ENODATA
+    // when the file ends before them) when they cannot all be read.
+    bool read(std::int64_t position, std::uint8_t* into, std::size_t size) const;
 
+    // Gives a packet with stand-in bytes its real bytes (padded as decoders want);
+    // other packets are left alone. Throws MediaError when the file no longer holds
+    // them (changedWhileExporting(), SourceMovie.h).
+    void load(AVPacket& packet) const;
+
+  private:
+    std::filesystem::path path_;
     int descriptor_ = -1;
     std::int64_t size_ = 0;
-    std::uint8_t* base_ = nullptr;
-    mutable std::int64_t populatedEnd_ = 0; // the mapping before it is ready
+    std::uint8_t* standIns_ = nullptr; // size_ bytes of zero pages
 };
 
 } // namespace lumenvale::edit

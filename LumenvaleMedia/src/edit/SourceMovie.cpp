@@ -10,6 +10,7 @@ extern "C" {
 #include <cmath>
 #include <cstring>
 #include <fstream>
+#include <sys/stat.h>
 
 namespace lumenvale::edit {
 namespace {
@@ -51,6 +52,15 @@ bool looksLikeMpeg4(const std::filesystem::path& path) {
     return file.read(head, sizeof head) && std::memcmp(head + 4, "ftyp", 4) == 0;
 }
 
+FileStamp stampOf(const std::filesystem::path& path) {
+    struct stat status {};
+    if (::stat(path.c_str(), &status) != 0) {
+        return FileStamp{};
+    }
+    return FileStamp{status.st_dev, status.st_ino, status.st_size,
+                     status.st_mtim.tv_sec * std::int64_t{1000000000} + status.st_mtim.tv_nsec};
+}
+
 } // namespace
 
 std::int64_t toTicks(double seconds) {
@@ -62,9 +72,21 @@ MediaError damagedMovie(const std::filesystem::path& path) {
     return MediaError("The movie “" + path.filename().string() + "” is damaged or incomplete.");
 }
 
+MediaError changedWhileExporting(const std::filesystem::path& path) {
+    return MediaError("The movie “" + path.filename().string() +
+                      "” changed while it was being exported.");
+}
+
+void checkUnchanged(const SourceMovie& movie) {
+    if (stampOf(movie.path) != movie.stamp) {
+        throw changedWhileExporting(movie.path);
+    }
+}
+
 SourceMovie openSourceMovie(const std::filesystem::path& path) {
     SourceMovie movie;
     movie.path = path;
+    movie.stamp = stampOf(path);
     try {
         movie.input = ff::openInput(path);
     } catch (const MediaError&) {

@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <sys/types.h>
 #include <vector>
 
 namespace lumenvale::edit {
@@ -21,8 +22,19 @@ inline constexpr AVRational tickTimeBase{1, 600};
 // of range stops the process (a programming error, never a user's).
 std::int64_t toTicks(double seconds);
 
+// What tells that a file changed: which file the name leads to, its size and when it
+// was last written.
+struct FileStamp {
+    dev_t device = 0;
+    ino_t inode = 0;
+    std::int64_t size = -1;
+    std::int64_t modifiedNanoseconds = 0;
+    friend bool operator==(const FileStamp&, const FileStamp&) = default;
+};
+
 struct SourceMovie {
     std::filesystem::path path;
+    FileStamp stamp; // as it was just before it was opened
     ff::InputContext input;
     int videoStream = -1;          // the first video stream that is not a cover picture
     std::vector<int> audioStreams; // in file order
@@ -51,5 +63,13 @@ EditRenderer::Built resolveEdit(const SourceMovie& movie, const EditDecision& ed
 
 // "The movie “<name>” is damaged or incomplete."
 MediaError damagedMovie(const std::filesystem::path& path);
+
+// "The movie “<name>” changed while it was being exported."
+MediaError changedWhileExporting(const std::filesystem::path& path);
+
+// Throws changedWhileExporting() when the movie's file is no longer the one that was
+// opened, as it was then. An export checks this before it publishes its file: what it
+// read of a file that changed meanwhile may not fit together.
+void checkUnchanged(const SourceMovie& movie);
 
 } // namespace lumenvale::edit

@@ -1,6 +1,7 @@
 #include "edit/VideoCut.h"
 
 #include "edit/ParameterSets.h"
+#include "edit/SourceBytes.h"
 
 #include <algorithm>
 #include <cstring>
@@ -18,8 +19,10 @@ bool isKeyframe(const AVPacket* packet) {
 
 } // namespace
 
-VideoCut::VideoCut(const AVStream* source, CutEncoders& encoders, VideoOutput& output)
-    : source_(source), encoders_(encoders), output_(output), codec_(source->codecpar->codec_id),
+VideoCut::VideoCut(const AVStream* source, CutEncoders& encoders, VideoOutput& output,
+                   const SourceBytes* bytes)
+    : source_(source), encoders_(encoders), output_(output), bytes_(bytes),
+      codec_(source->codecpar->codec_id),
       lengthSize_(nalLengthSize(
           codec_, {source->codecpar->extradata,
                    static_cast<std::size_t>(std::max(0, source->codecpar->extradata_size))})) {}
@@ -75,7 +78,7 @@ void VideoCut::take(AVPacket* packet) {
         return;
     }
     if (phase_ == Phase::encodingHead) {
-        decoder_->decode(packet, [this](AVFrame* frame) { encodeFrame(frame); });
+        decode(packet);
     } else {
         copy(packet);
     }
@@ -115,10 +118,17 @@ void VideoCut::startPiece() {
         phase_ = Phase::encodingHead;
         decodable_ = true;
         for (auto& packet : keyframeRun_) {
-            decoder_->decode(packet.get(), [this](AVFrame* frame) { encodeFrame(frame); });
+            decode(packet.get());
         }
     }
     keyframeRun_.clear();
+}
+
+void VideoCut::decode(AVPacket* packet) {
+    if (bytes_ != nullptr) {
+        bytes_->load(*packet);
+    }
+    decoder_->decode(packet, [this](AVFrame* frame) { encodeFrame(frame); });
 }
 
 void VideoCut::encodeFrame(AVFrame* frame) {

@@ -19,9 +19,14 @@
 
 namespace lumenvale::edit {
 
+class SourceBytes;
+
 class VideoCut final : public TrackCutter {
   public:
-    VideoCut(const AVStream* source, CutEncoders& encoders, VideoOutput& output);
+    // `bytes` (optional) gives the real bytes of packets that carry its stand-ins, for
+    // the frames that are decoded.
+    VideoCut(const AVStream* source, CutEncoders& encoders, VideoOutput& output,
+             const SourceBytes* bytes);
 
     void begin(const std::optional<Place>& place) override;
     void take(AVPacket* packet) override;
@@ -36,6 +41,7 @@ class VideoCut final : public TrackCutter {
     void buffer(AVPacket* packet);
     // The start frame is known (the last one buffered): copy or encode from it.
     void startPiece();
+    void decode(AVPacket* packet);
     void encodeFrame(AVFrame* frame);
     void emitEncoded(const AVPacket* encoded);
     void finishHead();
@@ -46,6 +52,7 @@ class VideoCut final : public TrackCutter {
     const AVStream* source_;
     CutEncoders& encoders_;
     VideoOutput& output_;
+    const SourceBytes* bytes_;
     AVCodecID codec_;
     int lengthSize_;
 

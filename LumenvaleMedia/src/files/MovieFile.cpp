@@ -1,15 +1,8 @@
 #include "files/MovieFile.h"
 
-#include "LumenvaleKit/RecordingName.h"
-#include "LumenvaleKit/Uuid.h"
-
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
-#include <fcntl.h>
-#include <set>
-#include <sys/file.h>
 #include <sys/sendfile.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -26,10 +19,6 @@ std::string quotedFolder(const std::filesystem::path& folder) {
     return "“" + folder.string() + "”";
 }
 
-std::string systemText(int error) {
-    return std::strerror(error);
-}
-
 } // namespace
 
 void createFolder(const std::filesystem::path& folder) {
@@ -37,25 +26,11 @@ void createFolder(const std::filesystem::path& folder) {
     std::filesystem::create_directories(folder, failure);
     if (failure) {
         throw MediaError("Lumenvale can’t create the folder " + quotedFolder(folder) + ": " +
-                         systemText(failure.value()) + ".");
+                         std::strerror(failure.value()) + ".");
     }
     if (!std::filesystem::is_directory(folder, failure)) {
         throw MediaError("Lumenvale can’t save into " + quotedFolder(folder) +
                          " because it is not a folder.");
-    }
-}
-
-std::string writeFailure(const std::filesystem::path& folder, int error) {
-    switch (error) {
-    case ENOSPC:
-    case EDQUOT:
-        return "There isn’t enough space on the disk to save the movie in the folder " +
-               quotedFolder(folder) + ".";
-    case EFBIG:
-        return "The movie is too large for the disk of the folder " + quotedFolder(folder) + ".";
-    default:
-        return "Lumenvale can’t write to the folder " + quotedFolder(folder) + ": " +
-               systemText(error) + ".";
     }
 }
 
@@ -67,26 +42,9 @@ void MovieFile::IoDeleter::operator()(AVIOContext* io) const {
 }
 
 MovieFile::MovieFile(std::filesystem::path folder, const std::string& stem)
-    : folder_(std::move(folder)) {
-    for (int attempt = 0; fd_ < 0; ++attempt) {
-        const std::string suffix = Uuid::random().text().substr(0, 8);
-        temporaryPath_ = folder_ / ("." + stem + "-" + suffix + ".partial");
-        fd_ = ::open(temporaryPath_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-        if (fd_ < 0 && (errno != EEXIST || attempt > 100)) {
-            throw MediaError(writeFailure(folder_, errno));
-        }
-    }
-    // Held while the movie is written, so that clean-up after a crash
-    // (Recovery::removeUnfinishedMovies) can tell a live temporary file from a dead one.
-    ::flock(fd_, LOCK_EX | LOCK_NB);
-    try {
-        staged_.reserve(blockBytes);
-        makeIo();
-    } catch (...) {
-        close();
-        ff::removePartial(temporaryPath_);
-        throw;
-    }
+    : file_(std::move(folder), stem), fd_(file_.descriptor()) {
+    staged_.reserve(blockBytes);
+    makeIo();
 }
 
 void MovieFile::makeIo() {
@@ -106,18 +64,7 @@ void MovieFile::makeIo() {
 }
 
 MovieFile::~MovieFile() {
-    io_.reset();
-    close();
-    if (!published_) {
-        ff::removePartial(temporaryPath_);
-    }
-}
-
-void MovieFile::close() {
-    if (fd_ >= 0) {
-        ::close(fd_);
-        fd_ = -1;
-    }
+    io_.reset(); // before file_, which closes the file and removes it unless published
 }
 
 std::uint8_t* MovieFile::payloadFromFile(int fd, std::int64_t offset, int size) {
@@ -258,7 +205,7 @@ void MovieFile::copyRange(FileRange range) {
 }
 
 std::string MovieFile::failure() const {
-    return readFailure_.empty() ? writeFailure(folder_, error_) : readFailure_;
+    return readFailure_.empty() ? writeFailure(file_.folder(), error_) : readFailure_;
 }
 
 void MovieFile::restart() {
@@ -269,7 +216,7 @@ void MovieFile::restart() {
     error_ = 0;
     readFailure_.clear();
     if (::ftruncate(fd_, 0) != 0 || ::lseek(fd_, 0, SEEK_SET) != 0) {
-        throw MediaError(writeFailure(folder_, errno));
+        throw MediaError(writeFailure(file_.folder(), errno));
     }
     makeIo(); // a fresh context: the old one remembers its position and any error
 }
@@ -286,81 +233,6 @@ void MovieFile::finish(Durability durability) {
     if (error_ != 0) {
         throw MediaError(failure());
     }
-}
-
-bool MovieFile::renameWithoutReplacing(const std::filesystem::path& destination) {
-    if (::renameat2(AT_FDCWD, temporaryPath_.c_str(), AT_FDCWD, destination.c_str(),
-                    RENAME_NOREPLACE) == 0) {
-        return true;
-    }
-    if (errno == EEXIST) {
-        return false;
-    }
-    if (errno != EINVAL && errno != ENOSYS && errno != ENOTSUP) {
-        throw MediaError(writeFailure(folder_, errno));
-    }
-    // A file system without RENAME_NOREPLACE: claim the name by creating it
-    // exclusively, then replace only that placeholder of ours.
-    const int placeholder =
-        ::open(destination.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-    if (placeholder < 0) {
-        if (errno == EEXIST) {
-            return false;
-        }
-        throw MediaError(writeFailure(folder_, errno));
-    }
-    ::close(placeholder);
-    if (::rename(temporaryPath_.c_str(), destination.c_str()) != 0) {
-        const int error = errno;
-        ::unlink(destination.c_str());
-        throw MediaError(writeFailure(folder_, error));
-    }
-    return true;
-}
-
-void MovieFile::syncFolder(Durability durability) const {
-    if (durability != Durability::synced) {
-        return;
-    }
-    const int directory = ::open(folder_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (directory >= 0) {
-        ::fsync(directory); // best effort: the file itself is already on the disk
-        ::close(directory);
-    }
-}
-
-std::filesystem::path MovieFile::publish(const std::string& base, const std::string& ext,
-                                         Durability durability) {
-    // Names that turned out to be taken although they looked free (a race, or a file
-    // system that hides some names from stat) are not tried again.
-    std::set<std::filesystem::path> taken;
-    const auto exists = [&taken](const std::filesystem::path& candidate) {
-        std::error_code ignored;
-        return taken.contains(candidate) ||
-               std::filesystem::symlink_status(candidate, ignored).type() !=
-                   std::filesystem::file_type::not_found;
-    };
-    for (;;) {
-        const std::filesystem::path destination = RecordingName::unique(folder_, base, ext, exists);
-        if (renameWithoutReplacing(destination)) {
-            published_ = true;
-            temporaryPath_ = destination;
-            syncFolder(durability);
-            return destination;
-        }
-        taken.insert(destination);
-    }
-}
-
-void MovieFile::publishAs(const std::filesystem::path& destination, Durability durability) {
-    if (!renameWithoutReplacing(destination)) {
-        throw MediaError("The file “" + destination.filename().string() +
-                         "” already exists in the folder " +
-                         quotedFolder(destination.parent_path()) + ".");
-    }
-    published_ = true;
-    temporaryPath_ = destination;
-    syncFolder(durability);
 }
 
 } // namespace lumenvale::files

@@ -1,10 +1,11 @@
 #pragma once
 
-// The file a finished movie is written to: a hidden temporary file in the save folder,
-// written through a large buffer, synced, then published under its final name without
-// ever replacing an existing file. Internal to the recording-files area.
+// The file a finished movie is written to: a hidden temporary file in the save folder
+// (HiddenFile), written through a large buffer, synced, then published under its final
+// name without ever replacing an existing file. Internal to the recording-files area.
 
 #include "ffmpeg/Handles.h"
+#include "files/HiddenFile.h"
 
 #include <cstdint>
 #include <filesystem>
@@ -18,14 +19,6 @@ namespace lumenvale::files {
 // Creates `folder` with all missing parents (it may exist). Throws MediaError naming
 // the folder, e.g. "Lumenvale can’t create the folder “/a/b”: Permission denied.".
 void createFolder(const std::filesystem::path& folder);
-
-// The user's sentence for a failed write into `folder` (errno value `error`).
-std::string writeFailure(const std::filesystem::path& folder, int error);
-
-enum class Durability {
-    synced, // data and name are on the disk when publish() returns
-    cached, // left to the kernel's write-back (benchmarks, scratch files)
-};
 
 // One movie being written. Threads: one thread at a time. Not copyable.
 class MovieFile {
@@ -51,8 +44,8 @@ class MovieFile {
     // unchanged, as MPEG-4 does. The stand-in is valid until the next call.
     std::uint8_t* payloadFromFile(int fd, std::int64_t offset, int size);
     bool payloadTaken() const { return taken_; }
-    const std::filesystem::path& temporaryPath() const { return temporaryPath_; }
-    const std::filesystem::path& folder() const { return folder_; }
+    const std::filesystem::path& temporaryPath() const { return file_.path(); }
+    const std::filesystem::path& folder() const { return file_.folder(); }
 
     // True when a write or seek has failed; failure() is then the user's sentence.
     bool failed() const { return error_ != 0; }
@@ -65,14 +58,14 @@ class MovieFile {
     // Throws MediaError on a write failure.
     void finish(Durability durability);
 
-    // Renames the file to the first free name of RecordingName::unique(folder, base,
-    // ext): another file that appears under a chosen name meanwhile is never replaced;
-    // the next free name is taken instead. Returns the final path.
+    // HiddenFile::publish() and publishAs(): the final name, never replacing a file.
     std::filesystem::path publish(const std::string& base, const std::string& ext,
-                                  Durability durability);
-    // Renames the file to exactly `destination` (in the same folder); throws
-    // MediaError if that name is taken.
-    void publishAs(const std::filesystem::path& destination, Durability durability);
+                                  Durability durability) {
+        return file_.publish(base, ext, durability);
+    }
+    void publishAs(const std::filesystem::path& destination, Durability durability) {
+        file_.publishAs(destination, durability);
+    }
 
   private:
     struct IoDeleter {
@@ -99,17 +92,11 @@ class MovieFile {
         flushRange();
     }
     void copyRange(FileRange range);
-    // Renames to `destination` unless taken: true when done, false when taken.
-    bool renameWithoutReplacing(const std::filesystem::path& destination);
-    void syncFolder(Durability durability) const;
-    void close();
 
-    std::filesystem::path folder_;
-    std::filesystem::path temporaryPath_;
-    int fd_ = -1;
+    HiddenFile file_;
+    int fd_ = -1; // file_'s
     int error_ = 0;
     std::string readFailure_; // a source of payloadFromFile() ended early
-    bool published_ = false;
     std::unique_ptr<AVIOContext, IoDeleter> io_;
 
     std::vector<std::uint8_t> staged_; // capacity: the block size

@@ -3,6 +3,7 @@
 #include <QSignalSpy>
 #include <cstdlib>
 #include <fcntl.h>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <set>
 #include <sys/stat.h>
@@ -133,6 +134,30 @@ TEST_F(EditorExporting, AnOvertakenExportLeavesTheModelAlone) {
     EXPECT_FALSE(model->exported()->edit.crop);
     ASSERT_EQ(cards.size(), 1u);
     EXPECT_EQ(cards[0].path, *written);
+}
+
+// An export appears under its name only when complete; when the name it chose is
+// taken meanwhile (by another program), it takes the next free one and keeps the other.
+TEST_F(EditorExporting, AChosenNameTakenMeanwhileGoesToTheNextFreeName) {
+    const auto reservation = EditorExport::reserveTarget(movie, EditorExport::Format::movie);
+    const auto chosen = folder / "Take edited.mp4";
+    ASSERT_EQ(reservation->path(), chosen);
+    bool raced = false;
+    bool visibleEarly = false;
+    const auto written =
+        EditorExport::write(movie, model->edit(), EditorExport::Format::movie, Codec::h264,
+                            reservation->destination(), [&](double fraction) {
+                                if (fraction > 0.3 && !raced) {
+                                    visibleEarly = std::filesystem::exists(chosen);
+                                    std::ofstream(chosen) << "someone else’s movie";
+                                    raced = true;
+                                }
+                            });
+    EXPECT_TRUE(raced);
+    EXPECT_FALSE(visibleEarly);
+    EXPECT_TRUE(readFile(chosen) == "someone else’s movie") << "replaced";
+    EXPECT_EQ(written, folder / "Take edited 2.mp4");
+    EXPECT_NEAR(probe(written).durationSeconds, 3, 0.1);
 }
 
 // Makes a folder unwritable for the life of the guard, even for the superuser when

@@ -84,6 +84,7 @@ TEST_F(EncodeMovieTest, SpeedScalesPictureAndSoundAndKeepsThePitch) {
         EditDecision edit(sourceSeconds);
         edit.speed = c.speed;
         const auto destination = *folder / "speed.mp4";
+        std::filesystem::remove(destination); // the case before wrote it; exports never replace
         std::vector<double> reports;
         EditRenderer::exportMovie(source("tone.mp4"), edit, c.codec, destination,
                                   [&](double fraction) { reports.push_back(fraction); });
@@ -126,6 +127,7 @@ TEST_F(EncodeMovieTest, CropKeepsTheChosenPixelsFromTheTopLeft) {
         EditDecision edit(sourceSeconds);
         edit.crop = c.crop;
         const auto destination = *folder / "crop.mp4";
+        std::filesystem::remove(destination); // the case before wrote it; exports never replace
         EditRenderer::exportMovie(source("tone.mp4"), edit, Codec::h264, destination, {});
 
         const StreamInfo video = probe(destination).ofType("video").front();

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cmath>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <memory>
 
@@ -63,6 +64,7 @@ TEST_F(GifExportTest, FramesAreTenASecondOfTheFirstThirtySecondsAndLoopForever) 
         }
         edit.speed = c.speed;
         const auto gif = *folder / "plan.gif";
+        std::filesystem::remove(gif); // the case before wrote it; exports never replace
         std::vector<double> reports;
         EditRenderer::exportGIF(*folder / "numbered.mp4", edit, gif,
                                 [&](double fraction) { reports.push_back(fraction); });
@@ -159,6 +161,17 @@ TEST_F(GifExportTest, FailureAndCancellationLeaveNothingBehind) {
     EXPECT_THROW(EditRenderer::exportGIF(*folder / "absent.mp4", edit, *folder / "x.gif", {}),
                  MediaError);
     EXPECT_FALSE(std::filesystem::exists(*folder / "x.gif"));
+
+    // A GIF never replaces a file, nor writes through a dangling link.
+    const auto taken = *folder / "taken.gif";
+    { std::ofstream(taken) << "someone else’s picture"; }
+    std::filesystem::create_symlink(*folder / "elsewhere.gif", *folder / "dangling.gif");
+    for (const auto& destination : {taken, *folder / "dangling.gif"}) {
+        EXPECT_THROW(EditRenderer::exportGIF(*folder / "numbered.mp4", edit, destination, {}),
+                     MediaError);
+    }
+    EXPECT_TRUE(testing::readFile(taken) == "someone else’s picture") << "replaced";
+    EXPECT_FALSE(std::filesystem::exists(*folder / "elsewhere.gif"));
 }
 
 } // namespace

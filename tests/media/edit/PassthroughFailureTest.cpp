@@ -1,6 +1,7 @@
-// A cut-only export that cannot finish says why in a sentence and leaves nothing
-// behind; one that finishes reports its progress up to 1; one that reaches past the
-// movie keeps what the movie has.
+// A cut-only export that cannot finish (a name that is taken, a source that changes)
+// says why in a sentence and leaves nothing behind; one that finishes appears only
+// then and reports its progress up to 1; one that reaches past the movie keeps what
+// the movie has.
 
 #include "LumenvaleMedia/EditRenderer.h"
 #include "LumenvaleMedia/MediaError.h"
@@ -49,6 +50,8 @@ TEST_F(PassthroughFailureTest, FailsWithASentenceAndLeavesNothingBehind) {
     std::filesystem::create_directory(folder / "locked");
     std::filesystem::permissions(folder / "locked", std::filesystem::perms::owner_read |
                                                         std::filesystem::perms::owner_exec);
+    std::ofstream(folder / "taken.mp4") << "someone else’s movie";
+    std::filesystem::create_symlink(folder / "elsewhere.mp4", folder / "dangling.mp4");
     const auto before = contents(folder.path());
     const EditDecision cut = editKeeping(4, {{0.5, 1.5}, {2.5, 3.5}});
     std::atomic<bool> cancel{false};
@@ -68,6 +71,9 @@ TEST_F(PassthroughFailureTest, FailsWithASentenceAndLeavesNothingBehind) {
          "Couldn’t write “edited.mp4”"},
         {"source not a movie", folder / "notes.mp4", folder / "edited.mp4",
          "“notes.mp4” is not a movie"},
+        {"destination taken", recording(), folder / "taken.mp4", "“taken.mp4” already exists"},
+        {"destination a dangling link", recording(), folder / "dangling.mp4",
+         "“dangling.mp4” already exists"},
         {"cancelled halfway", recording(), folder / "edited.mp4", "The export was cancelled.",
          [&](double fraction) {
              cancel = cancel || fraction > 0.3;
@@ -89,6 +95,62 @@ TEST_F(PassthroughFailureTest, FailsWithASentenceAndLeavesNothingBehind) {
         }
         EXPECT_EQ(contents(folder.path()), before) << row.what;
     }
+    EXPECT_TRUE(testing::readFile(folder / "taken.mp4") == "someone else’s movie") << "replaced";
+}
+
+// The movie appears under its name only when complete, and a file that takes the name
+// meanwhile is kept: the export then fails and says why.
+TEST_F(PassthroughFailureTest, AppearsOnlyWhenCompleteAndNeverReplacesAFile) {
+    TemporaryFolder folder;
+    const auto destination = folder / "edited.mp4";
+    const EditDecision cut = editKeeping(4, {{0.5, 1.5}, {2.5, 3.5}});
+    bool visibleEarly = false;
+    EditRenderer::exportMovie(recording(), cut, Codec::h264, destination, [&](double fraction) {
+        visibleEarly = visibleEarly || (fraction < 1 && std::filesystem::exists(destination));
+    });
+    EXPECT_FALSE(visibleEarly);
+    EXPECT_EQ(testing::probe(destination).ofType("video").at(0).frames, 60);
+
+    const auto raced = folder / "raced.mp4";
+    try {
+        EditRenderer::exportMovie(recording(), cut, Codec::h264, raced, [&](double fraction) {
+            if (fraction > 0.3 && !std::filesystem::exists(raced)) {
+                std::ofstream(raced) << "someone else’s movie";
+            }
+        });
+        ADD_FAILURE() << "exported over a file";
+    } catch (const MediaError& error) {
+        EXPECT_NE(std::string(error.what()).find("“raced.mp4” already exists"), std::string::npos)
+            << error.what();
+    }
+    EXPECT_TRUE(testing::readFile(raced) == "someone else’s movie") << "replaced";
+    EXPECT_EQ(contents(folder.path()),
+              (std::vector<std::filesystem::path>{"edited.mp4", "raced.mp4"}));
+}
+
+// A source cut short while it is copied stops the export with a sentence; nothing is
+// left behind (its pages once vanished under the copy and the process died of SIGBUS).
+TEST_F(PassthroughFailureTest, ASourceThatChangesMidwayStopsTheExport) {
+    TemporaryFolder folder;
+    const auto source = folder / "source.mp4";
+    std::filesystem::copy_file(recording(), source);
+    const auto half = static_cast<off_t>(std::filesystem::file_size(source) / 2);
+    bool truncated = false;
+    try {
+        EditRenderer::exportMovie(source, editKeeping(4, {{0, 4}}), Codec::h264,
+                                  folder / "edited.mp4", [&](double fraction) {
+                                      if (fraction > 0.3 && !truncated) {
+                                          truncated = ::truncate(source.c_str(), half) == 0;
+                                      }
+                                  });
+        ADD_FAILURE() << "exported a movie that changed";
+    } catch (const MediaError& error) {
+        EXPECT_NE(std::string(error.what()).find("changed while it was being exported"),
+                  std::string::npos)
+            << error.what();
+    }
+    EXPECT_TRUE(truncated);
+    EXPECT_EQ(contents(folder.path()), (std::vector<std::filesystem::path>{"source.mp4"}));
 }
 
 TEST_F(PassthroughFailureTest, ReportsProgressUpToOne) {
