@@ -160,6 +160,11 @@ EditDecision readEdit(const std::filesystem::path& editFile) {
     if (!decoded) {
         throw CommandFailure{"Couldn’t use the edit " + name + ". " + decoded.error()};
     }
+    // Checked before anything converts its values (to ticks, to pixels).
+    if (const std::optional<std::string> problem = decoded->problem()) {
+        throw CommandFailure{"Couldn’t use the edit " + name +
+                             ". The edit is not valid: " + *problem};
+    }
     return std::move(decoded).value();
 }
 

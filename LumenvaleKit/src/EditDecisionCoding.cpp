@@ -75,10 +75,6 @@ EditDecision readEdit(const Json& object) {
     for (const auto& [key, gain] : volumes.items()) {
         edit.volumes[readTrackNumber(key)] = jsoncoding::readNumber(gain, "volumes." + key);
     }
-    // Refused here, before any of its values is converted (to ticks, to pixels).
-    if (std::optional<std::string> problem = edit.problem()) {
-        throw Invalid{*problem};
-    }
     return edit;
 }
 

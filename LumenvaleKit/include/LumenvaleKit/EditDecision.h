@@ -104,10 +104,11 @@ struct EditDecision {
 // cannot hold) is written as null, so such an edit does not decode again.
 std::string encode(const EditDecision& edit);
 // "sourceDuration", "clips", "speed" and "volumes" are required; a missing or null
-// "crop" means no crop. Fails on anything else that does not match: wrong types, a
-// rectangle that is not [[x, y], [width, height]], a clip id that is not a UUID, a track
-// number that is not a plain decimal int ("1", "-2"), and an edit whose problem() says
-// that no movie can be made of it. Never throws. Any thread.
+// "crop" means no crop. Values are not range-checked: an edit from outside is checked
+// with problem() before it is used. Fails on anything else that does not match: wrong
+// types, a rectangle that is not [[x, y], [width, height]], a clip id that is not a
+// UUID, a track number that is not a plain decimal int ("1", "-2"). Never throws. Any
+// thread.
 Result<EditDecision> decodeEditDecision(std::string_view json);
 
 namespace GIFPlan {

@@ -10,6 +10,8 @@ namespace {
 
 constexpr int windowBufferBytes = 64 * 1024;
 
+} // namespace
+
 std::uint64_t bigEndian(const std::uint8_t* bytes, int count) {
     std::uint64_t value = 0;
     for (int index = 0; index < count; ++index) {
@@ -17,8 +19,6 @@ std::uint64_t bigEndian(const std::uint8_t* bytes, int count) {
     }
     return value;
 }
-
-} // namespace
 
 std::optional<std::int64_t> wholeBoxesEnd(int fd, std::int64_t fileBytes) {
     std::int64_t position = 0;

@@ -11,6 +11,10 @@
 
 namespace lumenvale::files {
 
+// The unsigned number in the first `count` bytes (at most 8), most significant first,
+// as MPEG-4 box headers store sizes.
+std::uint64_t bigEndian(const std::uint8_t* bytes, int count);
+
 // Where the last whole top-level box of an MPEG-4 file ends, when the file ends inside
 // a box other than the samples ("mdat", which the demuxer reads up to the cut); nothing
 // for a whole file or one that is not MPEG-4.
