@@ -8,14 +8,16 @@
 #include "editor/MovieFacts.h"
 #include "editor/StoredCodec.h"
 
-#include <QCommandLineParser>
-#include <QFile>
 #include <atomic>
+#include <cerrno>
 #include <cmath>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <exception>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <mutex>
 #include <optional>
 #include <stdexcept>
@@ -107,56 +109,68 @@ struct ExportRequest {
     std::optional<std::filesystem::path> output;
 };
 
-std::filesystem::path localPath(const QString& text) {
-    return std::filesystem::path(text.toStdString());
-}
-
-ExportRequest parse(const QStringList& arguments) {
-    QCommandLineParser parser;
-    const QCommandLineOption editOption("edit", "The edit decision to apply.", "EDIT.json");
-    const QCommandLineOption gifOption("gif", "Write a GIF instead of a movie.");
-    const QCommandLineOption codecOption("codec", "The movie's video codec.", "h264|hevc");
-    const QCommandLineOption outputOption("output", "Where to write the export.", "PATH");
-    parser.addOptions({editOption, gifOption, codecOption, outputOption});
-    parser.addPositionalArgument("MOVIE", "The movie to export.");
-
+// Reads the words after "export" as the process got them: paths keep their bytes
+// (a file name need not be UTF-8). Options take their value as the next word or after
+// "="; "--" ends the options.
+ExportRequest parse(const std::vector<std::string>& arguments) {
     const std::string usage = Usage::exportMovie().toStdString();
-    if (!parser.parse(QStringList{"lumenvale export"} + arguments)) {
-        throw CommandFailure{parser.errorText().toStdString() + "\n" + usage, exitUsage};
-    }
-    if (parser.positionalArguments().size() != 1) {
-        throw CommandFailure{"Name one movie to export.\n" + usage, exitUsage};
-    }
-
+    const auto usageError = [&](const std::string& problem) {
+        return CommandFailure{problem + "\n" + usage, exitUsage};
+    };
     ExportRequest request;
-    request.movie = localPath(parser.positionalArguments().front());
-    if (parser.isSet(editOption)) {
-        request.editFile = localPath(parser.value(editOption));
-    }
-    if (parser.isSet(gifOption)) {
-        request.format = EditorExport::Format::gif;
-    }
-    if (parser.isSet(codecOption)) {
-        request.codec = codecFromRawValue(parser.value(codecOption).toStdString());
-        if (!request.codec) {
-            throw CommandFailure{"The codec must be h264 or hevc.\n" + usage, exitUsage};
+    std::vector<std::string> movies;
+    bool optionsEnded = false;
+    for (std::size_t i = 0; i < arguments.size(); ++i) {
+        const std::string& word = arguments[i];
+        if (optionsEnded || word.size() < 2 || word.front() != '-') {
+            movies.push_back(word);
+            continue;
+        }
+        if (word == "--") {
+            optionsEnded = true;
+            continue;
+        }
+        const std::size_t equals = word.find('=');
+        const std::string name = word.substr(0, equals);
+        const auto value = [&]() -> std::string {
+            if (equals != std::string::npos) {
+                return word.substr(equals + 1);
+            }
+            if (i + 1 >= arguments.size()) {
+                throw usageError(name + " needs a value.");
+            }
+            return arguments[++i];
+        };
+        if (name == "--edit") {
+            request.editFile = std::filesystem::path(value());
+        } else if (name == "--output") {
+            request.output = std::filesystem::path(value());
+        } else if (name == "--codec") {
+            request.codec = codecFromRawValue(value());
+            if (!request.codec) {
+                throw usageError("The codec must be h264 or hevc.");
+            }
+        } else if (word == "--gif") {
+            request.format = EditorExport::Format::gif;
+        } else {
+            throw usageError("Unknown option “" + word + "”.");
         }
     }
-    if (parser.isSet(outputOption)) {
-        request.output = localPath(parser.value(outputOption));
+    if (movies.size() != 1) {
+        throw usageError("Name one movie to export.");
     }
+    request.movie = std::filesystem::path(movies.front());
     return request;
 }
 
 EditDecision readEdit(const std::filesystem::path& editFile) {
     const std::string name = editFile.filename().string();
-    QFile file(QString::fromStdString(editFile.string()));
-    if (!file.open(QIODevice::ReadOnly)) {
-        throw CommandFailure{"Couldn’t read the edit " + name + ". " +
-                             file.errorString().toStdString() + "."};
+    std::ifstream file(editFile, std::ios::binary); // by its bytes: need not be UTF-8
+    if (!file) {
+        throw CommandFailure{"Couldn’t read the edit " + name + ". " + std::strerror(errno) + "."};
     }
-    const QByteArray json = file.readAll();
-    Result<EditDecision> decoded = decodeEditDecision(json.toStdString());
+    const std::string json{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    Result<EditDecision> decoded = decodeEditDecision(json);
     if (!decoded) {
         throw CommandFailure{"Couldn’t use the edit " + name + ". " + decoded.error()};
     }
@@ -188,7 +202,7 @@ EditRenderer::Destination chooseTarget(const ExportRequest& request,
 
 } // namespace
 
-int runExport(const QStringList& arguments) {
+int runExport(const std::vector<std::string>& arguments) {
     std::string movieName;
     try {
         const ExportRequest request = parse(arguments);

@@ -1,6 +1,7 @@
 #pragma once
 
-#include <QStringList>
+#include <string>
+#include <vector>
 
 namespace lumenvale {
 
@@ -13,11 +14,12 @@ namespace lumenvale {
 // editor names its exports; an --output that exists (a dangling link too) is refused,
 // never replaced. The file appears under its name only once complete.
 //
-// `arguments` are the words after "export". Prints the written path on standard
+// `arguments` are the words after "export", as the process got them: paths are used
+// byte for byte, whatever their encoding. Prints the written path on standard
 // output and the progress on standard error; on failure prints the reason on standard
 // error, leaves no file behind and returns non-zero (2 for a malformed command line).
 // Blocking; call it on the main thread of a running QCoreApplication.
 // SIGINT or SIGTERM stops the export (and removes the partial, hidden file).
-int runExport(const QStringList& arguments);
+int runExport(const std::vector<std::string>& arguments);
 
 } // namespace lumenvale

@@ -4,6 +4,7 @@
 
 #include <QDir>
 #include <cmath>
+#include <filesystem>
 #include <limits>
 
 namespace lumenvale {
@@ -44,16 +45,21 @@ std::optional<std::uint32_t> parseWindow(const QString& text) {
 
 } // namespace
 
-RecordParse parseRecordArguments(const QStringList& arguments) {
+RecordParse parseRecordArguments(const std::vector<std::string>& arguments) {
+    // Flags and numbers are read as text; the folder keeps its bytes.
+    QStringList words;
+    for (const std::string& argument : arguments) {
+        words << QString::fromLocal8Bit(argument);
+    }
     RecordRequest request;
     int targets = 0;
-    for (qsizetype i = 0; i < arguments.size(); ++i) {
-        const QString& flag = arguments[i];
+    for (qsizetype i = 0; i < words.size(); ++i) {
+        const QString& flag = words[i];
         const auto value = [&]() -> std::optional<QString> {
-            if (i + 1 >= arguments.size()) {
+            if (i + 1 >= words.size()) {
                 return std::nullopt;
             }
-            return arguments[++i];
+            return words[++i];
         };
         const auto missing = [&] {
             return QStringLiteral("%1 needs a value.").arg(flag);
@@ -132,15 +138,22 @@ RecordParse parseRecordArguments(const QStringList& arguments) {
             request.skipSystemAudio = true;
         } else if (flag == QLatin1String("--mic")) {
             request.microphone = true;
-            if (i + 1 < arguments.size() && !arguments[i + 1].startsWith(QLatin1String("--"))) {
-                request.microphoneSource = arguments[++i].toStdString();
+            if (i + 1 < words.size() && !words[i + 1].startsWith(QLatin1String("--"))) {
+                request.microphoneSource = arguments[static_cast<std::size_t>(++i)];
             }
         } else if (flag == QLatin1String("--folder")) {
             const std::optional<QString> text = value();
             if (!text || text->isEmpty()) {
                 return missing();
             }
-            request.folder = toPath(QDir::current().absoluteFilePath(*text)).string();
+            std::error_code failure;
+            const std::filesystem::path folder =
+                std::filesystem::absolute(arguments[static_cast<std::size_t>(i)], failure);
+            if (failure) {
+                return QStringLiteral("--folder “%1” can’t be made absolute: %2.")
+                    .arg(*text, QString::fromStdString(failure.message()));
+            }
+            request.folder = folder.string();
         } else {
             return QStringLiteral("unknown option “%1”.").arg(flag);
         }

@@ -11,6 +11,7 @@
 #include <optional>
 #include <string>
 #include <variant>
+#include <vector>
 
 namespace lumenvale {
 
@@ -30,7 +31,7 @@ struct RecordRequest {
     bool skipSystemAudio = false;
     bool microphone = false;
     std::optional<std::string> microphoneSource;
-    std::optional<std::string> folder; // absolute
+    std::optional<std::string> folder; // absolute; the file system's bytes as given
 };
 
 struct HelpRequested {};
@@ -38,9 +39,10 @@ struct HelpRequested {};
 // The request, a request for help, or a sentence saying what is wrong.
 using RecordParse = std::variant<RecordRequest, HelpRequested, QString>;
 
-// `arguments` are the words after "record". Relative folders are made absolute
-// against the current directory.
-RecordParse parseRecordArguments(const QStringList& arguments);
+// `arguments` are the words after "record", as the process got them (bytes, not
+// necessarily UTF-8: a folder is kept byte for byte). Relative folders are made
+// absolute against the current directory.
+RecordParse parseRecordArguments(const std::vector<std::string>& arguments);
 
 // The stored options changed as the flags say, for this run only.
 RecordingOptions applyFlags(RecordingOptions options, const RecordRequest& request);

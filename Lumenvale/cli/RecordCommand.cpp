@@ -15,10 +15,34 @@
 #include <QTimer>
 #include <csignal>
 #include <cstdio>
+#include <optional>
 
 namespace lumenvale {
 
 namespace {
+
+int exitCode(RecordStatus status) {
+    return static_cast<int>(status);
+}
+
+// What keeps the window the command names from being recorded, as a sentence; nothing
+// when it is an application window (or when there is no display: the start says so).
+std::optional<QString> windowProblem(std::uint32_t windowID) {
+    const QString name = QStringLiteral("0x%1").arg(windowID, 0, 16);
+    switch (Screens::windowKind(windowID)) {
+    case Screens::WindowKind::application:
+    case Screens::WindowKind::unknown:
+        return std::nullopt;
+    case Screens::WindowKind::root:
+        return QStringLiteral("%1 is the root window, the whole desktop: record it with --screen.")
+            .arg(name);
+    case Screens::WindowKind::other:
+        return QStringLiteral("Window %1 is not an application’s top-level window.").arg(name);
+    case Screens::WindowKind::missing:
+        return QStringLiteral("There is no window %1.").arg(name);
+    }
+    return std::nullopt;
+}
 
 // One run of the command, from recovery to the saved movie.
 class RecordRun : public QObject {
@@ -33,6 +57,7 @@ class RecordRun : public QObject {
         connect(&limit_, &QTimer::timeout, this, [this] { checkLimit(); });
         connect(&signals_, &SignalPipe::received, this, [this](int number) { onSignal(number); });
         connect(&recorder_, &ScreenRecorder::phaseChanged, this, [this] { armLimit(); });
+        connect(&recorder_, &ScreenRecorder::stoppedByItself, this, [this] { endedEarly_ = true; });
         connect(&recorder_, &ScreenRecorder::finishEnded, this,
                 [this](const std::optional<Recording>& recording) { onFinished(recording); });
     }
@@ -53,15 +78,20 @@ class RecordRun : public QObject {
   private:
     void begin() {
         if (cancelled_) {
-            end(1, QStringLiteral("Recording cancelled.\n"));
+            end(RecordStatus::failed, QStringLiteral("Recording cancelled.\n"));
             return;
         }
         std::optional<Selection> selection;
         if (request_.kind == RecordKind::area) {
             selection = Selection{Screens::fromTopLeft(*request_.areaTopLeft), std::nullopt};
         } else if (request_.kind == RecordKind::window) {
-            // A window that is gone has no frame; the start then fails with "The
-            // window closed." when it looks for the window.
+            if (const std::optional<QString> problem = windowProblem(*request_.windowID)) {
+                end(RecordStatus::failed,
+                    QStringLiteral("Couldn’t start recording. ") + *problem + QLatin1Char('\n'));
+                return;
+            }
+            // A window that closes from here on has no frame; the start then fails with
+            // "The window closed." when it looks for the window.
             const std::optional<Rect> frame = Screens::windowFrame(*request_.windowID);
             const std::optional<Screen> screen = Screens::withMouse();
             selection =
@@ -69,7 +99,8 @@ class RecordRun : public QObject {
         }
         recorder_.start(request_.kind, selection, [this](bool started) {
             if (!started) {
-                end(1, cancelled_ ? QStringLiteral("Recording cancelled.\n") : QString());
+                end(RecordStatus::failed,
+                    cancelled_ ? QStringLiteral("Recording cancelled.\n") : QString());
             }
         });
     }
@@ -114,22 +145,23 @@ class RecordRun : public QObject {
         }
     }
 
+    // The notices already said why a save failed or the recording ended early.
     void onFinished(const std::optional<Recording>& recording) {
-        if (recording) {
-            end(0, QString(), toQString(recording->path) + QLatin1Char('\n'));
-        } else {
-            end(1, QString()); // the notice said why
+        if (!recording) {
+            end(RecordStatus::failed, QString());
+            return;
         }
+        // The path as the file system has it, byte for byte.
+        std::fputs((recording->path.native() + '\n').c_str(), stdout);
+        std::fflush(stdout);
+        end(endedEarly_ ? RecordStatus::endedEarly : RecordStatus::saved, QString());
     }
 
-    void end(int status, const QString& error, const QString& output = QString()) {
+    void end(RecordStatus status, const QString& error) {
         if (!error.isEmpty()) {
             printError(error);
         }
-        if (!output.isEmpty()) {
-            printTo(stdout, output);
-        }
-        QCoreApplication::exit(status);
+        QCoreApplication::exit(exitCode(status));
     }
 
     ScreenRecorder& recorder_;
@@ -138,11 +170,12 @@ class RecordRun : public QObject {
     SignalPipe signals_;
     QTimer limit_;
     bool cancelled_ = false;
+    bool endedEarly_ = false;
 };
 
 } // namespace
 
-int runRecord(const QStringList& arguments) {
+int runRecord(const std::vector<std::string>& arguments) {
     const RecordParse parsed = parseRecordArguments(arguments);
     if (std::holds_alternative<HelpRequested>(parsed)) {
         printTo(stdout, Usage::record());
@@ -151,7 +184,7 @@ int runRecord(const QStringList& arguments) {
     if (const QString* problem = std::get_if<QString>(&parsed)) {
         printError(QStringLiteral("lumenvale record: ") + *problem + QStringLiteral("\n\n") +
                    Usage::record());
-        return 2;
+        return exitCode(RecordStatus::usage);
     }
     RecordRun run(ScreenRecorder::shared(), std::get<RecordRequest>(parsed));
     return run.exec();

@@ -2,6 +2,7 @@
 
 #include "cli/CommandOutput.h"
 #include "recorder/ScreenRecorder.h"
+#include "recorder/Screens.h"
 
 #include <cstdio>
 
@@ -74,8 +75,12 @@ void TerminalUi::showNotice(const QString& text) {
 }
 
 void TerminalUi::screenPermissionRefused() {
-    printError(QStringLiteral("Couldn’t start recording. This display doesn’t allow screen "
-                              "capture: it needs the MIT-SHM and Composite extensions.\n"));
+    // No display at all, or one without the extensions: the sentence says which.
+    const std::optional<std::string> problem = Screens::captureProblem();
+    printError(QStringLiteral("Couldn’t start recording. ") +
+               (problem ? QString::fromStdString(*problem)
+                        : QStringLiteral("The screen can’t be captured here.")) +
+               QLatin1Char('\n'));
 }
 
 } // namespace lumenvale

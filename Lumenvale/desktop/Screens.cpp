@@ -74,7 +74,24 @@ double overlapArea(const Rect& a, const Rect& b) {
 } // namespace
 
 bool captureAvailable() {
-    return ask([](Displays& displays) { return displays.captureAvailable(); }, false);
+    return !captureProblem();
+}
+
+std::optional<std::string> captureProblem() {
+    std::unique_ptr<Displays>& displays = connection();
+    try {
+        if (!displays) {
+            displays = std::make_unique<DisplaysX11>();
+        }
+        if (displays->captureAvailable()) {
+            return std::nullopt;
+        }
+        return "This display doesn’t allow screen capture: it needs the MIT-SHM and Composite "
+               "extensions.";
+    } catch (const std::exception& error) {
+        displays.reset();
+        return error.what();
+    }
 }
 
 std::vector<Screen> all() {
@@ -129,6 +146,22 @@ std::optional<Rect> windowFrame(std::uint32_t windowID) {
             return std::nullopt;
         },
         std::optional<Rect>{});
+}
+
+WindowKind windowKind(std::uint32_t windowID) {
+    return ask(
+        [windowID](Displays& displays) {
+            if (windowID == displays.rootWindow()) {
+                return WindowKind::root;
+            }
+            for (const DesktopWindow& window : displays.windows()) {
+                if (window.id == windowID) {
+                    return WindowKind::application;
+                }
+            }
+            return displays.windowExists(windowID) ? WindowKind::other : WindowKind::missing;
+        },
+        WindowKind::unknown);
 }
 
 Rect fromTopLeft(const Rect& topLeft) {

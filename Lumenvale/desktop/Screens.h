@@ -32,6 +32,9 @@ namespace lumenvale::Screens {
 // Whether the display server lets Lumenvale capture the screen (X11: MIT-SHM and
 // Composite are offered).
 bool captureAvailable();
+// Why the screen cannot be captured, as the user's sentence (no display server, or
+// one without MIT-SHM and Composite); nothing when it can.
+std::optional<std::string> captureProblem();
 
 // Every display, the primary one first. Empty without a display server.
 std::vector<Screen> all();
@@ -44,6 +47,12 @@ std::optional<Screen> containing(const Rect& rect);
 
 // The frame of a managed window, decorations included; nothing when it is gone.
 std::optional<Rect> windowFrame(std::uint32_t windowID);
+
+// What an X window id names: a managed application window (the only kind a window
+// recording takes), the root window (the whole desktop), another existing window (a
+// child, a frame, a menu), nothing; `unknown` without a display server.
+enum class WindowKind { application, root, other, missing, unknown };
+WindowKind windowKind(std::uint32_t windowID);
 
 // Device pixels per point of the desktop (X11 has one scale for all displays).
 double scale();

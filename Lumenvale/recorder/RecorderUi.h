@@ -56,8 +56,9 @@ class RecorderUi {
     virtual void showNotice(const QString& text) = 0;
     // The card of a saved recording.
     virtual void showCard(const Recording& recording) = 0;
-    // The screen cannot be captured here (no MIT-SHM or Composite on X11): show the
-    // user the way to make it possible.
+    // The screen cannot be captured here (no display server, or on X11 no MIT-SHM or
+    // Composite; Screens::captureProblem() says which): show the user the way to make it
+    // possible.
     virtual void screenPermissionRefused() = 0;
 };
 

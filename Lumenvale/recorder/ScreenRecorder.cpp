@@ -2,6 +2,7 @@
 
 #include "LumenvaleKit/Checked.h"
 #include "LumenvaleKit/RecError.h"
+#include "LumenvaleMedia/AudioDevices.h"
 #include "LumenvaleMedia/MediaError.h"
 #include "LumenvaleMedia/RecordingPipeline.h"
 #include "base/AppIdentity.h"
@@ -53,6 +54,15 @@ Rect intersection(const Rect& a, const Rect& b) {
         return Rect{minX, minY, 0, 0};
     }
     return Rect{minX, minY, maxX - minX, maxY - minY};
+}
+
+// Why no display was found for what is to be recorded.
+QString noDisplayFor(RecordKind kind) {
+    if (kind == RecordKind::screen || Screens::all().empty()) {
+        return QString::fromUtf8(message(RecError::displayGone));
+    }
+    return kind == RecordKind::area ? QStringLiteral("The area lies outside every screen.")
+                                    : QStringLiteral("The window lies outside every screen.");
 }
 
 double secondsSince(const QDateTime& moment) {
@@ -199,8 +209,7 @@ void ScreenRecorder::start(RecordKind kind, std::optional<Selection> selection,
         kind == RecordKind::screen ? Screens::withMouse() : Screens::containing(selection->rect);
     if (!screen) {
         abandonStart(launch);
-        notice(QStringLiteral("Couldn’t start recording. ") +
-               QString::fromUtf8(message(RecError::displayGone)));
+        notice(QStringLiteral("Couldn’t start recording. ") + noDisplayFor(kind));
         return;
     }
     launch->screen = *screen;
@@ -212,11 +221,21 @@ void ScreenRecorder::start(RecordKind kind, std::optional<Selection> selection,
         launch->windowID = selection->windowID;
     }
 
+    // Refusals the user can lift in Settings are collected in `warnings`; a missing
+    // sound server or microphone is said as it is, since no setting brings it back.
     QStringList warnings;
+    QString missingDevices;
     if (launch->options.microphone) {
         launch->mic = Permissions::shared().request(Permissions::Kind::microphone);
         if (!launch->mic) {
-            warnings << QStringLiteral("Recording without the microphone.");
+            const std::optional<std::string> problem =
+                AudioDevices::microphoneProblem(AudioDevices::query());
+            if (problem) {
+                missingDevices = QStringLiteral("Recording without the microphone. ") +
+                                 QString::fromStdString(*problem);
+            } else {
+                warnings << QStringLiteral("Recording without the microphone.");
+            }
         }
     }
     bool camera = false;
@@ -227,7 +246,13 @@ void ScreenRecorder::start(RecordKind kind, std::optional<Selection> selection,
         }
     }
     if (!warnings.isEmpty()) {
-        notice(warnings.join(QLatin1Char(' ')) + QStringLiteral(" Allow it in Settings."));
+        warnings.last() += QStringLiteral(" Allow it in Settings.");
+    }
+    if (!missingDevices.isEmpty()) {
+        warnings.prepend(missingDevices);
+    }
+    if (!warnings.isEmpty()) {
+        notice(warnings.join(QLatin1Char(' ')));
     }
 
     if (camera) {
@@ -361,6 +386,7 @@ void ScreenRecorder::streamDidStop(std::uint64_t streamID, const QString& reason
         return;
     }
     notice(QStringLiteral("Recording stopped. ") + reason);
+    emit stoppedByItself(reason);
     stop();
 }
 

@@ -135,6 +135,9 @@ class ScreenRecorder : public QObject {
     void elapsedChanged();
     // A notice was shown (also through the UI): for observers and tests.
     void noticeShown(const QString& text);
+    // The capture ended by itself (the window closed, the display or the sound server
+    // went away, the disk filled) with this user-facing reason; the finish follows.
+    void stoppedByItself(const QString& reason);
     // A save ended: the movie, or nothing when it failed.
     void finishEnded(const std::optional<lumenvale::Recording>& recording);
 

@@ -12,7 +12,10 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QStringList>
+#include <algorithm>
 #include <cstdio>
+#include <string>
+#include <vector>
 
 namespace lumenvale::App {
 
@@ -40,9 +43,11 @@ void identify() {
 } // namespace
 
 int run(int argc, char** argv) {
+    // The commands get the words as the process got them: a path need not be UTF-8.
+    const std::vector<std::string> words(argv + std::min(argc, 1), argv + argc);
     QStringList arguments;
-    for (int i = 1; i < argc; ++i) {
-        arguments << QString::fromLocal8Bit(argv[i]);
+    for (const std::string& word : words) {
+        arguments << QString::fromLocal8Bit(word);
     }
 
     if (arguments.contains(QStringLiteral("--selftest"))) {
@@ -61,7 +66,7 @@ int run(int argc, char** argv) {
     if (command == QLatin1String("record") || command == QLatin1String("export")) {
         QCoreApplication application(argc, argv);
         identify();
-        const QStringList rest = arguments.mid(1);
+        const std::vector<std::string> rest(words.begin() + 1, words.end());
         return command == QLatin1String("record") ? runRecord(rest) : runExport(rest);
     }
     if (command == QLatin1String("--help") || command == QLatin1String("-h")) {

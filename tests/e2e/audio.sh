@@ -53,9 +53,11 @@ record --no-countdown --no-system-audio --mic no_such_source --seconds 1 --folde
 grep -q "^Couldn’t start recording. ." <<<"$err" || fail "unexpected message: $err"
 pass "a microphone source that does not exist: $(grep "^Couldn’t" <<<"$err")"
 
-# No sound server at all: the recording goes on without the microphone, and says so.
+# No sound server at all: the recording goes on without the microphone, and says why
+# (nothing in Settings would bring it back).
 PULSE_SERVER=unix:$work/no-such-server record --no-countdown --no-system-audio --mic --seconds 1 --folder "$movies"
 [[ $status -eq 0 ]] || fail "exit $status: $err"
-grep -qx "Recording without the microphone. Allow it in Settings." <<<"$err" || fail "no notice: $err"
+grep -qx "Recording without the microphone. Lumenvale can’t reach the sound server." <<<"$err" ||
+  fail "no notice: $err"
 [[ $(audio_stream_count "$out") -eq 0 ]] || fail "an audio track without a microphone"
 pass "no sound server: recorded without the microphone, with the notice"

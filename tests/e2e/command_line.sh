@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# The command line itself: malformed commands, the self-test's refusal, and a stop
-# during the countdown.
+# The command line itself: malformed commands, starts that cannot happen, a folder
+# whose name is not UTF-8, the self-test's refusal, and a stop during the countdown.
 set -euo pipefail
 source "$(dirname "$0")/lib/common.bash"
 
@@ -27,6 +27,26 @@ expect_usage "--folder needs a value." record --folder
 expect_usage "unknown option “--bogus”" record --bogus
 expect_usage "unknown command “frobnicate”" frobnicate
 pass "malformed command lines are refused with the usage"
+
+# expect_start_failure MESSAGE ARGS...: the start fails with exactly MESSAGE and no movie.
+expect_start_failure() {
+  local expected=$1
+  shift
+  record --no-countdown --no-system-audio --seconds 1 --folder "$movies" "$@"
+  [[ $status -eq 1 && -z "$out" ]] || fail "'$*' exited $status and printed '$out'"
+  [[ "$err" == "Couldn’t start recording. $expected" ]] || fail "'$*' said: $err"
+}
+DISPLAY= expect_start_failure "There is no X display to record: DISPLAY is not set."
+DISPLAY=:999 expect_start_failure "Lumenvale can’t connect to the X display “:999”."
+expect_start_failure "The area lies outside every screen." --area 5000,5000,100,100
+pass "a start without a display or off every screen says what is wrong"
+
+# A folder named in bytes that are not UTF-8 is used as it is named.
+folder=$work/$'films \xe9t\xe9'
+record --no-countdown --no-system-audio --seconds 1 --folder "$folder"
+[[ $status -eq 0 ]] || fail "record into a non-UTF-8 folder exited $status: $err"
+[[ -f "$out" && "$(dirname "$out")" == "$folder" ]] || fail "the printed path '$out' is not in the folder"
+pass "a folder whose name is not UTF-8 holds the movie, and its path is printed as it is"
 
 set +e
 env -u APP_STORE "$LUMENVALE" --selftest >"$work/out" 2>&1

@@ -157,6 +157,21 @@ check "not-a-movie exits non-zero" test "$status" -ne 0
 check "not-a-movie message names the file (got '$err')" grep -q "Notes.mp4" "$work/err"
 check "not-a-movie writes nothing" test "$(ls "$movies" | wc -l)" -eq "$before"
 
+# A picture and a sound file are refused for what they are not.
+ffmpeg -v error -f lavfi -i testsrc2=size=64x48 -frames:v 1 "$movies/Still.png"
+ffmpeg -v error -f lavfi -i sine=duration=1 -c:a aac "$movies/Voice.m4a"
+export_movie "$movies/Still.png"
+check "a picture is not a movie (status $status, '$err')" test "$status-$err" = "1-Couldn’t export Still.png. “Still.png” is not a movie."
+export_movie "$movies/Voice.m4a"
+check "a sound file has no picture (status $status, '$err')" test "$status-$err" = "1-Couldn’t export Voice.m4a. “Voice.m4a” has no picture."
+
+# Paths whose bytes are not UTF-8 are used as they are, as the movie and as --output.
+cp "$movies/Rec.mp4" "$movies/"$'Caf\xe9.mp4'
+export_movie "$movies/"$'Caf\xe9.mp4' --output "$work/"$'d\xe9j\xe0.mp4'
+check "a non-UTF-8 movie exports ($err)" test "$status" -eq 0
+check "to the --output named in the same bytes (got '$out')" test "$out" = "$work/"$'d\xe9j\xe0.mp4'
+check "which holds the movie" near "$(duration "$work/"$'d\xe9j\xe0.mp4')" 4 0.1
+
 # A malformed command line.
 export_movie "$movies/Rec.mp4" --codec vp9
 check "unknown codec is a usage error (status $status)" test "$status" -eq 2

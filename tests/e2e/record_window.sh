@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Recording a window: the movie has the size of the window with its frame; a window
-# that closes while recorded stops the recording, which is saved; a window that is
-# already gone fails the start.
+# that closes while recorded ends the recording, which is saved, with its own exit
+# status; an id that names no window, or the root window, fails the start.
 set -euo pipefail
 source "$(dirname "$0")/lib/common.bash"
 
@@ -27,21 +27,29 @@ size="$(stream_value "$out" v:0 width)x$(stream_value "$out" v:0 height)"
 approx "$(format_duration "$out")" 1.5 0.25 || fail "duration $(format_duration "$out")"
 pass "window: the movie is the framed window, $size"
 
-# Closing the recorded window stops the recording; what was recorded is saved.
+# Closing the recorded window ends the recording early: what was recorded is saved and
+# its path printed, the reason goes to standard error, and the exit status says so.
 record_in_background --window "$window" --no-countdown --no-system-audio --folder "$movies"
 sleep 2
 kill "$clock_pid"
 finish_background
-[[ $status -eq 0 ]] || fail "a closed window should still save; exit $status: $err"
+[[ $status -eq 3 ]] || fail "a recording ended by its window exited $status, not 3: $err"
 [[ "$err" == *"Recording stopped. The window closed."* ]] || fail "no stop notice: $err"
 [[ -f "$out" ]] || fail "no movie printed: '$out'"
 approx "$(format_duration "$out")" 2 0.6 || fail "duration $(format_duration "$out"), not about 2 s"
 [[ $(part_count) -eq 0 ]] || fail "parts left behind"
-pass "window: closing it stops the recording and saves the movie"
+pass "window: closing it ends the recording with status 3 and saves the movie"
 
-# A window that no longer exists.
-record --window "$window" --no-countdown --no-system-audio --folder "$movies"
-[[ $status -ne 0 ]] || fail "recording a closed window succeeded"
-[[ "$err" == "Couldn’t start recording. The window closed." ]] || fail "unexpected message: $err"
-[[ -z "$out" ]] || fail "printed a path for nothing: $out"
-pass "window: a window that is gone fails the start with its message"
+# Ids that name no window to record: one that is gone, and the root window.
+root=$(xwininfo -root | sed -n 's/.*Window id: \(0x[0-9a-f]*\).*/\1/p')
+messages=()
+for id in "$window" "$root"; do
+  record --window "$id" --no-countdown --no-system-audio --folder "$movies"
+  [[ $status -eq 1 && -z "$out" ]] || fail "--window $id exited $status and printed '$out'"
+  messages+=("$err")
+done
+[[ "${messages[0]}" == "Couldn’t start recording. There is no window $(printf '0x%x' "$window")." ]] ||
+  fail "a window that is gone: ${messages[0]}"
+[[ "${messages[1]}" == "Couldn’t start recording. $root is the root window, the whole desktop: record it with --screen." ]] ||
+  fail "the root window: ${messages[1]}"
+pass "window: an id that is gone or the root fails the start with what is wrong"

@@ -37,6 +37,10 @@ inline bool microphoneAvailable(const Inventory& inventory) {
     return inventory.serverReachable && !inventory.microphones.empty();
 }
 
+// Why there is no microphone to record, as the user's sentence ("Lumenvale can’t reach
+// the sound server.", "The sound server has no microphone."); nothing when there is one.
+std::optional<std::string> microphoneProblem(const Inventory& inventory);
+
 // A live PulseAudio source of the given kind, 48 kHz 32-bit float, in fragments of
 // about 20 ms: AudioKind::system records the monitor of the default sink (stereo);
 // AudioKind::microphone records the source named `microphoneID` (mono), or the

@@ -77,6 +77,8 @@ class Displays {
     virtual std::vector<DesktopWindow> windows() = 0;
     // Whether the window `id` still exists.
     virtual bool windowExists(std::uint32_t id) = 0;
+    // The root window: the whole desktop, the parent of every top-level window.
+    virtual std::uint32_t rootWindow() = 0;
 };
 
 } // namespace lumenvale

@@ -23,6 +23,7 @@ class DisplaysX11 final : public Displays {
     DesktopPoint pointer() override;
     std::vector<DesktopWindow> windows() override;
     bool windowExists(std::uint32_t id) override;
+    std::uint32_t rootWindow() override;
 
   private:
     class State;

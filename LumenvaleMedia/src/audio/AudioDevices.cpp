@@ -83,6 +83,16 @@ Inventory query(std::chrono::milliseconds timeout) {
     return query.inventory;
 }
 
+std::optional<std::string> microphoneProblem(const Inventory& inventory) {
+    if (!inventory.serverReachable) {
+        return "Lumenvale can’t reach the sound server.";
+    }
+    if (inventory.microphones.empty()) {
+        return "The sound server has no microphone.";
+    }
+    return std::nullopt;
+}
+
 std::unique_ptr<AudioSource> open(AudioKind kind, std::optional<std::string> microphoneID) {
     return std::make_unique<PulseAudioSource>(kind, std::move(microphoneID));
 }

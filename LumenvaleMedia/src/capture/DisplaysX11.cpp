@@ -185,4 +185,8 @@ bool DisplaysX11::windowExists(std::uint32_t id) {
     return exists;
 }
 
+std::uint32_t DisplaysX11::rootWindow() {
+    return state_->connection.root();
+}
+
 } // namespace lumenvale

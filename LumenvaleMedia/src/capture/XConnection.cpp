@@ -3,6 +3,7 @@
 #include "LumenvaleMedia/MediaError.h"
 #include "capture/XRes.h"
 
+#include <cstdlib>
 #include <cstring>
 #include <string_view>
 #include <xcb/composite.h>
@@ -43,13 +44,22 @@ bool atLeast(std::uint32_t major, std::uint32_t minor, std::uint32_t wantMajor,
     return major > wantMajor || (major == wantMajor && minor >= wantMinor);
 }
 
+// Why there is no connection to the display that DISPLAY names.
+MediaError unreachableDisplay() {
+    const char* display = std::getenv("DISPLAY");
+    if (display == nullptr || *display == '\0') {
+        return MediaError("There is no X display to record: DISPLAY is not set.");
+    }
+    return MediaError(std::string("Lumenvale can’t connect to the X display “") + display + "”.");
+}
+
 } // namespace
 
 XConnection::XConnection() {
     int screenNumber = 0;
     connection_.reset(xcb_connect(nullptr, &screenNumber));
     if (xcb_connection_has_error(connection_.get()) != 0) {
-        throw MediaError("Lumenvale can’t connect to the X display.");
+        throw unreachableDisplay();
     }
     setup_ = xcb_get_setup(connection_.get());
     xcb_screen_iterator_t screens = xcb_setup_roots_iterator(setup_);
@@ -57,7 +67,7 @@ XConnection::XConnection() {
         xcb_screen_next(&screens);
     }
     if (screens.rem == 0) {
-        throw MediaError("Lumenvale can’t connect to the X display.");
+        throw unreachableDisplay();
     }
     screen_ = screens.data;
 

@@ -51,7 +51,8 @@ struct Extensions {
 
 class XConnection {
   public:
-    // Connects to the display named by DISPLAY. Throws MediaError when there is none.
+    // Connects to the display named by DISPLAY. Throws MediaError saying which display
+    // could not be reached, or that DISPLAY names none.
     XConnection();
 
     XConnection(const XConnection&) = delete;

@@ -10,6 +10,7 @@ extern "C" {
 #include <cmath>
 #include <cstring>
 #include <fstream>
+#include <string_view>
 #include <sys/stat.h>
 
 namespace lumenvale::edit {
@@ -61,6 +62,13 @@ FileStamp stampOf(const std::filesystem::path& path) {
                      status.st_mtim.tv_sec * std::int64_t{1000000000} + status.st_mtim.tv_nsec};
 }
 
+// Still pictures (PNG, JPEG, ...) open through FFmpeg's image pipe demuxers, named
+// "<codec>_pipe": one frame, no time, so they are refused as what they are.
+bool isStillPicture(const AVFormatContext& input) {
+    const std::string_view name = input.iformat != nullptr ? input.iformat->name : "";
+    return name.size() > 5 && name.substr(name.size() - 5) == "_pipe";
+}
+
 } // namespace
 
 std::int64_t toTicks(double seconds) {
@@ -105,8 +113,12 @@ SourceMovie openSourceMovie(const std::filesystem::path& path) {
             movie.audioStreams.push_back(static_cast<int>(i));
         }
     }
+    const std::string quotedName = "“" + path.filename().string() + "”";
+    if (isStillPicture(*movie.input) || (movie.videoStream < 0 && movie.audioStreams.empty())) {
+        throw MediaError(quotedName + " is not a movie.");
+    }
     if (movie.videoStream < 0) {
-        throw MediaError(RecError::nothingRecorded);
+        throw MediaError(quotedName + " has no picture.");
     }
     if (indexReachesPastEnd(movie)) {
         throw damagedMovie(path);

@@ -43,8 +43,9 @@ struct SourceMovie {
 };
 
 // Opens a movie for editing. Throws MediaError: a file that is missing, unreadable,
-// not a movie, truncated (its index points past the end of the file), or without a
-// video stream (RecError::nothingRecorded).
+// not a movie (also a still picture, or a file with neither picture nor sound),
+// truncated (its index points past the end of the file), or without a picture ("“x.m4a”
+// has no picture.").
 SourceMovie openSourceMovie(const std::filesystem::path& path);
 
 // The time a stream covers, in seconds: from its start to its start plus its length.

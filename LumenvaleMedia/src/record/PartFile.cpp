@@ -16,6 +16,8 @@ namespace lumenvale::record {
 namespace {
 
 constexpr int ioBufferBytes = 256 * 1024;
+// About a quarter of a second of video (8 frames at 30 fps), 170 ms of sound.
+constexpr const char* fragmentRunSamples = "8";
 
 std::string startedText(const LocalDateTime& when) {
     char text[32];
@@ -100,6 +102,11 @@ PartFile::PartFile(std::filesystem::path path, const AVCodecContext& video,
         // can be written; custom tags are kept.
         av_dict_set(&options, "movflags",
                     "frag_custom+empty_moov+delay_moov+default_base_moof+use_metadata_tags", 0);
+        // Inside a fragment the samples go to the file in runs of at most this many per
+        // track, in the order the muxer gets them (time order: writePacket), rather
+        // than all video and then all sound: a fragment that a full disk cuts short
+        // keeps picture and sound up to the cut, not picture alone.
+        av_dict_set(&options, "frag_interleave", fragmentRunSamples, 0);
         const int written = avformat_write_header(format_.get(), &options);
         av_dict_free(&options);
         ff::check(written, "Couldn’t create the recording file");
@@ -161,7 +168,12 @@ void PartFile::writePacket(AVPacket& packet) {
     if (failed() || trailerWritten_) {
         return;
     }
-    const int written = av_write_frame(format_.get(), &packet);
+    // Sound reaches the part up to a second after the picture of the same moment (the
+    // source's latency, the encoder's delay), and the first fragment holds the picture
+    // from before the first sound: libavformat's queue hands the packets to the muxer in
+    // time order. flushFragment() empties it, so each fragment still takes everything
+    // written before its cut.
+    const int written = av_interleaved_write_frame(format_.get(), &packet);
     if (written < 0) {
         fail("Couldn’t write the recording file", written);
     }
@@ -196,7 +208,8 @@ void PartFile::flushFragment() {
     if (failed() || trailerWritten_) {
         return;
     }
-    const int flushed = av_write_frame(format_.get(), nullptr);
+    const int queued = av_interleaved_write_frame(format_.get(), nullptr);
+    const int flushed = queued < 0 ? queued : av_write_frame(format_.get(), nullptr);
     if (flushed < 0) {
         fail("Couldn’t write the recording file", flushed);
         return;

@@ -106,7 +106,7 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(UnopenableCase{"missing", nullptr, nullptr},
                       UnopenableCase{"notAMovie", writeText, nullptr},
                       UnopenableCase{"truncated", makeTruncated, nullptr},
-                      UnopenableCase{"noVideo", makeAudioOnly, "Nothing was recorded."},
+                      UnopenableCase{"noVideo", makeAudioOnly, "“Recording.mp4” has no picture."},
                       UnopenableCase{"zeroDuration", makeEmptyVideo, "Nothing was recorded."}),
     [](const auto& testCase) { return std::string(testCase.param.name); });
 
