@@ -1,8 +1,8 @@
 #include "cli/TerminalUi.h"
 
 #include "cli/CommandOutput.h"
+#include "desktop/Screens.h"
 #include "recorder/ScreenRecorder.h"
-#include "recorder/Screens.h"
 
 #include <cstdio>
 

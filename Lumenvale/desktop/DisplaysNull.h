@@ -14,6 +14,7 @@ class DisplaysNull final : public Displays {
     DesktopPoint pointer() override { return {}; }
     std::vector<DesktopWindow> windows() override { return {}; }
     bool windowExists(std::uint32_t) override { return false; }
+    std::uint32_t rootWindow() override { return 0; } // no desktop, so no root window
 };
 
 } // namespace lumenvale

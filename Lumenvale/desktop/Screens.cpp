@@ -78,10 +78,13 @@ bool captureAvailable() {
 }
 
 std::optional<std::string> captureProblem() {
+    if (Desktop::session() == Desktop::Session::none) {
+        return "There is no X display to record: DISPLAY is not set.";
+    }
     std::unique_ptr<Displays>& displays = connection();
     try {
         if (!displays) {
-            displays = std::make_unique<DisplaysX11>();
+            displays = Desktop::makeDisplays();
         }
         if (displays->captureAvailable()) {
             return std::nullopt;
@@ -151,6 +154,9 @@ std::optional<Rect> windowFrame(std::uint32_t windowID) {
 WindowKind windowKind(std::uint32_t windowID) {
     return ask(
         [windowID](Displays& displays) {
+            if (!displays.captureAvailable()) {
+                return WindowKind::unknown; // the start says what the display lacks
+            }
             if (windowID == displays.rootWindow()) {
                 return WindowKind::root;
             }

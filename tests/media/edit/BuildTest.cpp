@@ -236,13 +236,12 @@ TEST_F(BuildTest, RefusesWhatCannotBeEditedWithAReadableSentence) {
         {"every clip past the end", movie("plain.mp4"), editOf({{5, 6}, {7, 9}}),
          "The edit reaches past the end of the movie."},
         // Edits no movie can be made of are refused before any time is converted.
-        {"times beyond any movie", movie("plain.mp4"), editOf({{1e300, 1e308}}), std::nullopt,
+        {"times beyond any movie", movie("plain.mp4"), editOf({{1e300, 1e308}}),
          "\"clips[0].start\" lies beyond"},
         {"a clip ending before it starts", movie("plain.mp4"), editOf({{0, 1}, {3, 2}}),
-         std::nullopt, "\"clips[1]\" ends before it starts."},
-        {"slower than a day", movie("plain.mp4"), editOf({{0, 4}}, 1e-300), std::nullopt,
-         "longer than a day"},
-        {"faster than a frame", movie("plain.mp4"), editOf({{0, 4}}, 1e6), std::nullopt,
+         "\"clips[1]\" ends before it starts."},
+        {"slower than a day", movie("plain.mp4"), editOf({{0, 4}}, 1e-300), "longer than a day"},
+        {"faster than a frame", movie("plain.mp4"), editOf({{0, 4}}, 1e6),
          "shorter than one frame"},
     };
     for (const Row& row : rows) {
