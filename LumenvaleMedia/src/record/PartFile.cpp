@@ -16,8 +16,6 @@ namespace lumenvale::record {
 namespace {
 
 constexpr int ioBufferBytes = 256 * 1024;
-// About a quarter of a second of video (8 frames at 30 fps), 170 ms of sound.
-constexpr const char* fragmentRunSamples = "8";
 
 std::string startedText(const LocalDateTime& when) {
     char text[32];
@@ -102,11 +100,8 @@ PartFile::PartFile(std::filesystem::path path, const AVCodecContext& video,
         // can be written; custom tags are kept.
         av_dict_set(&options, "movflags",
                     "frag_custom+empty_moov+delay_moov+default_base_moof+use_metadata_tags", 0);
-        // Inside a fragment the samples go to the file in runs of at most this many per
-        // track, in the order the muxer gets them (time order: writePacket), rather
-        // than all video and then all sound: a fragment that a full disk cuts short
-        // keeps picture and sound up to the cut, not picture alone.
-        av_dict_set(&options, "frag_interleave", fragmentRunSamples, 0);
+        // No "frag_interleave": with fragments cut by hand, FFmpeg 5.1's muxer then
+        // carries samples across cuts and a part's sound comes out short.
         const int written = avformat_write_header(format_.get(), &options);
         av_dict_free(&options);
         ff::check(written, "Couldn’t create the recording file");
