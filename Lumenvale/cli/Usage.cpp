@@ -43,7 +43,10 @@ QString format(const QString& lead, const Synopsis& synopsis) {
 
 QString program() {
     return QStringLiteral("Usage:\n"
-                          "  lumenvale                 the tray application\n") +
+                          "  lumenvale                 the tray application\n"
+                          "  lumenvale screen|area|window|stop\n"
+                          "                            record or stop, as the shortcuts do\n"
+                          "  lumenvale FILE...         open movies in the editor\n") +
            format(QStringLiteral("  "), recordSynopsis) +
            format(QStringLiteral("  "), exportSynopsis) +
            QStringLiteral("  lumenvale --selftest\n");

@@ -7,7 +7,8 @@
 // synopsis from the same lines. Every text ends in a newline.
 namespace lumenvale::Usage {
 
-// "Usage:" and the synopsis of every command, the tray application's first.
+// "Usage:" and the synopsis of every command, the tray application's and the
+// requests a launch hands to it first.
 QString program();
 
 // The synopsis of `lumenvale record` and what it does.

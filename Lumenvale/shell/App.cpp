@@ -6,6 +6,7 @@
 #include "cli/ExportCommand.h"
 #include "cli/RecordCommand.h"
 #include "cli/Usage.h"
+#include "gui/instance/LaunchRequest.h"
 #include "gui/tray/TrayApp.h"
 
 #include <QCoreApplication>
@@ -15,6 +16,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <string>
+#include <variant>
 #include <vector>
 
 namespace lumenvale::App {
@@ -73,12 +75,14 @@ int run(int argc, char** argv) {
         printTo(stdout, Usage::program());
         return 0;
     }
-    if (!command.isEmpty()) {
-        printError(QStringLiteral("lumenvale: unknown command “%1”.\n\n").arg(command) +
+    // The tray application, or a request for it: an action, movies to open.
+    const auto launch = parseLaunch(arguments, QDir::currentPath());
+    if (const QString* problem = std::get_if<QString>(&launch)) {
+        printError(QStringLiteral("lumenvale: ") + *problem + QStringLiteral("\n\n") +
                    Usage::program());
         return usageStatus;
     }
-    return TrayApp::run(argc, argv);
+    return TrayApp::run(argc, argv, std::get<LaunchRequest>(launch));
 }
 
 } // namespace lumenvale::App

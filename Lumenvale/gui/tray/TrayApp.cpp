@@ -3,7 +3,10 @@
 #include "base/AppIdentity.h"
 #include "base/SaveFolder.h"
 #include "desktop/Permissions.h"
+#include "gui/editor/EditorWindow.h"
+#include "gui/instance/AppInstance.h"
 #include "gui/tray/TrayMenu.h"
+#include "recorder/RecActionRun.h"
 #include "recorder/ScreenRecorder.h"
 #include "recorder/StartupRecovery.h"
 
@@ -14,8 +17,10 @@
 #include <QPainter>
 #include <QPixmap>
 #include <QSystemTrayIcon>
+#include <QTimer>
 #include <cstdio>
 #include <utility>
+#include <variant>
 #include <vector>
 
 namespace lumenvale::TrayApp {
@@ -53,6 +58,32 @@ void perform(TrayMenu::Action action, ScreenRecorder& recorder) {
     }
 }
 
+// What a launch asks for, this process's own or a later one's.
+void performLaunch(const LaunchRequest& request) {
+    if (const auto* action = std::get_if<ActionRequest>(&request)) {
+        runAction(action->action, ScreenRecorder::shared());
+    } else if (const auto* open = std::get_if<OpenRequest>(&request)) {
+        for (const QUrl& file : open->files) {
+            EditorWindow::shared().open(file);
+        }
+    }
+    // Activation: the application is up, with its icon in the tray; nothing new shows.
+}
+
+void printLine(const QString& text) {
+    std::fputs((text + QLatin1Char('\n')).toLocal8Bit().constData(), stderr);
+    std::fflush(stderr);
+}
+
+// Gives the request to the Lumenvale that runs already; the exit status.
+int handOver(const LaunchRequest& request) {
+    if (const std::optional<QString> problem = AppInstance::forward(request)) {
+        printLine(*problem);
+        return 1;
+    }
+    return 0;
+}
+
 bool hasDisplay() {
     return !qEnvironmentVariableIsEmpty("DISPLAY") ||
            !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY");
@@ -60,7 +91,7 @@ bool hasDisplay() {
 
 } // namespace
 
-int run(int argc, char** argv) {
+int run(int argc, char** argv, const LaunchRequest& request) {
     if (!hasDisplay()) {
         std::fputs("Lumenvale needs a desktop session: no display was found. "
                    "Use “lumenvale record” to record from a script.\n",
@@ -72,6 +103,18 @@ int run(int argc, char** argv) {
     QApplication::setApplicationVersion(QStringLiteral(LUMENVALE_VERSION));
     QGuiApplication::setDesktopFileName(QString::fromLatin1(applicationID));
     QApplication::setQuitOnLastWindowClosed(false);
+
+    // Before anything shows: a second launch only hands its request over.
+    const AppInstance::Claim claim = AppInstance::claim(&performLaunch);
+    switch (claim.outcome) {
+    case AppInstance::Claim::Outcome::heldElsewhere:
+        return handOver(request);
+    case AppInstance::Claim::Outcome::unavailable:
+        printLine(claim.problem);
+        break;
+    case AppInstance::Claim::Outcome::claimed:
+        break;
+    }
 
     // With a snapshot run requested, start-up does nothing else.
     if (qEnvironmentVariableIsEmpty("APP_SNAPSHOT")) {
@@ -101,21 +144,25 @@ int run(int argc, char** argv) {
         tray.setIcon(trayIcon(TrayMenu::showsRecording(recorder.phase())));
     };
     QObject::connect(&recorder, &ScreenRecorder::phaseChanged, &tray, showPhase);
-    QObject::connect(&recorder, &ScreenRecorder::noticeShown, &tray, [&tray](const QString& text) {
+    const auto notify = [&tray](const QString& text) {
         tray.showMessage(QStringLiteral("Lumenvale"), text);
-    });
+        printLine(text);
+    };
+    QObject::connect(&recorder, &ScreenRecorder::noticeShown, &tray, notify);
+    QObject::connect(&EditorWindow::shared(), &EditorWindow::noticeShown, &tray, notify);
     showPhase();
     tray.setContextMenu(&menu);
     tray.show();
 
     if (qEnvironmentVariableIsEmpty("APP_SNAPSHOT")) {
         StartupRecovery::run(SaveFolder::resolve(recorder.options()), &tray,
-                             [&tray](const StartupRecovery::Report& report) {
+                             [notify](const StartupRecovery::Report& report) {
                                  for (const QString& notice : report.notices) {
-                                     tray.showMessage(QStringLiteral("Lumenvale"), notice);
+                                     notify(notice);
                                  }
                              });
     }
+    QTimer::singleShot(0, &tray, [request] { performLaunch(request); });
     return QApplication::exec();
 }
 

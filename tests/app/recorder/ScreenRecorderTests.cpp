@@ -7,6 +7,7 @@
 #include "Probe.h"
 #include "base/PathText.h"
 #include "base/Store.h"
+#include "recorder/RecActionRun.h"
 #include "recorder/RecorderUi.h"
 #include "recorder/ScreenRecorder.h"
 
@@ -271,6 +272,40 @@ TEST_F(ScreenRecorderTest, AWindowThatIsGoneFailsTheStartWithItsMessage) {
               QStringList{QStringLiteral("Couldn’t start recording. The window closed.")});
     EXPECT_GE(ui.panelsHidden, 1);
     EXPECT_TRUE(finishes.empty());
+}
+
+// What an action (a shortcut, `lumenvale screen`) does in each phase: a record action
+// starts its kind from idle, is ignored while the picker or the countdown is up and
+// stops a recording; stop ends whatever runs.
+TEST_F(ScreenRecorderTest, ActionsStartFromIdleAreIgnoredWhileStartingAndStopARecording) {
+    RecordingOptions options = recorder.optionsInForce();
+    options.countdown = true;
+    recorder.setRunOptions(options);
+
+    runAction(RecAction::area, recorder);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return recorder.phase() == Phase::selecting; }, 2000));
+    runAction(RecAction::screen, recorder);
+    QTest::qWait(100);
+    EXPECT_EQ(recorder.phase(), Phase::selecting);
+    EXPECT_EQ(ui.selectionsClosed, 0);
+    runAction(RecAction::stop, recorder);
+    EXPECT_EQ(recorder.phase(), Phase::idle);
+
+    runAction(RecAction::screen, recorder);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return recorder.phase() == Phase::countdown; }, 2000));
+    runAction(RecAction::window, recorder);
+    QTest::qWait(100);
+    EXPECT_EQ(recorder.phase(), Phase::countdown);
+    EXPECT_EQ(ui.countdownsCancelled, 0);
+    ui.countdownDone(true);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return recorder.phase() == Phase::recording; }, 10000))
+        << ui.notices.join(QLatin1Char('\n')).toStdString();
+    QTest::qWait(700);
+    runAction(RecAction::window, recorder);
+    EXPECT_EQ(recorder.phase(), Phase::finishing);
+    ASSERT_NO_FATAL_FAILURE(waitForFinishEnded());
+    ASSERT_TRUE(finishes.front().has_value()) << ui.notices.join(QLatin1Char('\n')).toStdString();
+    EXPECT_EQ(ui.selectionsOpened, 1);
 }
 
 // The finish waits, keyed by a part's path; no media is involved.
