@@ -4,6 +4,7 @@
 #include "base/SaveFolder.h"
 #include "desktop/Permissions.h"
 #include "gui/tray/TrayMenu.h"
+#include "hotkeys/HotkeyCenter.h"
 #include "recorder/ScreenRecorder.h"
 #include "recorder/StartupRecovery.h"
 
@@ -109,6 +110,7 @@ int run(int argc, char** argv) {
     tray.show();
 
     if (qEnvironmentVariableIsEmpty("APP_SNAPSHOT")) {
+        HotkeyCenter::shared().load();
         StartupRecovery::run(SaveFolder::resolve(recorder.options()), &tray,
                              [&tray](const StartupRecovery::Report& report) {
                                  for (const QString& notice : report.notices) {
