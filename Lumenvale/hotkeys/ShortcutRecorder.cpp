@@ -73,9 +73,11 @@ void ShortcutRecorder::record(std::int64_t keyCode, Mods mods) {
     if (!recording_ || isModifierKey(keyCode)) {
         return;
     }
+    // The shortcut changes while the center is still suspended, so it is grabbed once,
+    // when the field stops, and the label goes straight to the new shortcut.
     if (mods.isEmpty() && (keyCode == deleteKey || keyCode == forwardDeleteKey)) {
-        stop();
         center_.set(std::nullopt, action_);
+        stop();
         return;
     }
     if (mods.isEmpty() && keyCode == KeyNames::escape) {
@@ -92,8 +94,8 @@ void ShortcutRecorder::record(std::int64_t keyCode, Mods mods) {
         setNote(QStringLiteral("Used by “%1”").arg(QString::fromUtf8(title(*owner))));
         return;
     }
-    stop();
     center_.set(combo, action_);
+    stop();
 }
 
 void ShortcutRecorder::recordKeyEvent(quint32 nativeScanCode, Qt::KeyboardModifiers modifiers) {

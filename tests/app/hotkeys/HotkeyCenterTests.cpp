@@ -177,8 +177,9 @@ TEST_F(HotkeyCenterTest, AKeyHeldDownRunsItsActionOnce) {
 TEST_F(HotkeyCenterTest, ADesktopsOwnShortcutMarksTheActionInUseAndIsHeldAllTheSame) {
     const Combo superL{0x25, Mods(Mods::command)}, superH{4, Mods(Mods::command)};
     const QByteArray desktop = qgetenv("XDG_CURRENT_DESKTOP");
-    QFile kde(QDir(QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation))
-                  .filePath(QStringLiteral("kglobalshortcutsrc")));
+    const QString config = QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation);
+    ASSERT_TRUE(QDir().mkpath(config));
+    QFile kde(QDir(config).filePath(QStringLiteral("kglobalshortcutsrc")));
     ASSERT_TRUE(kde.open(QIODevice::WriteOnly));
     kde.write("[ksmserver]\nLock Session=Meta+L\\tScreensaver,Meta+L,Lock Session\n");
     kde.close();
