@@ -105,7 +105,7 @@ finish_background() {
   err=$(cat "$work/err")
 }
 
-# wait_for_grab KEYCODE MODIFIERS: waits (up to 10 s) until another X client holds a
+# wait_for_grab KEYCODE MODIFIERS: waits (up to 30 s) until another X client holds a
 # grab of the X key code with the modifier mask (Shift 1, Control 4, Mod1 8, Mod4 64),
 # found by trying the same grab and being refused; fails when none does by then.
 wait_for_grab() {
@@ -127,7 +127,7 @@ x.XSetErrorHandler(on_error)
 display = x.XOpenDisplay(None)
 root = x.XDefaultRootWindow(display)
 key, modifiers = int(sys.argv[1]), int(sys.argv[2])
-for _ in range(200):
+for _ in range(600):
     x.XGrabKey(display, key, modifiers, root, 0, 1, 1)
     x.XSync(display, 0)
     if refused:
