@@ -10,7 +10,8 @@ build_packages=(
   qml6-module-qtquick-window qml6-module-qtquick-layouts qml6-module-qtquick-templates
   libavformat-dev libavcodec-dev libavfilter-dev libavutil-dev libswscale-dev libswresample-dev
   libxcb1-dev libxcb-shm0-dev libxcb-composite0-dev libxcb-render0-dev libxcb-xfixes0-dev
-  libxcb-randr0-dev libxcb-xinput-dev libxcb-shape0-dev
+  libxcb-randr0-dev libxcb-xinput-dev libxcb-shape0-dev libxcb-xkb-dev
+  libxkbcommon-dev libxkbcommon-x11-dev
   libpulse-dev libmpv-dev libyuv-dev
   dpkg-dev file
 )

@@ -1,13 +1,14 @@
 #!/usr/bin/env bash
 # Fails when an application area includes a header from a higher floor, when an area
-# has no floor, when a floor below the views (base, desktop, recorder, editor)
+# has no floor, when a floor below the views (base, desktop, recorder, editor, hotkeys)
 # includes Qt Quick or QML (views adapt the models, never the other way round), or
-# when a file other than desktop/Desktop.cpp names a platform backend (…X11.h).
+# when a file other than desktop/Desktop.cpp names a platform backend (…X11.h; a
+# backend's own source file includes its header).
 set -euo pipefail
 app=${1:?usage: check_app_floors.sh LUMENVALE_DIR}
 
 # Keep in step with the floors listed in Lumenvale/CMakeLists.txt.
-declare -A floor=([base]=1 [desktop]=2 [recorder]=3 [editor]=3 [cli]=4 [gui]=4 [shell]=5)
+declare -A floor=([base]=1 [desktop]=2 [recorder]=3 [editor]=3 [hotkeys]=3 [cli]=4 [gui]=4 [shell]=5)
 lowestViewFloor=4
 
 problems=()
@@ -35,6 +36,10 @@ for dir in "$app"/*/; do
 done
 
 while IFS= read -r hit; do
+  # A backend's own source file includes its own header.
+  file=$(basename "${hit%%:*}")
+  header=$(sed -E 's/^[^:]*:[0-9]+:[^<"]*[<"]([^>"]*)[>"].*/\1/' <<<"$hit")
+  [[ "${file%.cpp}" == "$(basename "${header%.h}")" ]] && continue
   problems+=("$hit: only desktop/Desktop.cpp chooses the platform's backends")
 done < <(grep -rnE '^[[:space:]]*#[[:space:]]*include[[:space:]]*[<"][^>"]*(X11|Portal|PipeWire)\.h' \
            "$app" --include='*.h' --include='*.cpp' | grep -v "^$app/desktop/Desktop\.cpp:" || true)

@@ -3,6 +3,8 @@
 #include "LumenvaleMedia/Capture.h"
 #include "LumenvaleMedia/Displays.h"
 #include "LumenvaleMedia/VideoSource.h"
+#include "desktop/GlobalKeys.h"
+#include "desktop/Keyboard.h"
 
 #include <memory>
 
@@ -27,5 +29,14 @@ std::unique_ptr<Displays> makeDisplays();
 // The capture of `request`'s target. Nothing is touched before start(), which throws
 // MediaError with a sentence for the user when the target cannot be captured here.
 std::unique_ptr<VideoSource> makeCapture(CaptureRequest request);
+
+// The session's keyboard: X11 reads its layout through xkbcommon at each call; without
+// a display server no key types anything. GUI thread.
+std::unique_ptr<Keyboard> makeKeyboard();
+
+// Shortcuts that work whichever application is in front: X11 key grabs on a connection
+// of their own (opened here; a display that cannot be reached refuses every grab), or,
+// without a display server, keys that are held but never pressed. GUI thread.
+std::unique_ptr<GlobalKeys> makeGlobalKeys();
 
 } // namespace lumenvale::Desktop

@@ -4,40 +4,39 @@
 
 namespace lumenvale {
 
-namespace {
+ActionResponse respond(RecAction action, RecorderPhase::Phase phase) {
+    using Phase = RecorderPhase::Phase;
+    if (action == RecAction::stop || phase == Phase::recording || phase == Phase::paused) {
+        return ActionResponse::stop;
+    }
+    return phase == Phase::idle ? ActionResponse::start : ActionResponse::ignore;
+}
 
-RecordKind kindOf(RecAction action) {
+std::optional<RecordKind> recordKind(RecAction action) {
     switch (action) {
+    case RecAction::screen:
+        return RecordKind::screen;
     case RecAction::area:
         return RecordKind::area;
     case RecAction::window:
         return RecordKind::window;
-    case RecAction::screen:
     case RecAction::stop:
-        break;
+        return std::nullopt;
     }
-    return RecordKind::screen;
+    return std::nullopt;
 }
 
-} // namespace
-
 void runAction(RecAction action, ScreenRecorder& recorder) {
-    using Phase = RecorderPhase::Phase;
-    if (action == RecAction::stop) {
+    switch (respond(action, recorder.phase())) {
+    case ActionResponse::start:
+        if (const std::optional<RecordKind> kind = recordKind(action)) {
+            recorder.record(*kind);
+        }
+        return;
+    case ActionResponse::stop:
         recorder.stop();
         return;
-    }
-    switch (recorder.phase()) {
-    case Phase::idle:
-        recorder.record(kindOf(action));
-        return;
-    case Phase::recording:
-    case Phase::paused:
-        recorder.stop();
-        return;
-    case Phase::selecting:
-    case Phase::countdown:
-    case Phase::finishing:
+    case ActionResponse::ignore:
         return;
     }
 }

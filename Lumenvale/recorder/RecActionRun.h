@@ -1,6 +1,10 @@
 #pragma once
 
 #include "LumenvaleKit/Shortcuts.h"
+#include "recorder/RecorderPhase.h"
+#include "recorder/RecorderTypes.h"
+
+#include <optional>
 
 namespace lumenvale {
 
@@ -17,7 +21,16 @@ class ScreenRecorder;
 //
 // So a record shortcut pressed again while recording stops it, one pressed while the
 // picker or the countdown is up does nothing, and stop always asks the recorder to
-// stop (which also cancels a picker or a countdown). A start is asynchronous: it
+// stop (which also cancels a picker or a countdown).
+enum class ActionResponse { start, stop, ignore };
+
+// The table above. Pure.
+ActionResponse respond(RecAction action, RecorderPhase::Phase phase);
+
+// The kind of recording a record action starts; nothing for stop. Pure.
+std::optional<RecordKind> recordKind(RecAction action);
+
+// Does what the table says against `recorder`'s phase now. A start is asynchronous: it
 // begins after the caller returns. GUI thread.
 void runAction(RecAction action, ScreenRecorder& recorder);
 

@@ -6,6 +6,7 @@
 #include "gui/editor/EditorWindow.h"
 #include "gui/instance/AppInstance.h"
 #include "gui/tray/TrayMenu.h"
+#include "hotkeys/HotkeyCenter.h"
 #include "recorder/RecActionRun.h"
 #include "recorder/ScreenRecorder.h"
 #include "recorder/StartupRecovery.h"
@@ -155,6 +156,7 @@ int run(int argc, char** argv, const LaunchRequest& request) {
     tray.show();
 
     if (qEnvironmentVariableIsEmpty("APP_SNAPSHOT")) {
+        HotkeyCenter::shared().load();
         StartupRecovery::run(SaveFolder::resolve(recorder.options()), &tray,
                              [notify](const StartupRecovery::Report& report) {
                                  for (const QString& notice : report.notices) {
