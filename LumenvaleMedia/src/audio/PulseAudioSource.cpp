@@ -200,8 +200,7 @@ void PulseAudioSource::connectStream(const std::string& device) {
         pa_usec_to_bytes(static_cast<pa_usec_t>(fragmentSeconds * 1e6), &spec));
     attributes.tlength = attributes.prebuf = attributes.minreq = static_cast<std::uint32_t>(-1);
     const auto flags =
-        static_cast<pa_stream_flags_t>(PA_STREAM_ADJUST_LATENCY | PA_STREAM_AUTO_TIMING_UPDATE |
-                                       PA_STREAM_INTERPOLATE_TIMING | PA_STREAM_DONT_MOVE);
+        static_cast<pa_stream_flags_t>(PA_STREAM_ADJUST_LATENCY | PA_STREAM_DONT_MOVE);
     if (pa_stream_connect_record(stream_.get(), device.c_str(), &attributes, flags) < 0) {
         throw MediaError("Couldn’t record from “" + device + "”: " + serverErrorText());
     }
@@ -266,15 +265,14 @@ void PulseAudioSource::readAvailable(pa_stream* stream) {
     const auto now = std::chrono::steady_clock::now();
     const int channelCount = channels();
     const std::size_t frameBytes = sizeof(float) * static_cast<std::size_t>(channelCount);
-    // The oldest unread sample was captured `latency` ago: that dates the first chunk
-    // read now on the steady clock; the chunks after it follow contiguously.
-    pa_usec_t latency = 0;
-    int negative = 0;
+    // The oldest unread sample was captured as long ago as the unread samples last:
+    // that dates the first chunk read now on the steady clock; the chunks after it
+    // follow contiguously. The server's own latency estimate is not used: on a
+    // monitor it starts from a stale value (over half a second seen) when the sink
+    // wakes up, which would date the first sound that early.
     std::chrono::steady_clock::duration time = now.time_since_epoch();
-    if (pa_stream_get_latency(stream, &latency, &negative) == 0 && negative == 0) {
-        time -= std::chrono::microseconds(latency);
-    } else {
-        const std::size_t readable = pa_stream_readable_size(stream);
+    const std::size_t readable = pa_stream_readable_size(stream);
+    if (readable != static_cast<std::size_t>(-1)) {
         time -= std::chrono::nanoseconds(static_cast<std::int64_t>(readable / frameBytes) *
                                          1'000'000'000 / rate);
     }
