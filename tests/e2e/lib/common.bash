@@ -45,6 +45,14 @@ part_count() { find "$TMPDIR" -maxdepth 1 -name 'Lumenvale-*.mp4' | wc -l; }
 stream_value() {
   ffprobe -v error -select_streams "$2" -show_entries "stream=$3" -of default=nw=1:nk=1 "$1" | head -n1
 }
+# tracks_end_together MOVIE LABEL: the first audio and the video track last equally
+# long, within one AAC frame; sets $audio and $video (seconds).
+tracks_end_together() {
+  video=$(stream_value "$1" v:0 duration)
+  audio=$(stream_value "$1" a:0 duration)
+  approx "$audio" "$video" 0.0214 ||
+    fail "$2: audio $audio s and video $video s differ by more than one AAC frame"
+}
 format_duration() { ffprobe -v error -show_entries format=duration -of default=nw=1:nk=1 "$1"; }
 audio_stream_count() {
   ffprobe -v error -select_streams a -show_entries stream=index -of csv=p=0 "$1" | grep -c . || true
