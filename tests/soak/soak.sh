@@ -171,7 +171,7 @@ done
 if [[ -n $overlapping_start ]]; then
   kill -INT "$overlapping_start"
   wait "$overlapping_start" || true
-  echo "$((next_id - 1)) 0 stopped-at-end $(cat "$work/out.$((next_id - 1))")" >>"$ledger"
+  [[ -s "$work/out.$next_id" ]] && echo "$next_id 0 stopped-at-end $(cat "$work/out.$next_id")" >>"$ledger"
 fi
 # One last start recovers the last killed recording.
 record --no-countdown --seconds 1 --folder "$movies"
@@ -198,7 +198,7 @@ measure() {
 n=0
 while read -r rid expected ended movie <&3; do
   n=$((n + 1))
-  [[ $movie == - ]] && continue
+  [[ -z $movie || $movie == - ]] && continue
   [[ -f "$work/joins.$rid" ]] && cp "$work/joins.$rid" "$work/m$n.joins"
   measure "$movie" "$work/m$n" || echo "$movie: ffmpeg failed" >>"$work/m$n.errors"
   [[ -s "$work/m$n.errors" ]] && cp "$movie" "$work/m$n.broken.mp4"
