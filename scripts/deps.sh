@@ -8,6 +8,8 @@ build_packages=(
   libgtest-dev libgmock-dev nlohmann-json3-dev
   qt6-base-dev qt6-declarative-dev qml6-module-qtquick qml6-module-qtquick-controls
   qml6-module-qtquick-window qml6-module-qtquick-layouts qml6-module-qtquick-templates
+  qml6-module-qtquick-dialogs qml6-module-qtqml-workerscript qml6-module-qtquick-controls
+  libqt6svg6 qt6-qpa-plugins
   libavformat-dev libavcodec-dev libavfilter-dev libavutil-dev libswscale-dev libswresample-dev
   libxcb1-dev libxcb-shm0-dev libxcb-composite0-dev libxcb-render0-dev libxcb-xfixes0-dev
   libxcb-randr0-dev libxcb-xinput-dev libxcb-shape0-dev libxcb-xkb-dev
@@ -19,6 +21,7 @@ runtime_packages=(
   xvfb openbox pulseaudio pulseaudio-utils dbus dbus-x11 xdotool x11-utils x11-apps ffmpeg
   chromium python3 bc
   desktop-file-utils appstream man-db
+  at-spi2-core python3-pyatspi python3-dbus python3-gi xclip
 )
 
 wanted=("${build_packages[@]}")

@@ -254,11 +254,14 @@ for line in open(measured):
         if bright is False and now_bright:
             pictures.append(float(time))
         bright = now_bright
-    sounds = onsets(base + ".sound", r"lavfi.silence_end=([0-9.]+)")
-    # A flash near a join may be cut by the pause in picture or sound alone: only the
-    # flashes well inside a part are compared (the tracks' lengths check the joins).
-    joins = [float(j) for j in read(base + ".joins").split()]
-    pictures = [p for p in pictures if not any(-0.2 <= p - j <= 0.8 for j in joins)]
+    # silencedetect also ends a silence where the stream ends: that is no tone.
+    sounds = [s for s in onsets(base + ".sound", r"lavfi.silence_end=([0-9.]+)") if s < duration - 0.05]
+    # A flash near a join or an end of the movie may be cut by the pause, the start or
+    # the stop in picture or sound alone, and a tone whose silence before it was cut
+    # short is not detected: only the flashes well inside a part are compared (the
+    # tracks' lengths check the joins).
+    edges = [float(j) for j in read(base + ".joins").split()] + [0.0, duration]
+    pictures = [p for p in pictures if not any(-0.8 <= p - j <= 0.8 for j in edges)]
     tracks = read(base + ".tracks").split()
     if len(tracks) == 2:
         worst_tracks = max(worst_tracks, abs(float(tracks[0]) - float(tracks[1])))

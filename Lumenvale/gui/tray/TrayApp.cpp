@@ -1,63 +1,27 @@
 #include "gui/tray/TrayApp.h"
 
 #include "base/AppIdentity.h"
+#include "base/PathText.h"
 #include "base/SaveFolder.h"
 #include "desktop/Permissions.h"
+#include "desktop/Updates.h"
 #include "gui/editor/EditorWindow.h"
 #include "gui/instance/AppInstance.h"
-#include "gui/tray/TrayMenu.h"
+#include "gui/tray/MenuModel.h"
+#include "gui/tray/Tray.h"
 #include "hotkeys/HotkeyCenter.h"
 #include "recorder/RecActionRun.h"
 #include "recorder/ScreenRecorder.h"
 #include "recorder/StartupRecovery.h"
 
-#include <QAction>
 #include <QApplication>
-#include <QIcon>
-#include <QMenu>
-#include <QPainter>
-#include <QPixmap>
-#include <QSystemTrayIcon>
 #include <QTimer>
 #include <cstdio>
-#include <utility>
 #include <variant>
-#include <vector>
 
 namespace lumenvale::TrayApp {
 
 namespace {
-
-// The theme's record icon, else a drawn dot: grey while idle, red while recording.
-QIcon trayIcon(bool recording) {
-    const QString name =
-        recording ? QStringLiteral("media-record") : QStringLiteral("camera-video-symbolic");
-    if (QIcon::hasThemeIcon(name)) {
-        return QIcon::fromTheme(name);
-    }
-    QPixmap dot(64, 64);
-    dot.fill(Qt::transparent);
-    QPainter painter(&dot);
-    painter.setRenderHint(QPainter::Antialiasing);
-    painter.setPen(Qt::NoPen);
-    painter.setBrush(recording ? QColor(0xE0, 0x30, 0x30) : QColor(0x80, 0x80, 0x88));
-    painter.drawEllipse(8, 8, 48, 48);
-    return QIcon(dot);
-}
-
-void perform(TrayMenu::Action action, ScreenRecorder& recorder) {
-    switch (action) {
-    case TrayMenu::Action::recordScreen:
-        recorder.record(RecordKind::screen);
-        return;
-    case TrayMenu::Action::stop:
-        recorder.stop();
-        return;
-    case TrayMenu::Action::quit:
-        QApplication::quit();
-        return;
-    }
-}
 
 // What a launch asks for, this process's own or a later one's.
 void performLaunch(const LaunchRequest& request) {
@@ -69,6 +33,32 @@ void performLaunch(const LaunchRequest& request) {
         }
     }
     // Activation: the application is up, with its icon in the tray; nothing new shows.
+}
+
+void perform(TrayMenu::Row row, ScreenRecorder& recorder) {
+    if (const std::optional<RecAction> action = TrayMenu::recordAction(row)) {
+        runAction(*action, recorder);
+        return;
+    }
+    switch (row) {
+    case TrayMenu::Row::stop:
+        recorder.stop();
+        return;
+    case TrayMenu::Row::editLast:
+        if (const std::optional<Recording>& last = recorder.last()) {
+            EditorWindow::shared().open(QUrl::fromLocalFile(toQString(last->path)));
+        }
+        return;
+    case TrayMenu::Row::update:
+    case TrayMenu::Row::checkForUpdates:
+        Updates::shared().checkByHand();
+        return;
+    case TrayMenu::Row::quit:
+        QApplication::quit();
+        return;
+    default:
+        return;
+    }
 }
 
 void printLine(const QString& text) {
@@ -123,36 +113,16 @@ int run(int argc, char** argv, const LaunchRequest& request) {
     }
     ScreenRecorder& recorder = ScreenRecorder::shared();
 
-    QSystemTrayIcon tray(trayIcon(false));
-    tray.setToolTip(QStringLiteral("Lumenvale"));
-    QMenu menu;
-    std::vector<std::pair<TrayMenu::Action, QAction*>> items;
-    for (const TrayMenu::Entry& entry : TrayMenu::entries()) {
-        if (!entry.action) {
-            menu.addSeparator();
-            continue;
-        }
-        const TrayMenu::Action action = *entry.action;
-        QAction* item = menu.addAction(QString::fromUtf8(entry.title));
-        QObject::connect(item, &QAction::triggered, &recorder,
-                         [&recorder, action] { perform(action, recorder); });
-        items.emplace_back(action, item);
-    }
-    const auto showPhase = [&] {
-        for (const auto& [action, item] : items) {
-            item->setEnabled(TrayMenu::enabled(action, recorder.phase()));
-        }
-        tray.setIcon(trayIcon(TrayMenu::showsRecording(recorder.phase())));
-    };
-    QObject::connect(&recorder, &ScreenRecorder::phaseChanged, &tray, showPhase);
+    MenuModel menu(recorder, HotkeyCenter::shared(), Updates::shared());
+    Tray tray(menu);
+    QObject::connect(&menu, &MenuModel::chosen, &tray,
+                     [&recorder](TrayMenu::Row row) { perform(row, recorder); });
     const auto notify = [&tray](const QString& text) {
-        tray.showMessage(QStringLiteral("Lumenvale"), text);
+        tray.notify(text);
         printLine(text);
     };
     QObject::connect(&recorder, &ScreenRecorder::noticeShown, &tray, notify);
     QObject::connect(&EditorWindow::shared(), &EditorWindow::noticeShown, &tray, notify);
-    showPhase();
-    tray.setContextMenu(&menu);
     tray.show();
 
     if (qEnvironmentVariableIsEmpty("APP_SNAPSHOT")) {
