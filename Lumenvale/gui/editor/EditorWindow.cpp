@@ -3,6 +3,8 @@
 #include "base/PathText.h"
 #include "editor/EditorServices.h"
 
+#include <QFileDialog>
+#include <QStandardPaths>
 #include <system_error>
 #include <utility>
 
@@ -33,6 +35,20 @@ EditorWindow::EditorWindow(QObject* parent) : QObject(parent) {}
 EditorWindow& EditorWindow::shared() {
     static auto* windows = new EditorWindow;
     return *windows;
+}
+
+void EditorWindow::choose() {
+    auto* dialog = new QFileDialog(nullptr, QStringLiteral("Open Recording"),
+                                   QStandardPaths::writableLocation(QStandardPaths::MoviesLocation),
+                                   QStringLiteral("Movies (*.mp4 *.mov *.m4v *.mkv *.webm)"));
+    dialog->setFileMode(QFileDialog::ExistingFiles);
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    connect(dialog, &QFileDialog::urlsSelected, this, [this](const QList<QUrl>& files) {
+        for (const QUrl& file : files) {
+            open(file);
+        }
+    });
+    dialog->open();
 }
 
 EditorModel* EditorWindow::model(const std::filesystem::path& file) const {

@@ -35,6 +35,10 @@ class EditorWindow final : public QObject {
     // file's name) and nothing opens; so does a URL that is not a local file.
     void open(const QUrl& file);
 
+    // Lets the user pick movies (MP4 and MOV, M4V, MKV and WebM too) in a file dialog,
+    // the desktop portal's where one runs, and opens each. Returns at once.
+    void choose();
+
     // The model of the open window for `file` (any spelling of its path), or nullptr.
     // Owned by the registry.
     EditorModel* model(const std::filesystem::path& file) const;

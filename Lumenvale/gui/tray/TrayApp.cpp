@@ -1,18 +1,12 @@
 #include "gui/tray/TrayApp.h"
 
 #include "base/AppIdentity.h"
-#include "base/PathText.h"
-#include "base/SaveFolder.h"
-#include "desktop/Permissions.h"
-#include "desktop/Updates.h"
+#include "gui/app/AppDelegate.h"
 #include "gui/editor/EditorWindow.h"
 #include "gui/instance/AppInstance.h"
-#include "gui/tray/MenuModel.h"
-#include "gui/tray/Tray.h"
-#include "hotkeys/HotkeyCenter.h"
+#include "gui/snapshot/Snapshot.h"
 #include "recorder/RecActionRun.h"
 #include "recorder/ScreenRecorder.h"
-#include "recorder/StartupRecovery.h"
 
 #include <QApplication>
 #include <QTimer>
@@ -33,32 +27,6 @@ void performLaunch(const LaunchRequest& request) {
         }
     }
     // Activation: the application is up, with its icon in the tray; nothing new shows.
-}
-
-void perform(TrayMenu::Row row, ScreenRecorder& recorder) {
-    if (const std::optional<RecAction> action = TrayMenu::recordAction(row)) {
-        runAction(*action, recorder);
-        return;
-    }
-    switch (row) {
-    case TrayMenu::Row::stop:
-        recorder.stop();
-        return;
-    case TrayMenu::Row::editLast:
-        if (const std::optional<Recording>& last = recorder.last()) {
-            EditorWindow::shared().open(QUrl::fromLocalFile(toQString(last->path)));
-        }
-        return;
-    case TrayMenu::Row::update:
-    case TrayMenu::Row::checkForUpdates:
-        Updates::shared().checkByHand();
-        return;
-    case TrayMenu::Row::quit:
-        QApplication::quit();
-        return;
-    default:
-        return;
-    }
 }
 
 void printLine(const QString& text) {
@@ -95,6 +63,17 @@ int run(int argc, char** argv, const LaunchRequest& request) {
     QGuiApplication::setDesktopFileName(QString::fromLatin1(applicationID));
     QApplication::setQuitOnLastWindowClosed(false);
 
+    const AppDelegate::Mode mode = qEnvironmentVariableIsEmpty("APP_SNAPSHOT")
+                                       ? AppDelegate::Mode::normal
+                                       : AppDelegate::Mode::snapshot;
+    if (mode == AppDelegate::Mode::snapshot) {
+        // A private run that draws the windows: it neither claims nor hands over.
+        AppDelegate delegate(mode);
+        delegate.finishLaunching();
+        Snapshot::start(delegate, [](int status) { QCoreApplication::exit(status); });
+        return QApplication::exec();
+    }
+
     // Before anything shows: a second launch only hands its request over.
     const AppInstance::Claim claim = AppInstance::claim(&performLaunch);
     switch (claim.outcome) {
@@ -107,34 +86,9 @@ int run(int argc, char** argv, const LaunchRequest& request) {
         break;
     }
 
-    // With a snapshot run requested, start-up does nothing else.
-    if (qEnvironmentVariableIsEmpty("APP_SNAPSHOT")) {
-        Permissions::shared().refresh();
-    }
-    ScreenRecorder& recorder = ScreenRecorder::shared();
-
-    MenuModel menu(recorder, HotkeyCenter::shared(), Updates::shared());
-    Tray tray(menu);
-    QObject::connect(&menu, &MenuModel::chosen, &tray,
-                     [&recorder](TrayMenu::Row row) { perform(row, recorder); });
-    const auto notify = [&tray](const QString& text) {
-        tray.notify(text);
-        printLine(text);
-    };
-    QObject::connect(&recorder, &ScreenRecorder::noticeShown, &tray, notify);
-    QObject::connect(&EditorWindow::shared(), &EditorWindow::noticeShown, &tray, notify);
-    tray.show();
-
-    if (qEnvironmentVariableIsEmpty("APP_SNAPSHOT")) {
-        HotkeyCenter::shared().load();
-        StartupRecovery::run(SaveFolder::resolve(recorder.options()), &tray,
-                             [notify](const StartupRecovery::Report& report) {
-                                 for (const QString& notice : report.notices) {
-                                     notify(notice);
-                                 }
-                             });
-    }
-    QTimer::singleShot(0, &tray, [request] { performLaunch(request); });
+    AppDelegate delegate(AppDelegate::Mode::normal);
+    delegate.finishLaunching();
+    QTimer::singleShot(0, &delegate, [request] { performLaunch(request); });
     return QApplication::exec();
 }
 

@@ -1,0 +1,42 @@
+import QtQuick
+import QtQuick.Controls
+import QtQuick.Layouts
+
+ColumnLayout {
+    spacing: 12
+
+    SettingRow {
+        label: "System audio:"
+        CheckBox {
+            text: "Record what the computer plays"
+            checked: settings.systemAudio
+            onToggled: settings.systemAudio = checked
+            Accessible.name: "Record system audio"
+        }
+    }
+    SettingRow {
+        label: "Microphone:"
+        CheckBox {
+            text: "Record the microphone"
+            checked: settings.microphone
+            onToggled: settings.microphone = checked
+            Accessible.name: text
+        }
+    }
+    SettingRow {
+        label: ""
+        enabled: settings.microphone
+        ComboBox {
+            id: microphones
+            Accessible.name: "Microphone source"
+            model: settings.microphones
+            textRole: "title"
+            valueRole: "id"
+            Layout.fillWidth: true
+            // The list changes as microphones come and go: keep showing the chosen one.
+            currentIndex: indexOfValue(settings.microphoneID)
+            onModelChanged: currentIndex = indexOfValue(settings.microphoneID)
+            onActivated: settings.microphoneID = currentValue
+        }
+    }
+}
