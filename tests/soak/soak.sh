@@ -3,7 +3,7 @@
 # frame long), random stops (some while paused), random kill -9s with the next start
 # recovering the parts, and second instances started at random moments, also while a
 # save is still running. Throughout, a metronome flashes the screen white and plays a
-# tone at the same moment every two seconds, so every movie, saved or recovered, can
+# tone at the same moment every two seconds (one movie played full screen), so every movie, saved or recovered, can
 # be checked for sound in step with the picture.
 #
 # It ends with one summary line: seconds recorded, seconds lost (in all and in the
@@ -37,23 +37,17 @@ now() { date +%s.%N; }
 elapsed() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.3f", b - a }'; }
 add() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.3f", a + b }'; }
 
-# The metronome: a white full-screen window waits off the screen; every 2 s it is
-# moved into view for half a second while a half-second tone plays.
-xmessage -geometry 1920x1080+3000+0 -bg white "Lumenvale" >/dev/null 2>&1 &
+# The metronome: a movie played full screen by ffplay for the whole run; every 2 s it
+# shows white for half a second while a half-second tone plays. One player keeps the
+# flash and the tone together, so the movies' sync errors are Lumenvale's own.
+metronome_seconds=$((minutes * 60 + 300))
+ffmpeg -v error -y \
+  -f lavfi -i "color=black:s=320x180:r=10:d=$metronome_seconds[b];color=white:s=320x180:r=10:d=$metronome_seconds[w];[b][w]overlay=enable='lt(mod(t\,2)\,0.5)'" \
+  -f lavfi -i "aevalsrc='if(lt(mod(t\,2)\,0.5)\,0.5*sin(2*PI*880*t)\,0)':s=48000:d=$metronome_seconds" \
+  -c:v libx264 -preset ultrafast -g 20 -c:a aac "$work/metronome.mkv"
+ffplay -fs -loglevel error "$work/metronome.mkv" &
 background_pids+=($!)
-curtain=$(xdotool search --sync --class xmessage | head -n1)
-ffmpeg -v error -y -f lavfi -i "sine=frequency=880:sample_rate=48000:duration=0.5" -ac 2 -f s16le "$work/tone.raw"
-(
-  while true; do
-    pacat --playback --device=lumenvale_speakers --latency-msec=20 --format=s16le --rate=48000 \
-      --channels=2 "$work/tone.raw" &
-    xdotool windowmove "$curtain" 0 0
-    sleep 0.5
-    xdotool windowmove "$curtain" 3000 0
-    sleep 1.5
-  done
-) &
-background_pids+=($!)
+sleep 1
 
 # Every recording that was started: "id expected-seconds how-it-ended movie".
 ledger=$work/ledger

@@ -70,7 +70,10 @@ int run(int argc, char** argv, const LaunchRequest& request) {
         // A private run that draws the windows: it neither claims nor hands over.
         AppDelegate delegate(mode);
         delegate.finishLaunching();
-        Snapshot::start(delegate, [](int status) { QCoreApplication::exit(status); });
+        // Started from the event loop, so that its end can end the loop.
+        QTimer::singleShot(0, &delegate, [&delegate] {
+            Snapshot::start(delegate, [](int status) { QCoreApplication::exit(status); });
+        });
         return QApplication::exec();
     }
 
