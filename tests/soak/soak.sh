@@ -45,7 +45,8 @@ ffmpeg -v error -y \
   -f lavfi -i "color=black:s=320x180:r=10:d=$metronome_seconds[b];color=white:s=320x180:r=10:d=$metronome_seconds[w];[b][w]overlay=enable='lt(mod(t\,2)\,0.5)'" \
   -f lavfi -i "aevalsrc='if(lt(mod(t\,2)\,0.5)\,0.5*sin(2*PI*880*t)\,0)':s=48000:d=$metronome_seconds" \
   -c:v libx264 -preset ultrafast -g 20 -c:a aac "$work/metronome.mkv"
-ffplay -fs -loglevel error "$work/metronome.mkv" &
+# Ahead of everything else on the machine: a late metronome would look like drift.
+nice -n -10 ffplay -fs -loglevel error "$work/metronome.mkv" &
 background_pids+=($!)
 sleep 1
 
@@ -271,6 +272,9 @@ for line in open(measured):
             sync_errors.append(nearest - picture)
 
 worst_sync = max((abs(e) for e in sync_errors), default=0.0)
+ranked = sorted(abs(e) for e in sync_errors)
+median_sync = ranked[len(ranked) // 2] if ranked else 0.0
+p95_sync = ranked[min(len(ranked) - 1, int(len(ranked) * 0.95))] if ranked else 0.0
 doubled = movie_count - ledger_movies - stolen
 if worst_crash > 1.2:
     failures.append(f"a crash lost {worst_crash:.2f} s")
@@ -287,7 +291,8 @@ if silent:
 if broken:
     failures.append(f"{len(broken)} movie(s) with decoding errors: {broken[0]}")
 print(f"soak: {recorded:.1f} s recorded, {lost:.2f} s lost (worst crash {worst_crash:.2f} s), "
-      f"worst sync error {worst_sync:.3f} s over {len(sync_errors)} flashes inside parts "
+      f"sync error median {median_sync:.3f} s, 95% within {p95_sync:.3f} s, worst {worst_sync:.3f} s "
+      f"over {len(sync_errors)} flashes inside parts "
       f"({unmatched} unmatched), track lengths apart by at most {worst_tracks:.4f} s, "
       f"{stolen} stolen, {max(doubled, 0)} doubled, {len(broken)} broken, {len(silent)} without sound")
 for failure in failures:

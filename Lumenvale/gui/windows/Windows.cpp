@@ -103,6 +103,15 @@ QQuickWindow* Windows::make(View view) {
         return nullptr;
     }
     windows_[view] = made;
+    if (view != View::menu) {
+        // A window opens in the middle of the screen the pointer is on.
+        QScreen* screen = QGuiApplication::screenAt(QCursor::pos());
+        if (screen == nullptr) {
+            screen = QGuiApplication::primaryScreen();
+        }
+        const QRect area = screen->availableGeometry();
+        made->setPosition(area.center() - QPoint(made->width() / 2, made->height() / 2));
+    }
     return made;
 }
 
