@@ -4,6 +4,8 @@
 #include "base/PathText.h"
 
 #include <QDir>
+#include <QFile>
+#include <QFileInfo>
 #include <QStandardPaths>
 #include <QVariant>
 #include <system_error>
@@ -11,6 +13,29 @@
 namespace lumenvale::Store {
 
 namespace {
+
+// What was wrong with the file when it was read, and with its last write.
+QString readProblem;
+QString writeProblem;
+QString reportedProblem;
+
+QString currentProblem() {
+    return writeProblem.isEmpty() ? readProblem : writeProblem;
+}
+
+std::optional<RecordingOptions> decodeStored(const QVariant& stored) {
+    const auto type = stored.metaType().id();
+    if (type != QMetaType::QString && type != QMetaType::QByteArray) {
+        return std::nullopt;
+    }
+    const QByteArray text = stored.toByteArray();
+    Result<RecordingOptions> decoded = decodeRecordingOptions(
+        std::string_view(text.constData(), static_cast<size_t>(text.size())));
+    if (!decoded) {
+        return std::nullopt;
+    }
+    return std::move(decoded).value();
+}
 
 QSettings* openFile(Domain domain) {
     return new QSettings(domainFile(domain), QSettings::IniFormat);
@@ -20,11 +45,14 @@ QSettings* openDomainInForce() {
     if (isOverridden()) {
         QSettings* test = openFile(Domain::test);
         if (test->status() == QSettings::NoError) {
+            readProblem = keepIfUnreadable(*test);
             return test;
         }
         delete test;
     }
-    return openFile(Domain::standard);
+    QSettings* standard = openFile(Domain::standard);
+    readProblem = keepIfUnreadable(*standard);
+    return standard;
 }
 
 } // namespace
@@ -62,22 +90,63 @@ QSettings& standardDefaults() {
     return *standard;
 }
 
-RecordingOptions loadOptions() {
-    const QVariant stored = defaults().value(QLatin1String(optionsKey));
-    const auto type = stored.metaType().id();
-    if (type != QMetaType::QString && type != QMetaType::QByteArray) {
-        return RecordingOptions{};
+QString keepIfUnreadable(const QSettings& settings) {
+    const QString file = settings.fileName();
+    // Reading a value parses the file; only then does status() know of format errors.
+    const QVariant options = settings.value(QLatin1String(optionsKey));
+    const bool unreadable = settings.status() != QSettings::NoError ||
+                            (options.isValid() && !decodeStored(options).has_value());
+    if (!unreadable || !QFileInfo::exists(file)) {
+        return {};
     }
-    const QByteArray text = stored.toByteArray();
-    Result<RecordingOptions> decoded = decodeRecordingOptions(
-        std::string_view(text.constData(), static_cast<size_t>(text.size())));
-    return decoded ? std::move(decoded).value() : RecordingOptions{};
+    const QString kept = file + QStringLiteral(".unreadable");
+    if (!QFileInfo::exists(kept)) {
+        QFile::copy(file, kept);
+    }
+    return QStringLiteral("Lumenvale couldn’t read its settings and uses the defaults. The old "
+                          "settings are kept in “%1”.")
+        .arg(kept);
 }
 
-void save(const RecordingOptions& options) {
+RecordingOptions loadOptions() {
+    return decodeStored(defaults().value(QLatin1String(optionsKey))).value_or(RecordingOptions{});
+}
+
+bool save(const RecordingOptions& options) {
     const std::string json = encode(options);
     defaults().setValue(QLatin1String(optionsKey), QString::fromStdString(json));
-    defaults().sync();
+    return sync();
+}
+
+bool sync() {
+    QSettings& settings = defaults();
+    settings.sync();
+    // QSettings keeps the first error it ever met, so whether this write reached the
+    // disk is read back from the file itself.
+    const QSettings written(settings.fileName(), QSettings::IniFormat);
+    bool same = written.status() == QSettings::NoError;
+    for (const QString& key : settings.allKeys()) {
+        same = same && written.value(key).toString() == settings.value(key).toString();
+    }
+    writeProblem = same ? QString()
+                        : QStringLiteral("Lumenvale can’t save its settings in “%1”, so "
+                                         "changes last until it quits.")
+                              .arg(QFileInfo(settings.fileName()).path());
+    return same;
+}
+
+QString problem() {
+    defaults();
+    return currentProblem();
+}
+
+QString takeUnreportedProblem() {
+    const QString now = problem();
+    if (now == reportedProblem) {
+        return {};
+    }
+    reportedProblem = now;
+    return now;
 }
 
 } // namespace lumenvale::Store

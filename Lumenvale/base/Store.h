@@ -20,7 +20,12 @@
 //   "welcome.shown"   true once the welcome window has appeared
 // "updates.beta" deliberately lives in the standard file only, also during a test run.
 //
-// Threads: the GUI thread. Nothing here reports an error.
+// A settings file that cannot be read, or whose options do not decode, is kept for the
+// user beside the original as "<file>.unreadable" (the first time only) and the
+// defaults are used; a settings folder that cannot be written leaves the settings of
+// this run in memory. Either is told once through problem(); nothing here throws.
+//
+// Threads: the GUI thread.
 namespace lumenvale::Store {
 
 inline constexpr char optionsKey[] = "options";
@@ -50,11 +55,30 @@ QSettings& defaults();
 // The standard file, whatever APP_STORE says (for "updates.beta").
 QSettings& standardDefaults();
 
+// The problem with a settings file just opened, or empty: it cannot be parsed, or its
+// "options" do not decode. Such a file is copied to "<file>.unreadable" unless that
+// exists already. Used when a domain is opened; public for tests.
+QString keepIfUnreadable(const QSettings& settings);
+
 // The stored options; the defaults when nothing is stored or the stored text does not
 // decode (bad text stays stored until the next save replaces it). Never fails.
 RecordingOptions loadOptions();
 
 // Stores the options under "options" at once (the file is written before returning).
-void save(const RecordingOptions& options);
+// False when the file could not be written; problem() then says why.
+bool save(const RecordingOptions& options);
+
+// Writes what defaults() holds to its file; false (and problem() says why) when the
+// file cannot be written. For the other keys' writers.
+bool sync();
+
+// What is wrong with the settings file, as a sentence for the user: unreadable (kept
+// aside, defaults in use) or unwritable (changes last until quitting). Empty when all
+// is well.
+QString problem();
+
+// problem() the first time it is asked for after it appeared, empty afterwards: what
+// a notice shows once.
+QString takeUnreportedProblem();
 
 } // namespace lumenvale::Store

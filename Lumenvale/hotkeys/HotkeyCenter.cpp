@@ -74,7 +74,7 @@ void HotkeyCenter::set(std::optional<Combo> combo, RecAction action) {
         combos_.erase(action);
         Store::defaults().remove(settingsKey(action));
     }
-    Store::defaults().sync();
+    Store::sync();
     if (changed) {
         emit combosChanged();
     }

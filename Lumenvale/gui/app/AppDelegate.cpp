@@ -29,13 +29,17 @@ void printLine(const QString& text) {
 
 AppDelegate::AppDelegate(Mode mode, QObject* parent)
     : QObject(parent), mode_(mode), recorder_(ScreenRecorder::shared()),
-      menu_(recorder_, HotkeyCenter::shared(), Updates::shared()), tray_(menu_), shell_(windows_) {
+      menu_(recorder_, HotkeyCenter::shared(), Updates::shared()), tray_(menu_), shell_(windows_),
+      settings_(recorder_) {
     QGuiApplication::setWindowIcon(QIcon(QStringLiteral(":/icons/app.svg")));
     exposeModels();
     connect(&menu_, &MenuModel::chosen, this, &AppDelegate::perform);
     connect(&tray_, &Tray::popupRequested, this,
             [this] { windows_.showMenu(tray_.iconGeometry()); });
     connect(&recorder_, &ScreenRecorder::noticeShown, this, &AppDelegate::notify);
+    connect(&recorder_, &ScreenRecorder::optionsChanged, this, &AppDelegate::reportStoreProblem);
+    connect(&HotkeyCenter::shared(), &HotkeyCenter::combosChanged, this,
+            &AppDelegate::reportStoreProblem);
     connect(&EditorWindow::shared(), &EditorWindow::noticeShown, this, &AppDelegate::notify);
     connect(
         &Updates::shared(), &Updates::checkedByHand, this,
@@ -53,6 +57,8 @@ void AppDelegate::exposeModels() {
     windows_.expose(QStringLiteral("app"), &shell_);
     windows_.expose(QStringLiteral("updates"), &Updates::shared());
     windows_.expose(QStringLiteral("hotkeys"), &HotkeyCenter::shared());
+    windows_.expose(QStringLiteral("settings"), &settings_);
+    windows_.expose(QStringLiteral("permissionList"), &permissionList_);
     static constexpr std::array<const char*, 4> fieldNames{"screenShortcut", "areaShortcut",
                                                            "windowShortcut", "stopShortcut"};
     for (std::size_t index = 0; index < allRecActions.size(); ++index) {
@@ -67,6 +73,7 @@ void AppDelegate::finishLaunching() {
     if (mode_ == Mode::snapshot) {
         return;
     }
+    reportStoreProblem();
     Permissions::shared().refresh();
     StartupRecovery::run(SaveFolder::resolve(recorder_.options()), this,
                          [this](const StartupRecovery::Report& report) {
@@ -118,6 +125,13 @@ void AppDelegate::perform(TrayMenu::Row row) {
     case TrayMenu::Row::recordArea:
     case TrayMenu::Row::recordWindow:
         return; // handled above
+    }
+}
+
+void AppDelegate::reportStoreProblem() {
+    const QString problem = Store::takeUnreportedProblem();
+    if (!problem.isEmpty()) {
+        notify(problem);
     }
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "gui/settings/PermissionList.h"
+#include "gui/settings/SettingsModel.h"
 #include "gui/tray/MenuModel.h"
 #include "gui/tray/Tray.h"
 #include "gui/windows/AppShell.h"
@@ -53,6 +55,8 @@ class AppDelegate : public QObject {
 
   private:
     void exposeModels();
+    // Tells a settings file problem once, when it first appears.
+    void reportStoreProblem();
 
     Mode mode_;
     ScreenRecorder& recorder_;
@@ -61,6 +65,8 @@ class AppDelegate : public QObject {
     Windows windows_;
     Theme theme_;
     AppShell shell_;
+    SettingsModel settings_;
+    PermissionList permissionList_;
     std::array<std::unique_ptr<ShortcutRecorder>, 4> shortcutFields_;
 };
 

@@ -34,8 +34,7 @@ ColumnLayout {
             valueRole: "id"
             Layout.fillWidth: true
             // The list changes as microphones come and go: keep showing the chosen one.
-            currentIndex: indexOfValue(settings.microphoneID)
-            onModelChanged: currentIndex = indexOfValue(settings.microphoneID)
+            currentIndex: settings.microphones.findIndex(entry => entry.id === settings.microphoneID)
             onActivated: settings.microphoneID = currentValue
         }
     }

@@ -14,8 +14,13 @@ FixedWindow {
     fitWidth: 560
     fitHeight: Math.max(tabs.implicitHeight + pages.implicitHeight + 48, 320)
 
-    // A field that records a shortcut stops when the window closes.
-    onVisibleChanged: if (!visible) shortcutsTab.stopRecording()
+    // A field that records a shortcut stops when the window closes; the microphone list
+    // follows the sound server only while the window is open.
+    onVisibleChanged: {
+        settings.watching = visible
+        if (!visible)
+            shortcutsTab.stopRecording()
+    }
 
     Shortcut { sequence: "Ctrl+W"; onActivated: settingsWindow.close() }
 

@@ -22,7 +22,7 @@ ColumnLayout {
             model: settings.codecs
             textRole: "title"
             valueRole: "value"
-            currentIndex: indexOfValue(settings.codec)
+            currentIndex: settings.codecs.findIndex(entry => entry.value === settings.codec)
             onActivated: settings.codec = currentValue
         }
     }

@@ -1,5 +1,6 @@
 #include "gui/snapshot/Snapshot.h"
 
+#include "desktop/Permissions.h"
 #include "gui/app/AppDelegate.h"
 #include "recorder/ScreenRecorder.h"
 
@@ -78,6 +79,8 @@ bool writeFile(const QString& path, const QByteArray& bytes) {
     return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() && file.commit();
 }
 
+constexpr int permissionsTab = 4;
+
 // One run through the pages, a page per turn of the event loop once its window has
 // drawn.
 class Runner : public QObject {
@@ -109,6 +112,10 @@ class Runner : public QObject {
                 QUrl(QStringLiteral("https://lumenvale.app/download")));
             window = delegate_.windows().window(View::updateCheck);
         } else {
+            if (page.tab == permissionsTab) {
+                // The tab shows what the checks find on this machine.
+                Permissions::shared().refresh();
+            }
             window = delegate_.windows().show(page.view);
         }
         if (window == nullptr) {

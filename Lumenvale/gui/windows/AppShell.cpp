@@ -40,7 +40,7 @@ void AppShell::openSettings() {
 
 void AppShell::finishWelcome() {
     Store::defaults().setValue(QLatin1String(Store::welcomeShownKey), true);
-    Store::defaults().sync();
+    Store::sync();
     windows_.close(Windows::View::welcome);
 }
 

@@ -5,7 +5,9 @@
 #include "base/PathText.h"
 #include "base/Store.h"
 
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QSettings>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
@@ -129,6 +131,106 @@ TEST(StoreOptions, SavedOptionsLoadEqualAndAreStoredAsText) {
     const QString file = readFile(Store::domainFile(Store::Domain::test));
     EXPECT_TRUE(file.contains(QStringLiteral("Vidéos"))) << file.toStdString();
     EXPECT_FALSE(file.contains(QStringLiteral("@ByteArray"))) << file.toStdString();
+}
+
+} // namespace
+} // namespace lumenvale
+
+namespace lumenvale {
+namespace {
+
+// A settings file cut short anywhere, or holding another type under "options", loads
+// as the defaults; the file is kept beside itself for the user, once, byte for byte.
+TEST(StoreDamage, ADamagedFileIsKeptAndTheDefaultsAreUsed) {
+    QTemporaryDir folder;
+    ASSERT_TRUE(folder.isValid());
+    const QString path = folder.filePath(QStringLiteral("damaged.conf"));
+    RecordingOptions stored;
+    stored.fps = 60;
+    stored.folderPath = "/tmp/films";
+    QByteArray whole;
+    {
+        QSettings settings(path, QSettings::IniFormat);
+        settings.setValue(QLatin1String(Store::optionsKey), QString::fromStdString(encode(stored)));
+        settings.setValue(QStringLiteral("hotkey.area"), QStringLiteral("{\"keyCode\":0}"));
+        settings.setValue(QLatin1String(Store::welcomeShownKey), true);
+    }
+    QFile original(path);
+    ASSERT_TRUE(original.open(QIODevice::ReadOnly));
+    whole = original.readAll();
+    original.close();
+
+    std::vector<QByteArray> damaged;
+    for (qsizetype length = 0; length < whole.size(); ++length) {
+        damaged.push_back(whole.left(length));
+    }
+    damaged.push_back("[General]\noptions=42\n");
+    damaged.push_back("[General]\noptions=a, b\n");
+    damaged.push_back("[General]\noptions=\"{\\\"fps\\\": [30]}\"\n");
+    for (const QByteArray& bytes : damaged) {
+        SCOPED_TRACE(bytes.toStdString());
+        QFile::remove(path + QStringLiteral(".unreadable"));
+        QFile file(path);
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        file.write(bytes);
+        file.close();
+
+        const QSettings settings(path, QSettings::IniFormat);
+        const QString problem = Store::keepIfUnreadable(settings);
+        const QVariant options = settings.value(QLatin1String(Store::optionsKey));
+        const bool decodes =
+            options.isValid() && decodeRecordingOptions(options.toString().toStdString()).ok();
+        if (settings.status() == QSettings::NoError && (!options.isValid() || decodes)) {
+            // A readable file whose options are absent or whole: nothing to tell.
+            EXPECT_TRUE(problem.isEmpty());
+            EXPECT_FALSE(QFileInfo::exists(path + QStringLiteral(".unreadable")));
+            continue;
+        }
+        EXPECT_TRUE(problem.contains(QStringLiteral("uses the defaults"))) << problem.toStdString();
+        QFile kept(path + QStringLiteral(".unreadable"));
+        ASSERT_TRUE(kept.open(QIODevice::ReadOnly));
+        EXPECT_EQ(kept.readAll(), bytes);
+        // A second look keeps the first copy.
+        file.open(QIODevice::WriteOnly | QIODevice::Truncate);
+        // (Longer than any cut: QSettings caches files by time and size.)
+        file.write("[General]\noptions=" + QByteArray(whole.size(), 'x') + "\n");
+        file.close();
+        const QSettings again(path, QSettings::IniFormat);
+        EXPECT_FALSE(Store::keepIfUnreadable(again).isEmpty());
+        kept.seek(0);
+        EXPECT_EQ(kept.readAll(), bytes);
+    }
+}
+
+// A settings file that cannot be written is told once, keeps the settings of the run,
+// and is forgotten when writing works again.
+TEST(StoreDamage, AnUnwritableFileIsToldOnceAndRecovers) {
+    const QString file = Store::defaults().fileName();
+    RecordingOptions options;
+    options.fps = 24;
+    ASSERT_TRUE(Store::save(options));
+    Store::takeUnreportedProblem();
+
+    // A folder where the file should be: no write can succeed, even for root.
+    ASSERT_TRUE(QFile::remove(file));
+    ASSERT_TRUE(QDir().mkdir(file));
+    options.fps = 50;
+    EXPECT_FALSE(Store::save(options));
+    EXPECT_EQ(Store::loadOptions().fps, 50);
+    const QString problem = Store::takeUnreportedProblem();
+    EXPECT_TRUE(problem.contains(QStringLiteral("can’t save its settings")))
+        << problem.toStdString();
+    EXPECT_FALSE(Store::save(options));
+    EXPECT_TRUE(Store::takeUnreportedProblem().isEmpty());
+
+    ASSERT_TRUE(QDir().rmdir(file));
+    EXPECT_TRUE(Store::save(options));
+    EXPECT_TRUE(Store::problem().isEmpty());
+    const QSettings written(file, QSettings::IniFormat);
+    const auto reread = decodeRecordingOptions(
+        written.value(QLatin1String(Store::optionsKey)).toString().toStdString());
+    ASSERT_TRUE(reread.ok());
+    EXPECT_EQ(reread->fps, 50);
 }
 
 } // namespace
