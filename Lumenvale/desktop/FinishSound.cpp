@@ -125,7 +125,14 @@ std::optional<Command> chooseCommand() {
 void play() {
     static const std::optional<Command> command = chooseCommand();
     if (command) {
-        QProcess::startDetached(command->program, command->arguments);
+        // The player's complaints (a sound server going away mid-sound) are not ours to
+        // print among the application's notices.
+        QProcess player;
+        player.setProgram(command->program);
+        player.setArguments(command->arguments);
+        player.setStandardOutputFile(QProcess::nullDevice());
+        player.setStandardErrorFile(QProcess::nullDevice());
+        player.startDetached();
     }
 }
 

@@ -39,6 +39,11 @@ class GlobalKeys : public QObject {
     // where readable); empty when there are none or they cannot be read.
     virtual std::vector<Combo> systemShortcuts() = 0;
 
+    // Presses and releases `combo` as if the user typed it on the keyboard (the
+    // modifiers first), so that whoever holds it gets it; for the self-test. False when
+    // this desktop cannot make key presses.
+    virtual bool press(Combo combo) = 0;
+
   signals:
     void pressed(std::uint32_t id);
 };

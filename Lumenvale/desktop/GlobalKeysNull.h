@@ -13,6 +13,7 @@ class GlobalKeysNull final : public GlobalKeys {
     Grab grab(std::uint32_t, Combo) override { return Grab::ok; }
     void release(std::uint32_t) override {}
     std::vector<Combo> systemShortcuts() override { return {}; }
+    bool press(Combo) override { return false; }
 };
 
 } // namespace lumenvale

@@ -10,6 +10,7 @@
 #define explicit xkb_explicit
 #include <xcb/xkb.h>
 #undef explicit
+#include <xcb/xtest.h>
 
 namespace lumenvale {
 
@@ -177,6 +178,67 @@ std::uint16_t GlobalKeysX11::numLockMask() {
         }
     }
     return 0;
+}
+
+std::optional<xcb_keycode_t> GlobalKeysX11::keyForModifier(std::uint16_t mask) {
+    xcb_connection_t* connection = connection_.get();
+    const x11::Reply<xcb_get_modifier_mapping_reply_t> mapping(
+        xcb_get_modifier_mapping_reply(connection, xcb_get_modifier_mapping(connection), nullptr));
+    if (!mapping) {
+        return std::nullopt;
+    }
+    const xcb_keycode_t* keys = xcb_get_modifier_mapping_keycodes(mapping.get());
+    const int perModifier = mapping->keycodes_per_modifier;
+    for (int modifier = 0; modifier < 8; ++modifier) {
+        if ((1U << modifier) != mask) {
+            continue;
+        }
+        for (int i = 0; i < perModifier; ++i) {
+            if (keys[modifier * perModifier + i] != 0) {
+                return keys[modifier * perModifier + i];
+            }
+        }
+    }
+    return std::nullopt;
+}
+
+bool GlobalKeysX11::press(Combo combo) {
+    const std::optional<int> evdev = KeyNames::toEvdev(combo.keyCode);
+    if (!connected() || !evdev) {
+        return false;
+    }
+    std::vector<xcb_keycode_t> modifierKeys;
+    const std::uint16_t modifiers = modifiersOf(combo.mods);
+    for (unsigned bit = 0; bit < 8; ++bit) {
+        if ((modifiers & (1U << bit)) == 0) {
+            continue;
+        }
+        const std::optional<xcb_keycode_t> key =
+            keyForModifier(static_cast<std::uint16_t>(1U << bit));
+        if (!key) {
+            return false;
+        }
+        modifierKeys.push_back(*key);
+    }
+    xcb_connection_t* connection = connection_.get();
+    const auto fake = [&](std::uint8_t type, xcb_keycode_t key) {
+        xcb_test_fake_input(connection, type, key, XCB_CURRENT_TIME, XCB_NONE, 0, 0, 0);
+    };
+    for (const xcb_keycode_t key : modifierKeys) {
+        fake(XCB_KEY_PRESS, key);
+    }
+    const auto key = static_cast<xcb_keycode_t>(*evdev + evdevOffset);
+    fake(XCB_KEY_PRESS, key);
+    fake(XCB_KEY_RELEASE, key);
+    for (auto it = modifierKeys.rbegin(); it != modifierKeys.rend(); ++it) {
+        fake(XCB_KEY_RELEASE, *it);
+    }
+    // A round trip: the presses have reached the server when this returns. The grabbed
+    // press may arrive with the reply, so the events read meanwhile are handled next.
+    x11::Reply<xcb_get_input_focus_reply_t>(
+        xcb_get_input_focus_reply(connection, xcb_get_input_focus(connection), nullptr));
+    scheduleDrain();
+    return true;
 }
 
 bool GlobalKeysX11::grabVariants(const Held& held) {

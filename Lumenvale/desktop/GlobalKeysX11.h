@@ -7,6 +7,7 @@
 #include <QSocketNotifier>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <vector>
 
@@ -29,6 +30,8 @@ class GlobalKeysX11 final : public GlobalKeys {
     Grab grab(std::uint32_t id, Combo combo) override;
     void release(std::uint32_t id) override;
     std::vector<Combo> systemShortcuts() override;
+    // Through the XTest extension, on the core keyboard.
+    bool press(Combo combo) override;
 
   private:
     struct Held {
@@ -40,6 +43,8 @@ class GlobalKeysX11 final : public GlobalKeys {
     bool connected() const;
     // The modifier bit that Num Lock sets now (usually Mod2); 0 when no key is Num Lock.
     std::uint16_t numLockMask();
+    // A key that sets the modifier bit `mask` now; nothing when no key does.
+    std::optional<xcb_keycode_t> keyForModifier(std::uint16_t mask);
     // Grabs every variant of `held`; when the server refuses one, lets go of the others
     // and answers false.
     bool grabVariants(const Held& held);

@@ -138,6 +138,11 @@ void HotkeyCenter::releaseEscape() {
     escapeAction_ = nullptr;
 }
 
+bool HotkeyCenter::press(RecAction action) {
+    const auto found = combos_.find(action);
+    return found != combos_.end() && keys_->press(found->second);
+}
+
 void HotkeyCenter::fire(std::uint32_t id) {
     if (id == escapeID) {
         if (escapeAction_) {

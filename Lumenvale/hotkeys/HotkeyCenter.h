@@ -88,6 +88,10 @@ class HotkeyCenter : public QObject {
     // Runs what the hotkey `id` stands for: the lent Escape's action (100), an action
     // against the recorder's phase (0 to 3), nothing for any other id.
     void fire(std::uint32_t id);
+    // Types the action's shortcut on the keyboard as the user would, so that it arrives
+    // the way a real press does (the self-test). False when the action has no shortcut
+    // or the desktop cannot make key presses.
+    bool press(RecAction action);
 
   signals:
     void combosChanged();

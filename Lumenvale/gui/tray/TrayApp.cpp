@@ -4,6 +4,7 @@
 #include "gui/app/AppDelegate.h"
 #include "gui/editor/EditorWindow.h"
 #include "gui/instance/AppInstance.h"
+#include "gui/selftest/SelfTest.h"
 #include "gui/snapshot/Snapshot.h"
 #include "recorder/RecActionRun.h"
 #include "recorder/ScreenRecorder.h"
@@ -44,24 +45,45 @@ int handOver(const LaunchRequest& request) {
 }
 
 bool hasDisplay() {
-    return !qEnvironmentVariableIsEmpty("DISPLAY") ||
-           !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY");
+    if (!qEnvironmentVariableIsEmpty("DISPLAY") ||
+        !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")) {
+        return true;
+    }
+    std::fputs("Lumenvale needs a desktop session: no display was found. "
+               "Use “lumenvale record” to record from a script.\n",
+               stderr);
+    return false;
 }
 
-} // namespace
-
-int run(int argc, char** argv, const LaunchRequest& request) {
-    if (!hasDisplay()) {
-        std::fputs("Lumenvale needs a desktop session: no display was found. "
-                   "Use “lumenvale record” to record from a script.\n",
-                   stderr);
-        return 1;
-    }
-    QApplication application(argc, argv);
+void identify() {
     QApplication::setApplicationName(QStringLiteral("Lumenvale"));
     QApplication::setApplicationVersion(QStringLiteral(LUMENVALE_VERSION));
     QGuiApplication::setDesktopFileName(QString::fromLatin1(applicationID));
     QApplication::setQuitOnLastWindowClosed(false);
+}
+
+} // namespace
+
+int runSelfTest(int argc, char** argv) {
+    if (!hasDisplay()) {
+        return 1;
+    }
+    QApplication application(argc, argv);
+    identify();
+    AppDelegate delegate(AppDelegate::Mode::selfTest);
+    delegate.finishLaunching();
+    QTimer::singleShot(0, &delegate, [&delegate] {
+        SelfTest::start(delegate, [](int status) { QCoreApplication::exit(status); });
+    });
+    return QApplication::exec();
+}
+
+int run(int argc, char** argv, const LaunchRequest& request) {
+    if (!hasDisplay()) {
+        return 1;
+    }
+    QApplication application(argc, argv);
+    identify();
 
     const AppDelegate::Mode mode = qEnvironmentVariableIsEmpty("APP_SNAPSHOT")
                                        ? AppDelegate::Mode::normal

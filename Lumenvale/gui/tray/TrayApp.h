@@ -14,4 +14,10 @@ namespace lumenvale::TrayApp {
 // returns the exit status. Main thread.
 int run(int argc, char** argv, const LaunchRequest& request);
 
+// The self-test ("--selftest"): the application starts in its self-test mode, beside
+// any Lumenvale already running (it neither claims nor hands over), runs the checks
+// (SelfTest.h) and returns their status: 0 when every check passed, 1 otherwise.
+// Needs a display, as run() does.
+int runSelfTest(int argc, char** argv);
+
 } // namespace lumenvale::TrayApp

@@ -1,7 +1,7 @@
 // The updater against a real HTTP server of the test's own: which feed it asks for,
 // what it offers, what it keeps pending, and how each failure reads.
 
-#include "FeedServer.h"
+#include "desktop/FeedServer.h"
 #include "base/Store.h"
 #include "desktop/Updates.h"
 
@@ -15,7 +15,6 @@ namespace lumenvale {
 namespace {
 
 using namespace std::chrono_literals;
-using testing::FeedServer;
 
 constexpr int answerTimeoutMs = 5000; // only how long a broken updater is waited for
 constexpr char feedPath[] = "/api/v1/products/lumenvale/appcast.xml";
@@ -25,19 +24,11 @@ std::string requested(const FeedServer& server) {
 }
 
 QByteArray item(const QByteArray& version, const QByteArray& channel = {}) {
-    return "<item><title>Lumenvale " + version + "</title><link>https://lumenvale.app/download/" +
-           version + "</link><sparkle:version>" + version + "</sparkle:version>" +
-           (channel.isEmpty() ? QByteArray()
-                              : "<sparkle:channel>" + channel + "</sparkle:channel>") +
-           "</item>";
+    return FeedServer::item(version, channel);
 }
 
 QByteArray appcast(const QByteArray& items) {
-    return "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
-           "<rss version=\"2.0\" "
-           "xmlns:sparkle=\"http://www.andymatuschak.org/xml-namespaces/sparkle\">\n"
-           "<channel><title>Lumenvale</title>" +
-           items + "</channel></rss>\n";
+    return FeedServer::appcast(items);
 }
 
 struct HandResult {

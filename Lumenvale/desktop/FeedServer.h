@@ -1,14 +1,15 @@
 #pragma once
 
-// An HTTP server inside the test process, on 127.0.0.1 only, standing in for the
-// update server: it answers every request with one prepared response, or never.
+// An HTTP server inside the process, on 127.0.0.1 only, standing in for the update
+// server (the self-test and the updater's tests): it answers every request with one
+// prepared response, or never. GUI thread.
 
 #include <QHostAddress>
 #include <QStringList>
 #include <QTcpServer>
 #include <QTcpSocket>
 
-namespace lumenvale::testing {
+namespace lumenvale {
 
 class FeedServer {
   public:
@@ -20,6 +21,27 @@ class FeedServer {
                                  [this, socket] { answer(*socket); });
             }
         });
+    }
+
+    // One release of an appcast; an empty channel is the stable one.
+    static QByteArray item(const QByteArray& version, const QByteArray& channel = {}) {
+        return "<item><title>Lumenvale " + version + "</title><link>" + downloadPage(version) +
+               "</link><sparkle:version>" + version + "</sparkle:version>" +
+               (channel.isEmpty() ? QByteArray()
+                                  : "<sparkle:channel>" + channel + "</sparkle:channel>") +
+               "</item>";
+    }
+    // The page an item of `version` links to.
+    static QByteArray downloadPage(const QByteArray& version) {
+        return "https://lumenvale.app/download/" + version;
+    }
+    // A whole appcast holding `items`.
+    static QByteArray appcast(const QByteArray& items) {
+        return "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
+               "<rss version=\"2.0\" "
+               "xmlns:sparkle=\"http://www.andymatuschak.org/xml-namespaces/sparkle\">\n"
+               "<channel><title>Lumenvale</title>" +
+               items + "</channel></rss>\n";
     }
 
     // "http://127.0.0.1:PORT": what LUMENVALE_UPDATE_HOST names.
@@ -63,4 +85,4 @@ class FeedServer {
     QStringList requests_;
 };
 
-} // namespace lumenvale::testing
+} // namespace lumenvale
