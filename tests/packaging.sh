@@ -40,10 +40,11 @@ done
 pass "the package holds the binary, desktop entry, metainfo, icons and manual page"
 
 depends=$(dpkg-deb -f "$deb" Depends)
-for library in 'libqt6core6 ' 'libavformat[0-9]+ ' 'libpulse0 ' 'libxcb1(,|$)'; do
+for library in 'libqt6core6 ' 'libavformat[0-9]+ ' 'libpulse0 ' 'libxcb1(,|$)' \
+  'qml6-module-qtquick-controls(,|$)' 'qt6-qpa-plugins(,|$)'; do
   grep -qE "(^|, )$library" <<<"$depends" || fail "Depends names no ${library%% *}: $depends"
 done
-pass "its dependencies come from the shared libraries: $depends"
+pass "its dependencies name the shared libraries and the QML modules: $depends"
 
 root=$work/root
 dpkg-deb -x "$deb" "$root"
