@@ -79,8 +79,6 @@ bool writeFile(const QString& path, const QByteArray& bytes) {
     return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() && file.commit();
 }
 
-constexpr int permissionsTab = 4;
-
 // One run through the pages, a page per turn of the event loop once its window has
 // drawn.
 class Runner : public QObject {
@@ -112,10 +110,6 @@ class Runner : public QObject {
                 QUrl(QStringLiteral("https://lumenvale.app/download")));
             window = delegate_.windows().window(View::updateCheck);
         } else {
-            if (page.tab == permissionsTab) {
-                // The tab shows what the checks find on this machine.
-                Permissions::shared().refresh();
-            }
             window = delegate_.windows().show(page.view);
         }
         if (window == nullptr) {
@@ -221,6 +215,8 @@ void start(AppDelegate& delegate, std::function<void(int status)> finished) {
             return;
         }
     }
+    // The welcome window and the Permissions tab show what the checks find here.
+    Permissions::shared().refresh();
     const int scale = qEnvironmentVariableIntValue("LUMENVALE_SNAPSHOT_SCALE") == 2 ? 2 : 1;
     auto* runner = new Runner(delegate, folder, wanted, scale, [scale, finished](int status) {
         finished(status == 0 && scale == 1 ? renderDoubleScale() : status);
