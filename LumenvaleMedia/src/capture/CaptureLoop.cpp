@@ -90,7 +90,8 @@ void CaptureLoop::run() {
     // The first picture costs more than the others (the server and this process fault
     // in the shared pages, buffers are made): made before the clock starts, it does not
     // make frame 0 late and cost the frames after it.
-    if (const std::optional<RecError> ended = makeFrame(0, Pass::rehearsal)) {
+    if (const std::optional<RecError> ended =
+            makeFrame(0, FramePacer::Clock::now(), Pass::rehearsal)) {
         if (onStopped_) {
             onStopped_(std::string(message(*ended)));
         }
@@ -105,7 +106,8 @@ void CaptureLoop::run() {
                 return;
             }
         }
-        if (const std::optional<RecError> ended = makeFrame(index, Pass::recording)) {
+        if (const std::optional<RecError> ended =
+                makeFrame(index, pacer.due(index), Pass::recording)) {
             if (onStopped_) {
                 onStopped_(std::string(message(*ended)));
             }
@@ -132,7 +134,8 @@ void CaptureLoop::drainEvents(int& presses) {
     }
 }
 
-std::optional<RecError> CaptureLoop::makeFrame(std::int64_t index, Pass pass) {
+std::optional<RecError> CaptureLoop::makeFrame(std::int64_t index,
+                                               FramePacer::Clock::time_point due, Pass pass) {
     const auto now = FramePacer::Clock::now();
     int presses = 0;
     drainEvents(presses);
@@ -197,9 +200,9 @@ std::optional<RecError> CaptureLoop::makeFrame(std::int64_t index, Pass pass) {
             ++counters_.repeated;
         }
         if (previous_ == Previous::direct && previousGeneration_ == grabber_->memoryGeneration()) {
-            deliver(previousDirect_, index, now, pass);
+            deliver(previousDirect_, index, due, pass);
         } else {
-            deliver(canvas_.view(), index, now, pass);
+            deliver(canvas_.view(), index, due, pass);
         }
         return std::nullopt;
     }
@@ -213,11 +216,11 @@ std::optional<RecError> CaptureLoop::makeFrame(std::int64_t index, Pass pass) {
         previous_ = Previous::direct;
         previousDirect_ = *image;
         previousGeneration_ = grabber_->memoryGeneration();
-        deliver(*image, index, now, pass);
+        deliver(*image, index, due, pass);
     } else {
         canvas_.paint(*image, plan);
         previous_ = Previous::canvas;
-        deliver(canvas_.view(), index, now, pass);
+        deliver(canvas_.view(), index, due, pass);
     }
     return std::nullopt;
 }

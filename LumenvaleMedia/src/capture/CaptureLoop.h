@@ -52,8 +52,15 @@ class CaptureLoop {
     enum class Pass { rehearsal, recording };
 
     void run();
-    // Makes frame `index`; returns the reason the capture ends, when it does.
-    std::optional<RecError> makeFrame(std::int64_t index, Pass pass);
+    // Makes frame `index`, due at `due` on the pacer's schedule; returns the reason the
+    // capture ends, when it does. The frame is handed over with its due time, not the
+    // time it was made: frames follow the schedule (a late one is followed by the
+    // latest due, the ones between are dropped), so the due time is where its
+    // picture sits in the movie. The first frame of a part anchors the part's sound;
+    // dated when it was made, a first frame picked up late would move the whole
+    // part's sound early by that lateness.
+    std::optional<RecError> makeFrame(std::int64_t index, FramePacer::Clock::time_point due,
+                                      Pass pass);
     void drainEvents(int& presses);
     void deliver(const SourceImage& image, std::int64_t index, FramePacer::Clock::time_point time,
                  Pass pass);
