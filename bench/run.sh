@@ -48,3 +48,9 @@ cmake --build --preset release --target thumbnails -j 2 >/dev/null
 # 4K30, each on an Xvfb of that size with moving pictures. Needs Xvfb and xdpyinfo.
 cmake --build --preset release --target record_cpu -j 2 >/dev/null
 "$build/bench/record_cpu" 10 2>/dev/null
+
+# --- tray_startup_idle: the tray application's start-up (exec to its item registered
+# with a StatusNotifierWatcher) and its memory, CPU and wake-ups over a minute idle,
+# against a minimal Qt tray application and `sleep`.
+cmake --build --preset release --target lumenvale -j 2 >/dev/null
+LUMENVALE="$build/Lumenvale/lumenvale" bash "$root/bench/tray_startup_idle.sh" 60

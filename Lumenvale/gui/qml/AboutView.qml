@@ -55,6 +55,7 @@ FixedWindow {
             Accessible.role: Accessible.Link
         }
         Button {
+            Accessible.onPressAction: clicked()
             text: "OK"
             Layout.alignment: Qt.AlignHCenter
             Layout.topMargin: 8

@@ -8,6 +8,8 @@ ColumnLayout {
     SettingRow {
         label: "System audio:"
         CheckBox {
+            Accessible.onPressAction: { toggle(); toggled() }
+            Accessible.onToggleAction: { toggle(); toggled() }
             text: "Record what the computer plays"
             checked: settings.systemAudio
             onToggled: settings.systemAudio = checked
@@ -17,6 +19,8 @@ ColumnLayout {
     SettingRow {
         label: "Microphone:"
         CheckBox {
+            Accessible.onPressAction: { toggle(); toggled() }
+            Accessible.onToggleAction: { toggle(); toggled() }
             text: "Record the microphone"
             checked: settings.microphone
             onToggled: settings.microphone = checked

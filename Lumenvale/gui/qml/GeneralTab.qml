@@ -17,6 +17,7 @@ ColumnLayout {
             Accessible.name: "Save folder: " + settings.saveFolder
         }
         Button {
+            Accessible.onPressAction: clicked()
             text: "Choose…"
             Accessible.name: "Choose save folder"
             onClicked: folderDialog.open()
@@ -31,6 +32,8 @@ ColumnLayout {
     SettingRow {
         label: "Login:"
         CheckBox {
+            Accessible.onPressAction: { toggle(); toggled() }
+            Accessible.onToggleAction: { toggle(); toggled() }
             text: "Start Lumenvale at login"
             checked: settings.startAtLogin
             onToggled: settings.startAtLogin = checked
@@ -42,12 +45,16 @@ ColumnLayout {
         ColumnLayout {
             spacing: 4
             CheckBox {
+                Accessible.onPressAction: { toggle(); toggled() }
+                Accessible.onToggleAction: { toggle(); toggled() }
                 text: "Check for updates automatically"
                 checked: updates.automaticallyChecks
                 onToggled: updates.automaticallyChecks = checked
                 Accessible.name: text
             }
             CheckBox {
+                Accessible.onPressAction: { toggle(); toggled() }
+                Accessible.onToggleAction: { toggle(); toggled() }
                 text: "Get beta versions"
                 checked: updates.beta
                 onToggled: updates.beta = checked

@@ -6,6 +6,9 @@ import QtQuick.Layouts
 // enabled, it shows the accent in a rounded rectangle with white text; disabled, it is
 // faded and never highlighted.
 AbstractButton {
+    // Assistive technology presses controls through their accessible actions, which
+    // Qt Quick Controls 6.4 list but do not carry out; every control here handles them.
+    Accessible.onPressAction: clicked()
     id: row
     property string title
     property string iconName

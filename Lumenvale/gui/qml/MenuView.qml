@@ -58,6 +58,7 @@ Window {
                     Accessible.name: text
                 }
                 Button {
+                    Accessible.onPressAction: clicked()
                     text: "Stop"
                     Accessible.name: "Stop"
                     palette.buttonText: theme.recording

@@ -34,6 +34,7 @@ ColumnLayout {
                 }
             }
             Button {
+                Accessible.onPressAction: clicked()
                 visible: modelData.action.length > 0
                 text: modelData.action
                 Accessible.name: modelData.action + " (" + modelData.title + ")"

@@ -37,6 +37,7 @@ FixedWindow {
             Repeater {
                 model: ["General", "Shortcuts", "Video", "Audio", "Permissions"]
                 TabButton {
+                    Accessible.onPressAction: checked = true
                     required property string modelData
                     text: modelData
                     Accessible.name: modelData

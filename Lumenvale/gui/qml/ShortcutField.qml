@@ -16,6 +16,7 @@ SettingRow {
         RowLayout {
             spacing: 8
             Button {
+                Accessible.onPressAction: clicked()
                 id: recordButton
                 text: row.field.label
                 Layout.minimumWidth: 120
@@ -33,6 +34,7 @@ SettingRow {
                 Keys.onShortcutOverride: (event) => { event.accepted = row.field.recording }
             }
             Button {
+                Accessible.onPressAction: clicked()
                 text: "Clear"
                 visible: row.field.clearable
                 flat: true

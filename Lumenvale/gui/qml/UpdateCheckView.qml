@@ -34,12 +34,14 @@ FixedWindow {
             Layout.alignment: Qt.AlignRight
             spacing: 8
             Button {
+                Accessible.onPressAction: clicked()
                 text: "Download…"
                 visible: resultWindow.downloadPage.toString().length > 0
                 Accessible.name: text
                 onClicked: { app.openLink(resultWindow.downloadPage); resultWindow.close() }
             }
             Button {
+                Accessible.onPressAction: clicked()
                 text: "OK"
                 highlighted: true
                 Accessible.name: "Close"

@@ -31,12 +31,16 @@ ColumnLayout {
         ColumnLayout {
             spacing: 4
             CheckBox {
+                Accessible.onPressAction: { toggle(); toggled() }
+                Accessible.onToggleAction: { toggle(); toggled() }
                 text: "Show the pointer"
                 checked: settings.showsPointer
                 onToggled: settings.showsPointer = checked
                 Accessible.name: text
             }
             CheckBox {
+                Accessible.onPressAction: { toggle(); toggled() }
+                Accessible.onToggleAction: { toggle(); toggled() }
                 text: "Show clicks"
                 checked: settings.showsClicks
                 onToggled: settings.showsClicks = checked
@@ -47,6 +51,8 @@ ColumnLayout {
     SettingRow {
         label: "Countdown:"
         CheckBox {
+            Accessible.onPressAction: { toggle(); toggled() }
+            Accessible.onToggleAction: { toggle(); toggled() }
             text: "Count down 3, 2, 1 before recording"
             checked: settings.countdown
             onToggled: settings.countdown = checked
@@ -56,6 +62,8 @@ ColumnLayout {
     SettingRow {
         label: "Camera:"
         CheckBox {
+            Accessible.onPressAction: { toggle(); toggled() }
+            Accessible.onToggleAction: { toggle(); toggled() }
             text: "Show the camera in a bubble"
             checked: settings.camera
             onToggled: settings.camera = checked

@@ -62,6 +62,7 @@ FixedWindow {
                 Accessible.name: "Screen recording allowed"
             }
             Button {
+                Accessible.onPressAction: clicked()
                 visible: !app.screenAllowed
                 text: "Allow Screen Recording"
                 Accessible.name: text
@@ -73,6 +74,7 @@ FixedWindow {
             title: "Set your shortcuts"
             explanation: "Record Screen, Area, Window, and Stop have no shortcuts until you pick them."
             Button {
+                Accessible.onPressAction: clicked()
                 text: "Open Settings…"
                 Accessible.name: text
                 onClicked: app.openSettings()
@@ -80,6 +82,7 @@ FixedWindow {
         }
 
         Button {
+            Accessible.onPressAction: clicked()
             text: "Get Started"
             highlighted: true
             Layout.alignment: Qt.AlignHCenter
