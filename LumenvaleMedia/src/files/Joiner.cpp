@@ -54,10 +54,16 @@ class Join {
 
     std::vector<double> run(MoovPlacement placement) {
         // A recording ends where both its picture and its sound do: its last part, when
-        // a crash cut it off, holds more of one than of the other. (Only in the part
-        // writer's own clock do a part's sound and picture both count from its start.)
+        // a crash cut it off, holds more of one than of the other, and the parts before
+        // it may hold picture whose sound never left the encoder (parts a frame long,
+        // from quick pauses). (Only in the part writer's own clock do a part's sound and
+        // picture both count from its start.)
+        std::size_t kept = parts_.size();
         if (parts_.back()->tag(audioOffsetTag)) {
-            parts_.back()->endTracksTogether();
+            while (kept > 1 && parts_[kept - 1]->pictureWithoutSound()) {
+                --kept;
+            }
+            parts_[kept - 1]->endTracksTogether();
         }
         output_.emplace(parts_, file_, placement);
         if (output_->video()) {
@@ -65,8 +71,8 @@ class Join {
         }
         audio_ = output_->audio();
         std::vector<double> seconds;
-        for (const auto& part : parts_) {
-            seconds.push_back(copyPart(*part));
+        for (std::size_t index = 0; index < parts_.size(); ++index) {
+            seconds.push_back(index < kept ? copyPart(*parts_[index]) : 0.0);
         }
         output_->finish();
         return seconds;

@@ -27,13 +27,14 @@ MoovPlacement moovPlacementFor(const std::vector<std::unique_ptr<PartInput>>& pa
 
 // Writes `parts` (in recording order, at least one) as one movie into `file`.
 // The video of each part follows the previous part's video; the audio of each track
-// stays gapless (see AudioPlacement); a last part with the audio offset tag (the part
-// writer's) ends with its picture and its sound together (see
-// PartInput::endTracksTogether). Streams: the first part's video and all its audio
-// tracks, with their tags, titles and dispositions; later parts must match their
-// formats (MediaError otherwise). Returns the video duration of each part in seconds
-// (0 for a part of which nothing could be read). Throws MediaError (a write failure
-// gives the file's sentence), or ReservedSpaceTooSmall.
+// stays gapless (see AudioPlacement); a recording whose last part has the audio
+// offset tag (the part writer's) ends with its picture and its sound together: last
+// parts with picture and no sound are left out (their duration is 0), and the last
+// part kept ends its tracks together (see PartInput::endTracksTogether). Streams: the first part's
+// video and all its audio tracks, with their tags, titles and dispositions; later parts must match
+// their formats (MediaError otherwise). Returns the video duration of each part in seconds (0 for a
+// part of which nothing could be read). Throws MediaError (a write failure gives the file's
+// sentence), or ReservedSpaceTooSmall.
 std::vector<double> writeJoined(const std::vector<std::unique_ptr<PartInput>>& parts,
                                 MovieFile& file, MoovPlacement placement);
 

@@ -302,6 +302,23 @@ void PartInput::chooseReading() {
     }
 }
 
+bool PartInput::pictureWithoutSound() {
+    if (!readingChosen_) {
+        chooseReading();
+    }
+    if (!fromList_ || video_ == nullptr || audio_.empty()) {
+        return false;
+    }
+    const auto isSound = [this](const Sample& sample) {
+        return sample.stream != video_->index;
+    };
+    const auto isFrame = [this](const Sample& sample) {
+        return sample.stream == video_->index;
+    };
+    return std::none_of(samples_.begin(), samples_.end(), isSound) &&
+           std::any_of(samples_.begin(), samples_.end(), isFrame);
+}
+
 void PartInput::endTracksTogether() {
     if (!readingChosen_) {
         chooseReading();

@@ -74,6 +74,11 @@ class PartInput {
     // does nothing when the packets are not read from the container's list.
     void endTracksTogether();
 
+    // True when the part lists picture but no sound in any of its audio tracks, while
+    // it has audio tracks: the last parts of a recording killed before their sound left
+    // its encoder. False when the packets are not read from the container's list.
+    bool pictureWithoutSound();
+
   private:
     // A sample as the container lists it.
     struct Sample {

@@ -128,6 +128,9 @@ std::vector<std::filesystem::path> splitIntoParts(const std::filesystem::path& r
         const double encoderDelay =
             audio && options.clock != AudioClock::continuous ? 2048.0 / 48000 : 0;
         const std::size_t k = partAt(ff::seconds(packet->pts, in->time_base) + encoderDelay);
+        if (audio && options.lastPartSoundless && k + 1 == parts.size()) {
+            continue;
+        }
         PartOutput& part = parts[k];
         if (!audio) {
             packet->pts -= part.videoStart;

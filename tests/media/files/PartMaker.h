@@ -33,6 +33,9 @@ struct PartOptions {
     // Leave the last part as a writer killed mid-recording does: no last fragment
     // flush, no index at the end.
     bool lastPartInterrupted = false;
+    // Leave the last part without sound, as a writer killed before any of its sound
+    // left the encoder does.
+    bool lastPartSoundless = false;
 };
 
 // Splits `recording` at the first keyframe at or after each of `cutSeconds` into

@@ -103,6 +103,34 @@ TEST_P(KilledRecordingTest, IsSavedUpToTheCut) {
 INSTANTIATE_TEST_SUITE_P(Cuts, KilledRecordingTest,
                          ::testing::Values(Cut::insideTheSamples, Cut::insideTheFragmentHeader));
 
+TEST_F(RecoveryTest, PictureWhoseSoundNeverReachedTheDiskIsLeftOut) {
+    // Quick pauses and resumes just before a kill: the last part's picture reached its
+    // file, none of its sound did (it leaves the encoder later).
+    const auto split = testing::splitIntoParts(
+        parts_ / "recording.mp4", parts_.path(), {2, 5},
+        {.clock = testing::AudioClock::partRelativeTagged, .lastPartSoundless = true});
+    std::vector<std::string> firstTwo = sums(split[0]);
+    const auto second = sums(split[1]);
+    firstTwo.insert(firstTwo.end(), second.begin(), second.end());
+
+    const RecoveryResult result = Recovery::recoverAll(parts_.path(), movies_.path());
+
+    ASSERT_EQ(result.recovered.size(), 1u);
+    const Recording& movie = result.recovered[0];
+    // The first two parts' frames, up to the frame edge nearest their sound's end.
+    const auto recovered = sums(movie.path);
+    EXPECT_GE(recovered.size() + 1, firstTwo.size());
+    ASSERT_LE(recovered.size(), firstTwo.size());
+    EXPECT_TRUE(std::equal(recovered.begin(), recovered.end(), firstTwo.begin()));
+    EXPECT_EQ(movie.partDurations.size(), 2u);
+    const testing::MovieInfo info = testing::probe(movie.path);
+    for (const testing::StreamInfo& audio : info.ofType("audio")) {
+        EXPECT_NEAR(audio.durationSeconds, info.ofType("video").at(0).durationSeconds,
+                    1024.0 / 48000)
+            << "sound and picture end together";
+    }
+}
+
 TEST_F(RecoveryTest, ARecordingWithALockedPartIsLeftAlone) {
     const auto finished =
         testing::splitIntoParts(parts_ / "recording.mp4", parts_.path(), {3},
