@@ -7,21 +7,6 @@
 namespace lumenvale {
 namespace {
 
-TEST(KeyNames, SpecialAndFunctionKeys) {
-    const std::map<std::int64_t, std::string> expected{
-        // clang-format off
-        {36, "↩"}, {48, "⇥"}, {49, "Space"}, {51, "⌫"}, {53, "⎋"}, {76, "⌤"}, {117, "⌦"},
-        {115, "↖"}, {119, "↘"}, {116, "⇞"}, {121, "⇟"}, {123, "←"}, {124, "→"}, {125, "↓"},
-        {126, "↑"}, {122, "F1"}, {120, "F2"}, {99, "F3"}, {118, "F4"}, {96, "F5"}, {97, "F6"},
-        {98, "F7"}, {100, "F8"}, {101, "F9"}, {109, "F10"}, {103, "F11"}, {111, "F12"},
-        // clang-format on
-    };
-    EXPECT_EQ(KeyNames::special(), expected);
-    EXPECT_EQ(KeyNames::functionKeys(),
-              (std::set<std::int64_t>{122, 120, 99, 118, 96, 97, 98, 100, 101, 109, 103, 111}));
-    EXPECT_EQ(KeyNames::escape, 53);
-}
-
 TEST(KeyNames, Display) {
     const Mods none, command(Mods::command);
     const std::optional<std::string> nothing;

@@ -30,20 +30,19 @@ TEST(Combo, Coding) {
               "The shortcut is not valid: \"mods\" is missing.");
 }
 
-TEST(RecAction, RawValuesTitlesAndIds) {
+TEST(RecAction, RawValuesStorageKeysAndIds) {
     const struct {
         RecAction action;
-        const char *raw, *title;
-    } cases[] = {{RecAction::screen, "screen", "Record Screen"},
-                 {RecAction::area, "area", "Record Area"},
-                 {RecAction::window, "window", "Record Window"},
-                 {RecAction::stop, "stop", "Stop Recording"}};
+        const char* raw;
+    } cases[] = {{RecAction::screen, "screen"},
+                 {RecAction::area, "area"},
+                 {RecAction::window, "window"},
+                 {RecAction::stop, "stop"}};
     for (int id = 0; id < 4; ++id) {
         const auto& c = cases[id];
         EXPECT_EQ(allRecActions[static_cast<std::size_t>(id)], c.action);
         EXPECT_EQ(hotkeyID(c.action), id);
         EXPECT_EQ(rawValue(c.action), c.raw);
-        EXPECT_EQ(title(c.action), c.title);
         EXPECT_EQ(storageKey(c.action), std::string("hotkey.") + c.raw);
         EXPECT_EQ(recActionFromRawValue(c.raw), c.action);
     }

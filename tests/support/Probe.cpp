@@ -157,23 +157,74 @@ std::vector<FrameSum> frameChecksums(const std::filesystem::path& movie) {
     return sums;
 }
 
+std::vector<float> decodeFloats(const std::string& ffmpegArguments) {
+    const std::string bytes =
+        run("ffmpeg -v error " + ffmpegArguments + " -f f32le -acodec pcm_f32le -");
+    std::vector<float> samples(bytes.size() / sizeof(float));
+    std::memcpy(samples.data(), bytes.data(), samples.size() * sizeof(float));
+    return samples;
+}
+
+std::vector<float> audioSamples(const std::filesystem::path& movie, int audioStream,
+                                double startSeconds, double durationSeconds) {
+    const std::string range = durationSeconds > 0 ? "-ss " + std::to_string(startSeconds) + " -t " +
+                                                        std::to_string(durationSeconds) + " "
+                                                  : "";
+    return decodeFloats(range + "-i " + quoted(movie) + " -map 0:a:" + std::to_string(audioStream) +
+                        " -ac 1");
+}
+
 double audioRms(const std::filesystem::path& movie, int audioStream, double startSeconds,
                 double durationSeconds) {
-    const std::string text =
-        run("ffmpeg -v error -ss " + std::to_string(startSeconds) + " -t " +
-            std::to_string(durationSeconds) + " -i " + quoted(movie) +
-            " -map 0:a:" + std::to_string(audioStream) + " -ac 1 -f f32le -acodec pcm_f32le -");
-    const size_t count = text.size() / sizeof(float);
-    if (count == 0) {
+    const std::vector<float> samples =
+        audioSamples(movie, audioStream, startSeconds, durationSeconds);
+    if (samples.empty()) {
         return 0;
     }
     double sum = 0;
-    for (size_t i = 0; i < count; ++i) {
-        float sample = 0;
-        std::memcpy(&sample, text.data() + i * sizeof(float), sizeof(float));
+    for (const float sample : samples) {
         sum += static_cast<double>(sample) * sample;
     }
-    return std::sqrt(sum / static_cast<double>(count));
+    return std::sqrt(sum / static_cast<double>(samples.size()));
+}
+
+std::vector<AudioPacket> audioPackets(const std::filesystem::path& movie, int audioStream) {
+    std::istringstream lines(
+        run("ffprobe -v error -select_streams a:" + std::to_string(audioStream) +
+            " -show_entries packet=pts,duration -of csv=p=0 " + quoted(movie)));
+    std::vector<AudioPacket> packets;
+    std::string line;
+    while (std::getline(lines, line)) {
+        const auto comma = line.find(',');
+        if (comma == std::string::npos) {
+            continue; // the empty line after a packet with side data
+        }
+        const std::string duration = line.substr(comma + 1);
+        packets.push_back({std::stoll(line.substr(0, comma)),
+                           duration.starts_with("N/A") ? -1 : std::stoll(duration)});
+    }
+    // The demuxer leaves out the duration of a packet that an edit list cuts into;
+    // the next packet's timestamp tells it.
+    for (std::size_t i = 0; i + 1 < packets.size(); ++i) {
+        if (packets[i].duration < 0) {
+            packets[i].duration = packets[i + 1].pts - packets[i].pts;
+        }
+    }
+    return packets;
+}
+
+double psnr(std::string_view a, std::string_view b) {
+    if (a.size() != b.size() || a.empty()) {
+        throw std::runtime_error("pictures of different sizes");
+    }
+    double sum = 0;
+    for (std::size_t i = 0; i < a.size(); ++i) {
+        const double d = static_cast<double>(static_cast<unsigned char>(a[i])) -
+                         static_cast<unsigned char>(b[i]);
+        sum += d * d;
+    }
+    const double mse = sum / static_cast<double>(a.size());
+    return mse == 0 ? 99.0 : 10.0 * std::log10(255.0 * 255.0 / mse);
 }
 
 void makeMovie(const std::filesystem::path& movie, const std::string& ffmpegArguments) {

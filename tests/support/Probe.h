@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace lumenvale::testing {
@@ -59,10 +60,32 @@ struct FrameSum {
 };
 std::vector<FrameSum> frameChecksums(const std::filesystem::path& movie);
 
-// Root-mean-square level (linear, 0 ... 1) of one audio stream (index among the audio
-// streams, from 0), over [startSeconds, startSeconds + durationSeconds), all channels.
+// The samples ffmpeg decodes with `ffmpegArguments` (inputs, maps, filters) as 32-bit
+// floats, the one way every sound check reads a movie.
+std::vector<float> decodeFloats(const std::string& ffmpegArguments);
+
+// Mono samples (channels averaged) of one audio stream (index among the audio streams,
+// from 0) at its own rate: all of it, or `durationSeconds` from `startSeconds` when
+// `durationSeconds` is above 0.
+std::vector<float> audioSamples(const std::filesystem::path& movie, int audioStream,
+                                double startSeconds = 0, double durationSeconds = 0);
+
+// Root-mean-square level (linear, 0 ... 1) of one audio stream over
+// [startSeconds, startSeconds + durationSeconds), all channels mixed.
 double audioRms(const std::filesystem::path& movie, int audioStream, double startSeconds,
                 double durationSeconds);
+
+struct AudioPacket {
+    std::int64_t pts = 0;      // in the stream's time base (1/48000 for Lumenvale's AAC)
+    std::int64_t duration = 0; // in the same
+};
+// The packets of one audio stream as the demuxer reports them (with the file's edit
+// lists applied, as every reader sees them), in file order.
+std::vector<AudioPacket> audioPackets(const std::filesystem::path& movie, int audioStream);
+
+// Peak signal-to-noise ratio in dB of two pictures given as bytes of equal layout (99
+// when equal). Throws std::runtime_error when their sizes differ or they are empty.
+double psnr(std::string_view a, std::string_view b);
 
 // Makes a test movie with the ffmpeg command line: a moving test pattern with a frame
 // counter, optionally with tones. `extraArguments` are inserted before the output.

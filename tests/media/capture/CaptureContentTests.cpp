@@ -17,16 +17,6 @@ const Colour red{230, 20, 20};
 const Colour green{20, 200, 40};
 const Colour blue{30, 40, 220};
 
-CaptureRequest request(CaptureTarget target, PixelSize size) {
-    CaptureRequest request;
-    request.target = std::move(target);
-    request.size = size;
-    request.showsPointer = false;
-    // The test's windows are this process's own: show them.
-    request.ownWindows = OwnWindows::shown;
-    return request;
-}
-
 TEST(CaptureContent, AreaShowsTheWindowsUnderItAtItsOwnSize) {
     const x11::XConnection& connection = testConnection();
     TestWindow left(connection, {100, 100, 200, 200}, red, Management::unmanaged);
@@ -36,7 +26,7 @@ TEST(CaptureContent, AreaShowsTheWindowsUnderItAtItsOwnSize) {
     const PixelSize movie = OutputSize::pixels({301, 151}, 1, Codec::h264);
     ASSERT_EQ(movie, (PixelSize{300, 150}));
     FrameCatcher catcher;
-    CaptureX11 capture(request(CaptureArea{{150, 120, 301, 151}}, movie));
+    CaptureX11 capture(captureRequest(CaptureArea{{150, 120, 301, 151}}, movie));
     capture.start(catcher.frames(), catcher.stopped());
     const auto picture = catcher.waitFor([](const Picture& p) { return near(p.at(10, 10), red); });
     ASSERT_TRUE(picture) << "the red window never showed";
@@ -51,7 +41,7 @@ TEST(CaptureContent, AreaPartlyOffTheDesktopIsBlackThere) {
     const x11::XConnection& connection = testConnection();
     TestWindow corner(connection, {1820, 980, 100, 100}, green, Management::unmanaged);
     FrameCatcher catcher;
-    CaptureX11 capture(request(CaptureArea{{1800, 1000, 200, 100}}, {200, 100}));
+    CaptureX11 capture(captureRequest(CaptureArea{{1800, 1000, 200, 100}}, {200, 100}));
     capture.start(catcher.frames(), catcher.stopped());
     const auto picture =
         catcher.waitFor([](const Picture& p) { return near(p.at(50, 50), green); });
@@ -67,7 +57,7 @@ TEST(CaptureContent, ScreenAtFullSizeAndScaledDown) {
     for (const PixelSize movie : {PixelSize{1920, 1080}, PixelSize{960, 540}}) {
         SCOPED_TRACE(movie.width);
         FrameCatcher catcher;
-        CaptureX11 capture(request(CaptureScreen{"screen"}, movie));
+        CaptureX11 capture(captureRequest(CaptureScreen{"screen"}, movie));
         capture.start(catcher.frames(), catcher.stopped());
         const double factor = static_cast<double>(movie.width) / 1920;
         auto scaled = [factor](double value) {
@@ -90,7 +80,7 @@ TEST(CaptureContent, ScreenUnderThePointerIsChosenAtStart) {
     TestWindow window(connection, {1700, 100, 50, 50}, red, Management::unmanaged);
     warpPointer(connection, 1650, 50);
     FrameCatcher catcher;
-    CaptureX11 capture(request(CaptureScreen{}, {320, 240}));
+    CaptureX11 capture(captureRequest(CaptureScreen{}, {320, 240}));
     capture.start(catcher.frames(), catcher.stopped());
     const auto picture =
         catcher.waitFor([](const Picture& p) { return near(p.at(120, 120), red); });
@@ -116,7 +106,7 @@ TEST(CaptureContent, WindowWithItsFrameWhileCoveredMovedAndResized) {
     ASSERT_TRUE(info);
     const PixelSize movie = OutputSize::pixels(info->frame.size(), 1, Codec::h264);
     FrameCatcher catcher;
-    CaptureX11 capture(request(CaptureWindow{window.id()}, movie));
+    CaptureX11 capture(captureRequest(CaptureWindow{window.id()}, movie));
     capture.start(catcher.frames(), catcher.stopped());
 
     // The client fills the frame's lower part; the title bar is above it.
@@ -167,7 +157,7 @@ TEST(CaptureContent, WindowWithoutTheShadowItDrawsItself) {
     paintChild(connection, window.id(), {20, 20, 260, 160}, blue);
     setShadow(connection, window.id(), 20, 20, 20, 20);
     FrameCatcher catcher;
-    CaptureX11 capture(request(CaptureWindow{window.id()}, {260, 160}));
+    CaptureX11 capture(captureRequest(CaptureWindow{window.id()}, {260, 160}));
     capture.start(catcher.frames(), catcher.stopped());
     const auto picture =
         catcher.waitFor([](const Picture& p) { return near(p.at(130, 80), blue); });

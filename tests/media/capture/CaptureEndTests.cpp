@@ -11,20 +11,12 @@
 namespace lumenvale::testing {
 namespace {
 
-CaptureRequest plainRequest(CaptureTarget target, PixelSize size) {
-    CaptureRequest request;
-    request.target = std::move(target);
-    request.size = size;
-    request.ownWindows = OwnWindows::shown;
-    return request;
-}
-
 TEST(CaptureEnd, WindowClosedStopsTheCaptureOnce) {
     const x11::XConnection& connection = testConnection();
     auto window = std::make_unique<TestWindow>(connection, x11::PixelRect{300, 300, 200, 100},
                                                Colour{200, 100, 0}, Management::managed);
     FrameCatcher catcher;
-    CaptureX11 capture(plainRequest(CaptureWindow{window->id()}, {200, 100}));
+    CaptureX11 capture(captureRequest(CaptureWindow{window->id()}, {200, 100}));
     capture.start(catcher.frames(), catcher.stopped());
     ASSERT_TRUE(catcher.next());
     window.reset();
@@ -42,7 +34,7 @@ TEST(CaptureEnd, MinimizedWindowRepeatsItsLastPicture) {
     const Colour orange{200, 100, 0};
     TestWindow window(connection, {300, 300, 200, 100}, orange, Management::unmanaged);
     FrameCatcher catcher;
-    CaptureX11 capture(plainRequest(CaptureWindow{window.id()}, {200, 100}));
+    CaptureX11 capture(captureRequest(CaptureWindow{window.id()}, {200, 100}));
     capture.start(catcher.frames(), catcher.stopped());
     ASSERT_TRUE(catcher.waitFor([&](const Picture& p) { return near(p.at(100, 50), orange); }));
     xcb_unmap_window(connection.get(), window.id());
@@ -69,7 +61,7 @@ TEST(CaptureEnd, DisplayDisconnectedStopsTheCapture) {
     auto monitor =
         std::make_unique<TestMonitor>(connection, "LV-GONE", x11::PixelRect{0, 0, 640, 480});
     FrameCatcher catcher;
-    CaptureX11 capture(plainRequest(CaptureScreen{"LV-GONE"}, {640, 480}));
+    CaptureX11 capture(captureRequest(CaptureScreen{"LV-GONE"}, {640, 480}));
     capture.start(catcher.frames(), catcher.stopped());
     ASSERT_TRUE(catcher.next());
     monitor.reset();
@@ -87,7 +79,7 @@ TEST(CaptureEnd, MissingTargetsRefuseToStart) {
         {CaptureWindow{0x7ffffff}, RecError::windowGone},
     };
     for (const Case& c : cases) {
-        CaptureX11 capture(plainRequest(c.target, {100, 100}));
+        CaptureX11 capture(captureRequest(c.target, {100, 100}));
         try {
             capture.start(nullptr, nullptr);
             ADD_FAILURE() << "started";
@@ -102,7 +94,7 @@ TEST(CaptureEnd, MissingTargetsRefuseToStart) {
 TEST(CaptureEnd, InvalidRequestsRefuseToStart) {
     for (const auto& [fps, size] :
          {std::pair{0, PixelSize{100, 100}}, std::pair{30, PixelSize{0, 100}}}) {
-        CaptureRequest request = plainRequest(CaptureScreen{}, size);
+        CaptureRequest request = captureRequest(CaptureScreen{}, size);
         request.fps = fps;
         CaptureX11 capture(request);
         EXPECT_THROW(capture.start(nullptr, nullptr), MediaError);

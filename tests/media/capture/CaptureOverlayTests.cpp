@@ -12,20 +12,17 @@ namespace {
 const Colour grey{128, 128, 128};
 const Colour dark{16, 16, 16};
 
-CaptureRequest areaRequest(x11::PixelRect area, bool pointer, bool clicks, int fps = 30) {
-    CaptureRequest request;
-    request.target = CaptureArea{x11::toRect(area)};
-    request.size = {area.width, area.height};
-    request.fps = fps;
+CaptureRequest areaRequest(x11::PixelRect area, bool pointer, bool clicks) {
+    CaptureRequest request =
+        captureRequest(CaptureArea{x11::toRect(area)}, {area.width, area.height});
     request.showsPointer = pointer;
     request.showsClicks = clicks;
-    request.ownWindows = OwnWindows::shown;
     return request;
 }
 
 TEST(CapturePacing, FramesFollowTheScheduleWithoutGapsOrDrift) {
     FrameCatcher catcher;
-    CaptureX11 capture(areaRequest({0, 0, 640, 360}, false, false, 30));
+    CaptureX11 capture(areaRequest({0, 0, 640, 360}, false, false));
     const auto before = std::chrono::steady_clock::now();
     capture.start(catcher.frames(), catcher.stopped());
     std::this_thread::sleep_for(1050ms);
@@ -64,13 +61,7 @@ TEST(CapturePacing, FramesFollowTheScheduleWithoutGapsOrDrift) {
 // Pixels of a box around (x, y) that differ from `colour`.
 int differing(const Picture& picture, std::int64_t x, std::int64_t y, std::int64_t radius,
               const Colour& colour) {
-    int count = 0;
-    for (std::int64_t row = y - radius; row <= y + radius; ++row) {
-        for (std::int64_t column = x - radius; column <= x + radius; ++column) {
-            count += near(picture.at(column, row), colour, 2) ? 0 : 1;
-        }
-    }
-    return count;
+    return countAround(picture, x, y, radius, [&](const Colour& c) { return !near(c, colour, 2); });
 }
 
 TEST(CaptureOverlay, PointerIsDrawnOnlyWhenAsked) {
@@ -118,13 +109,7 @@ bool amber(const Colour& colour) {
 }
 
 int amberPixels(const Picture& picture, std::int64_t x, std::int64_t y, std::int64_t radius) {
-    int count = 0;
-    for (std::int64_t row = y - radius; row <= y + radius; ++row) {
-        for (std::int64_t column = x - radius; column <= x + radius; ++column) {
-            count += amber(picture.at(column, row)) ? 1 : 0;
-        }
-    }
-    return count;
+    return countAround(picture, x, y, radius, amber);
 }
 
 TEST(CaptureOverlay, ClickShowsAFadingRingAtThePointer) {

@@ -27,6 +27,28 @@ std::string describe(const Colour& colour) {
     return text;
 }
 
+int countAround(const Picture& picture, std::int64_t x, std::int64_t y, std::int64_t radius,
+                const std::function<bool(const Colour&)>& wanted) {
+    int count = 0;
+    for (std::int64_t row = y - radius; row <= y + radius; ++row) {
+        for (std::int64_t column = x - radius; column <= x + radius; ++column) {
+            count += wanted(picture.at(column, row)) ? 1 : 0;
+        }
+    }
+    return count;
+}
+
+CaptureRequest captureRequest(CaptureTarget target, PixelSize size, OwnWindows ownWindows,
+                              std::vector<std::uint32_t> kept) {
+    CaptureRequest request;
+    request.target = std::move(target);
+    request.size = size;
+    request.showsPointer = false;
+    request.ownWindows = ownWindows;
+    request.keptWindows = std::move(kept);
+    return request;
+}
+
 Colour Picture::at(std::int64_t x, std::int64_t y) const {
     const std::uint8_t* pixel = bgra.data() + (y * size.width + x) * 4;
     return {pixel[2], pixel[1], pixel[0]};

@@ -5,6 +5,7 @@
 // a frame catcher that keeps copies of what a capture delivers, and RandR
 // monitors made and removed on the fly.
 
+#include "LumenvaleMedia/Capture.h"
 #include "LumenvaleMedia/VideoSource.h"
 #include "capture/PixelRect.h"
 #include "capture/XConnection.h"
@@ -50,6 +51,16 @@ struct Picture {
     std::chrono::steady_clock::duration time{};
     Colour at(std::int64_t x, std::int64_t y) const;
 };
+
+// How many pixels of the square of `radius` around (x, y) satisfy `wanted`.
+int countAround(const Picture& picture, std::int64_t x, std::int64_t y, std::int64_t radius,
+                const std::function<bool(const Colour&)>& wanted);
+
+// What the capture tests ask for: `target` at `size` without the pointer, the
+// tests' own windows shown unless `ownWindows` says otherwise, and `kept` shown anyway.
+CaptureRequest captureRequest(CaptureTarget target, PixelSize size,
+                              OwnWindows ownWindows = OwnWindows::shown,
+                              std::vector<std::uint32_t> kept = {});
 
 // Keeps the latest frame and the numbers and times of all frames. Declare it before
 // the capture whose handlers it gives, so that it outlives the capture thread.

@@ -15,17 +15,6 @@ const Colour foreignBlue{30, 60, 210};
 const Colour ownRed{220, 30, 30};
 const Colour keptGreen{40, 190, 60};
 
-CaptureRequest hidingRequest(CaptureTarget target, PixelSize size,
-                             std::vector<std::uint32_t> kept) {
-    CaptureRequest request;
-    request.target = std::move(target);
-    request.size = size;
-    request.showsPointer = false;
-    request.ownWindows = OwnWindows::hidden;
-    request.keptWindows = std::move(kept);
-    return request;
-}
-
 int countNear(const Picture& picture, const Colour& colour) {
     int count = 0;
     for (std::int64_t y = 0; y < picture.size.height; y += 2) {
@@ -46,7 +35,8 @@ TEST(OwnWindows, HiddenFromAnAreaButKeptAndForeignWindowsShow) {
 
     const x11::PixelRect area{250, 250, 700, 500};
     FrameCatcher catcher;
-    CaptureX11 capture(hidingRequest(CaptureArea{x11::toRect(area)}, {700, 500}, {kept.id()}));
+    CaptureX11 capture(captureRequest(CaptureArea{x11::toRect(area)}, {700, 500},
+                                      OwnWindows::hidden, {kept.id()}));
     capture.start(catcher.frames(), catcher.stopped());
     auto inArea = [&](const Picture& p, std::int64_t x, std::int64_t y) {
         return p.at(x - area.x, y - area.y);
@@ -78,7 +68,7 @@ TEST(OwnWindows, HiddenFromTheScreenWithTheirWindowManagerFrames) {
     ASSERT_GT(frame->height, 150) << "framed by the window manager";
 
     FrameCatcher catcher;
-    CaptureX11 capture(hidingRequest(CaptureScreen{"screen"}, {1920, 1080}, {}));
+    CaptureX11 capture(captureRequest(CaptureScreen{"screen"}, {1920, 1080}, OwnWindows::hidden));
     capture.start(catcher.frames(), catcher.stopped());
     const auto picture =
         catcher.waitFor([&](const Picture& p) { return near(p.at(150, 650), foreignBlue); });
@@ -96,7 +86,8 @@ TEST(OwnWindows, AWindowMovingInIsNeverSeen) {
     const x11::PixelRect area{100, 100, 600, 400};
     std::atomic<int> redFrames{0};
     std::atomic<int> frames{0};
-    CaptureX11 capture(hidingRequest(CaptureArea{x11::toRect(area)}, {600, 400}, {}));
+    CaptureX11 capture(
+        captureRequest(CaptureArea{x11::toRect(area)}, {600, 400}, OwnWindows::hidden));
     capture.start(
         [&](const VideoFrame& frame) {
             ++frames;
@@ -128,10 +119,8 @@ TEST(OwnWindows, AWindowMovingInIsNeverSeen) {
 TEST(OwnWindows, ShownWhenAsked) {
     const x11::XConnection& connection = testConnection();
     TestWindow own(connection, {400, 350, 200, 150}, ownRed, Management::unmanaged);
-    CaptureRequest request = hidingRequest(CaptureArea{{400, 350, 200, 150}}, {200, 150}, {});
-    request.ownWindows = OwnWindows::shown;
     FrameCatcher catcher;
-    CaptureX11 capture(request);
+    CaptureX11 capture(captureRequest(CaptureArea{{400, 350, 200, 150}}, {200, 150}));
     capture.start(catcher.frames(), catcher.stopped());
     EXPECT_TRUE(catcher.waitFor([](const Picture& p) { return near(p.at(100, 75), ownRed); }));
 }

@@ -1,5 +1,6 @@
 // Resolving edits against real movies made with the ffmpeg command line.
 
+#include "EncodeChecks.h"
 #include "LumenvaleMedia/EditRenderer.h"
 #include "LumenvaleMedia/MediaError.h"
 #include "Probe.h"
@@ -17,6 +18,7 @@ namespace {
 
 using EditRenderer::Built;
 using EditRenderer::Segment;
+using testing::editKeeping;
 using testing::makeMovie;
 using testing::quoted;
 using testing::TemporaryFolder;
@@ -24,16 +26,6 @@ using testing::TemporaryFolder;
 const std::string picture = "-f lavfi -i testsrc2=size=320x240:rate=30:duration=4 ";
 const std::string tone = "-f lavfi -i sine=frequency=440:sample_rate=48000:duration=4 ";
 const std::string fastVideo = " -c:v libx264 -preset ultrafast -bf 0 -g 30 -pix_fmt yuv420p ";
-
-EditDecision editOf(std::vector<std::pair<double, double>> clips, double speed = 1) {
-    EditDecision edit(4);
-    edit.clips.clear();
-    for (const auto& [start, end] : clips) {
-        edit.clips.push_back(Clip::make(start, end));
-    }
-    edit.speed = speed;
-    return edit;
-}
 
 struct SegmentRow {
     double sourceStart;
@@ -51,10 +43,10 @@ void expectSegments(const std::vector<Segment>& actual, const std::vector<Segmen
     }
 }
 
-class BuildTest : public ::testing::Test {
+class BuildTest : public testing::SharedFolderTest<BuildTest> {
   protected:
     static void SetUpTestSuite() {
-        folder_ = std::make_unique<TemporaryFolder>();
+        SharedFolderTest::SetUpTestSuite();
         makeMovie(movie("plain.mp4"), picture + tone + fastVideo + "-c:a aac");
         // A shorter picture than sound: 3 s of video, 4 s of audio.
         makeMovie(movie("short-video.mp4"),
@@ -71,13 +63,8 @@ class BuildTest : public ::testing::Test {
         makeMovie(movie("two-tracks.mp4"),
                   picture + tone + tone + fastVideo + "-map 0 -map 1 -map 2 -c:a aac");
     }
-    static void TearDownTestSuite() { folder_.reset(); }
     static std::filesystem::path movie(const std::string& name) { return *folder_ / name; }
-
-    static std::unique_ptr<TemporaryFolder> folder_;
 };
-
-std::unique_ptr<TemporaryFolder> BuildTest::folder_;
 
 TEST_F(BuildTest, PlacesEachClipInEditOrderOnEveryTrack) {
     struct Row {
@@ -87,16 +74,16 @@ TEST_F(BuildTest, PlacesEachClipInEditOrderOnEveryTrack) {
         double outputSeconds;
     };
     const std::vector<Row> rows = {
-        {"fresh edit", editOf({{0, 4}}), {{0, 4, 0}}, 4},
-        {"middle cut", editOf({{0, 1}, {2, 4}}), {{0, 1, 0}, {2, 4, 1}}, 3},
-        {"reordered clips", editOf({{2, 3}, {0, 1}}), {{2, 3, 0}, {0, 1, 1}}, 2},
-        {"clip past the end", editOf({{3, 6}}), {{3, 4, 0}}, 1},
+        {"fresh edit", editKeeping(4, {{0, 4}}), {{0, 4, 0}}, 4},
+        {"middle cut", editKeeping(4, {{0, 1}, {2, 4}}), {{0, 1, 0}, {2, 4, 1}}, 3},
+        {"reordered clips", editKeeping(4, {{2, 3}, {0, 1}}), {{2, 3, 0}, {0, 1, 1}}, 2},
+        {"clip past the end", editKeeping(4, {{3, 6}}), {{3, 4, 0}}, 1},
         {"clip wholly outside is skipped",
-         editOf({{1, 2}, {5, 6}, {0, 0.5}}),
+         editKeeping(4, {{1, 2}, {5, 6}, {0, 0.5}}),
          {{1, 2, 0}, {0, 0.5, 1}},
          1.5},
-        {"double speed", editOf({{0, 4}}, 2), {{0, 4, 0}}, 2},
-        {"times taken at 1/600 s", editOf({{0.50001, 1.49999}}), {{0.5, 1.5, 0}}, 1},
+        {"double speed", editKeeping(4, {{0, 4}}, 2), {{0, 4, 0}}, 2},
+        {"times taken at 1/600 s", editKeeping(4, {{0.50001, 1.49999}}), {{0.5, 1.5, 0}}, 1},
     };
     for (const Row& row : rows) {
         const Built built = EditRenderer::build(movie("plain.mp4"), row.edit);
@@ -112,14 +99,14 @@ TEST_F(BuildTest, PlacesEachClipInEditOrderOnEveryTrack) {
 
 TEST_F(BuildTest, ShorterTrackAddsOnlyWhatItHasAndStaysInSync) {
     const Built built =
-        EditRenderer::build(movie("short-video.mp4"), editOf({{0, 1}, {2.5, 4}, {1, 2}}));
+        EditRenderer::build(movie("short-video.mp4"), editKeeping(4, {{0, 1}, {2.5, 4}, {1, 2}}));
     expectSegments(built.tracks[0].segments, {{0, 1, 0}, {2.5, 3, 1}, {1, 2, 2.5}}, "video");
     expectSegments(built.tracks[1].segments, {{0, 1, 0}, {2.5, 4, 1}, {1, 2, 2.5}}, "audio");
     EXPECT_NEAR(built.outputDurationSeconds, 3.5, 1e-9);
 }
 
 TEST_F(BuildTest, NumbersSourceTracksFromOneAndSkipsTheMix) {
-    EditDecision edit = editOf({{0, 4}});
+    EditDecision edit = editKeeping(4, {{0, 4}});
     edit.volumes = {{1, 0.5}, {2, 0.25}};
     struct Expected {
         int sourceTrack;
@@ -181,7 +168,7 @@ TEST_F(BuildTest, ReadsPictureSizeRateAndCrop) {
     for (const Row& row : rows) {
         const auto path = movie("rate.mp4");
         makeMovie(path, "-f lavfi -i testsrc2=" + row.source + ":duration=1" + fastVideo);
-        EditDecision edit = editOf({{0, 1}});
+        EditDecision edit = editKeeping(4, {{0, 1}});
         edit.crop = row.crop;
         const Built built = EditRenderer::build(path, edit);
         EXPECT_EQ(built.videoSize, row.videoSize) << row.what;
@@ -224,24 +211,28 @@ TEST_F(BuildTest, RefusesWhatCannotBeEditedWithAReadableSentence) {
         std::string sentence; // part of the message
     };
     const std::vector<Row> rows = {
-        {"missing file", folder / "gone.mp4", editOf({{0, 1}}), "“gone.mp4” does not exist."},
-        {"not a movie", folder / "notes.mp4", editOf({{0, 1}}), "“notes.mp4” is not a movie"},
-        {"truncated, index last", folder / "index-last.mp4", editOf({{0, 1}}),
+        {"missing file", folder / "gone.mp4", editKeeping(4, {{0, 1}}),
+         "“gone.mp4” does not exist."},
+        {"not a movie", folder / "notes.mp4", editKeeping(4, {{0, 1}}),
+         "“notes.mp4” is not a movie"},
+        {"truncated, index last", folder / "index-last.mp4", editKeeping(4, {{0, 1}}),
          "“index-last.mp4” is damaged or incomplete."},
-        {"truncated, index first", folder / "index-first.mp4", editOf({{0, 1}}),
+        {"truncated, index first", folder / "index-first.mp4", editKeeping(4, {{0, 1}}),
          "“index-first.mp4” is damaged or incomplete."},
-        {"no video", folder / "sound-only.m4a", editOf({{0, 1}}),
+        {"no video", folder / "sound-only.m4a", editKeeping(4, {{0, 1}}),
          "“sound-only.m4a” has no picture."},
-        {"a still picture", folder / "still.png", editOf({{0, 1}}), "“still.png” is not a movie."},
-        {"every clip past the end", movie("plain.mp4"), editOf({{5, 6}, {7, 9}}),
+        {"a still picture", folder / "still.png", editKeeping(4, {{0, 1}}),
+         "“still.png” is not a movie."},
+        {"every clip past the end", movie("plain.mp4"), editKeeping(4, {{5, 6}, {7, 9}}),
          "The edit reaches past the end of the movie."},
         // Edits no movie can be made of are refused before any time is converted.
-        {"times beyond any movie", movie("plain.mp4"), editOf({{1e300, 1e308}}),
+        {"times beyond any movie", movie("plain.mp4"), editKeeping(4, {{1e300, 1e308}}),
          "\"clips[0].start\" lies beyond"},
-        {"a clip ending before it starts", movie("plain.mp4"), editOf({{0, 1}, {3, 2}}),
+        {"a clip ending before it starts", movie("plain.mp4"), editKeeping(4, {{0, 1}, {3, 2}}),
          "\"clips[1]\" ends before it starts."},
-        {"slower than a day", movie("plain.mp4"), editOf({{0, 4}}, 1e-300), "longer than a day"},
-        {"faster than a frame", movie("plain.mp4"), editOf({{0, 4}}, 1e6),
+        {"slower than a day", movie("plain.mp4"), editKeeping(4, {{0, 4}}, 1e-300),
+         "longer than a day"},
+        {"faster than a frame", movie("plain.mp4"), editKeeping(4, {{0, 4}}, 1e6),
          "shorter than one frame"},
     };
     for (const Row& row : rows) {

@@ -31,6 +31,17 @@ RgbPicture pictureFrom(const std::string& bytes, int width, int height, std::siz
 
 } // namespace
 
+EditDecision editKeeping(double seconds, const std::vector<std::pair<double, double>>& ranges,
+                         double speed) {
+    EditDecision edit(seconds);
+    edit.clips.clear();
+    for (const auto& [start, end] : ranges) {
+        edit.clips.push_back(Clip::make(start, end));
+    }
+    edit.speed = speed;
+    return edit;
+}
+
 std::vector<double> RgbPicture::meanColour() const {
     std::vector<double> sums(3, 0.0);
     for (std::size_t i = 0; i < rgb.size(); ++i) {
@@ -76,16 +87,8 @@ RgbPicture pictureAt(const std::filesystem::path& movie, double seconds,
 }
 
 double psnr(const RgbPicture& a, const RgbPicture& b) {
-    if (a.rgb.size() != b.rgb.size() || a.rgb.empty()) {
-        throw std::runtime_error("pictures of different sizes");
-    }
-    double sum = 0;
-    for (std::size_t i = 0; i < a.rgb.size(); ++i) {
-        const double d = static_cast<double>(a.rgb[i]) - b.rgb[i];
-        sum += d * d;
-    }
-    const double mse = sum / static_cast<double>(a.rgb.size());
-    return mse == 0 ? 99.0 : 10.0 * std::log10(255.0 * 255.0 / mse);
+    return psnr(std::string_view(reinterpret_cast<const char*>(a.rgb.data()), a.rgb.size()),
+                std::string_view(reinterpret_cast<const char*>(b.rgb.data()), b.rgb.size()));
 }
 
 void makeNumberedMovie(const std::filesystem::path& movie, double seconds, int framesPerSecond,
@@ -105,17 +108,6 @@ int frameNumberOf(const std::vector<double>& colour) {
         return static_cast<int>(std::lround(value / 16.0));
     };
     return step(colour[0]) + 16 * step(colour[1]) + 256 * step(colour[2] - 32.0);
-}
-
-std::vector<float> audioSamples(const std::filesystem::path& movie, int audioStream,
-                                double startSeconds, double durationSeconds) {
-    const std::string bytes =
-        run("ffmpeg -v error -ss " + std::to_string(startSeconds) + " -t " +
-            std::to_string(durationSeconds) + " -i " + quoted(movie) +
-            " -map 0:a:" + std::to_string(audioStream) + " -ac 1 -f f32le -acodec pcm_f32le -");
-    std::vector<float> samples(bytes.size() / sizeof(float));
-    std::memcpy(samples.data(), bytes.data(), samples.size() * sizeof(float));
-    return samples;
 }
 
 double toneFrequency(const std::vector<float>& samples, int sampleRate) {

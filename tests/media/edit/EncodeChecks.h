@@ -4,15 +4,32 @@
 // thumbnails: pictures and sound decoded by the ffmpeg command line, independently
 // of the code under test, and the test movies they are made from.
 
+#include "LumenvaleKit/EditDecision.h"
 #include "Probe.h"
 
 #include <cstdint>
 #include <filesystem>
+#include <gtest/gtest.h>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 namespace lumenvale::testing {
+
+// A fixture whose tests share the movies its suite makes once: `folder_` exists from
+// the start of the suite's SetUpTestSuite (which calls this one first) to its end.
+template <typename Suite, typename Base = ::testing::Test> class SharedFolderTest : public Base {
+  protected:
+    static void SetUpTestSuite() { folder_ = std::make_unique<TemporaryFolder>(); }
+    static void TearDownTestSuite() { folder_.reset(); }
+    static inline std::unique_ptr<TemporaryFolder> folder_;
+};
+
+// An edit of a `seconds` long movie keeping the given source ranges in order, played
+// at `speed`.
+EditDecision editKeeping(double seconds, const std::vector<std::pair<double, double>>& ranges,
+                         double speed = 1);
 
 // A picture as 8-bit RGB, rows top first.
 struct RgbPicture {
@@ -47,10 +64,6 @@ void makeNumberedMovie(const std::filesystem::path& movie, double seconds, int f
 // The frame number a flat colour of makeNumberedMovie stands for.
 int frameNumberOf(const std::vector<double>& colour);
 
-// Mono samples (channels averaged) of one audio stream (index among the audio
-// streams), decoded by ffmpeg, from `startSeconds` for `durationSeconds`.
-std::vector<float> audioSamples(const std::filesystem::path& movie, int audioStream,
-                                double startSeconds, double durationSeconds);
 // The frequency of a pure tone in Hz, from its rising zero crossings.
 double toneFrequency(const std::vector<float>& samples, int sampleRate);
 

@@ -41,16 +41,16 @@ double decibels(double ratio) {
     return 20 * std::log10(ratio);
 }
 
-class EncodeMovieTest : public ::testing::Test {
+class EncodeMovieTest : public testing::SharedFolderTest<EncodeMovieTest> {
   protected:
     static void SetUpTestSuite() {
-        folder = std::make_unique<TemporaryFolder>();
+        SharedFolderTest::SetUpTestSuite();
         const std::string picture = "-f lavfi -i testsrc2=size=320x240:rate=30 ";
         const std::string coding = "-t " + std::to_string(sourceSeconds) +
                                    " -c:v libx264 -preset veryfast -crf 16 -pix_fmt yuv420p "
                                    "-c:a aac -b:a 192k ";
         // The layout of a Lumenvale recording with both sources: the mix first.
-        makeMovie(*folder / "mixed.mp4",
+        makeMovie(*folder_ / "mixed.mp4",
                   picture + "-f lavfi -i \"aevalsrc=" + std::to_string(toneAmplitude) +
                       "*sin(2*PI*440*t)+" + std::to_string(toneAmplitude) +
                       "*sin(2*PI*1000*t):s=48000:c=stereo\" " + tone(440, 2) + tone(1000, 1) +
@@ -58,17 +58,12 @@ class EncodeMovieTest : public ::testing::Test {
                       named(0, "System audio and microphone") + named(1, "System audio") +
                       named(2, "Microphone") +
                       "-disposition:a:0 default -disposition:a:1 0 -disposition:a:2 0");
-        makeMovie(*folder / "tone.mp4", picture + tone(440, 2) + "-map 0:v -map 1:a " + coding);
-        makeNumberedMovie(*folder / "numbered.mp4", 6, 30, 160, 120);
+        makeMovie(*folder_ / "tone.mp4", picture + tone(440, 2) + "-map 0:v -map 1:a " + coding);
+        makeNumberedMovie(*folder_ / "numbered.mp4", 6, 30, 160, 120);
     }
-    static void TearDownTestSuite() { folder.reset(); }
 
-    static std::filesystem::path source(const std::string& name) { return *folder / name; }
-
-    static std::unique_ptr<TemporaryFolder> folder;
+    static std::filesystem::path source(const std::string& name) { return *folder_ / name; }
 };
-
-std::unique_ptr<TemporaryFolder> EncodeMovieTest::folder;
 
 TEST_F(EncodeMovieTest, SpeedScalesPictureAndSoundAndKeepsThePitch) {
     struct Case {
@@ -83,7 +78,7 @@ TEST_F(EncodeMovieTest, SpeedScalesPictureAndSoundAndKeepsThePitch) {
         SCOPED_TRACE("speed " + std::to_string(c.speed));
         EditDecision edit(sourceSeconds);
         edit.speed = c.speed;
-        const auto destination = *folder / "speed.mp4";
+        const auto destination = *folder_ / "speed.mp4";
         std::filesystem::remove(destination); // the case before wrote it; exports never replace
         std::vector<double> reports;
         EditRenderer::exportMovie(source("tone.mp4"), edit, c.codec, destination,
@@ -126,7 +121,7 @@ TEST_F(EncodeMovieTest, CropKeepsTheChosenPixelsFromTheTopLeft) {
         SCOPED_TRACE(std::to_string(c.pixels.x) + "," + std::to_string(c.pixels.y));
         EditDecision edit(sourceSeconds);
         edit.crop = c.crop;
-        const auto destination = *folder / "crop.mp4";
+        const auto destination = *folder_ / "crop.mp4";
         std::filesystem::remove(destination); // the case before wrote it; exports never replace
         EditRenderer::exportMovie(source("tone.mp4"), edit, Codec::h264, destination, {});
 
@@ -147,7 +142,7 @@ TEST_F(EncodeMovieTest, CropKeepsTheChosenPixelsFromTheTopLeft) {
 TEST_F(EncodeMovieTest, GainsScaleEachTrackAndTheMixIsRebuiltFromThem) {
     EditDecision edit(sourceSeconds);
     edit.volumes = {{1, 0.5}, {2, 2.0}};
-    const auto destination = *folder / "gains.mp4";
+    const auto destination = *folder_ / "gains.mp4";
     EditRenderer::exportMovie(source("mixed.mp4"), edit, Codec::h264, destination, {});
 
     const MovieInfo info = probe(destination);
@@ -188,7 +183,7 @@ TEST_F(EncodeMovieTest, CutsAndSpeedShowTheFramesOfTheirOutputTimes) {
     EditDecision edit(6);
     edit.clips = {Clip::make(1, 2), Clip::make(4, 5.5)};
     edit.speed = 2;
-    const auto destination = *folder / "cuts.mp4";
+    const auto destination = *folder_ / "cuts.mp4";
     EditRenderer::exportMovie(source("numbered.mp4"), edit, Codec::h264, destination, {});
 
     // Output frame k (output time k / 30) shows source time 1 + 2k / 30 in the first
@@ -205,7 +200,7 @@ TEST_F(EncodeMovieTest, FailureAndCancellationLeaveNothingBehind) {
     EditDecision edit(sourceSeconds);
     edit.speed = 2;
 
-    const auto unwritable = *folder / "missing" / "out.mp4";
+    const auto unwritable = *folder_ / "missing" / "out.mp4";
     try {
         EditRenderer::exportMovie(source("tone.mp4"), edit, Codec::h264, unwritable, {});
         FAIL() << "an export into a missing folder succeeded";
@@ -214,7 +209,7 @@ TEST_F(EncodeMovieTest, FailureAndCancellationLeaveNothingBehind) {
     }
     EXPECT_FALSE(std::filesystem::exists(unwritable));
 
-    const auto cancelled = *folder / "cancelled.mp4";
+    const auto cancelled = *folder_ / "cancelled.mp4";
     std::atomic<bool> cancel{false};
     EXPECT_THROW(EditRenderer::exportMovie(
                      source("tone.mp4"), edit, Codec::h264, cancelled,
@@ -228,11 +223,11 @@ TEST_F(EncodeMovieTest, FailureAndCancellationLeaveNothingBehind) {
     EXPECT_TRUE(cancel);
     EXPECT_FALSE(std::filesystem::exists(cancelled));
 
-    const auto notAMovie = *folder / "text.mp4";
+    const auto notAMovie = *folder_ / "text.mp4";
     { std::ofstream(notAMovie) << "not a movie"; }
-    EXPECT_THROW(EditRenderer::exportMovie(notAMovie, edit, Codec::h264, *folder / "x.mp4", {}),
+    EXPECT_THROW(EditRenderer::exportMovie(notAMovie, edit, Codec::h264, *folder_ / "x.mp4", {}),
                  MediaError);
-    EXPECT_FALSE(std::filesystem::exists(*folder / "x.mp4"));
+    EXPECT_FALSE(std::filesystem::exists(*folder_ / "x.mp4"));
 }
 
 } // namespace

@@ -19,26 +19,21 @@ namespace {
 
 using namespace lumenvale::testing;
 
-class GifExportTest : public ::testing::Test {
+class GifExportTest : public testing::SharedFolderTest<GifExportTest> {
   protected:
     static void SetUpTestSuite() {
-        folder = std::make_unique<TemporaryFolder>();
-        makeNumberedMovie(*folder / "numbered.mp4", 35, 30, 160, 120);
-        makeMovie(*folder / "wide.mp4", "-f lavfi -i testsrc2=size=1280x720:rate=30 -t 2 "
-                                        "-c:v libx264 -preset veryfast -crf 16 -pix_fmt yuv420p");
+        SharedFolderTest::SetUpTestSuite();
+        makeNumberedMovie(*folder_ / "numbered.mp4", 35, 30, 160, 120);
+        makeMovie(*folder_ / "wide.mp4", "-f lavfi -i testsrc2=size=1280x720:rate=30 -t 2 "
+                                         "-c:v libx264 -preset veryfast -crf 16 -pix_fmt yuv420p");
         // A second of test pattern, then a second of a fractal with colours of its own.
-        makeMovie(*folder / "scenes.mp4",
+        makeMovie(*folder_ / "scenes.mp4",
                   "-f lavfi -i testsrc2=size=480x270:rate=30:duration=1 -f lavfi -i "
                   "mandelbrot=size=480x270:rate=30 -filter_complex "
                   "\"[1]trim=duration=1[m];[0][m]concat=n=2:v=1\" -c:v libx264 -preset veryfast "
                   "-crf 14 -pix_fmt yuv420p");
     }
-    static void TearDownTestSuite() { folder.reset(); }
-
-    static std::unique_ptr<TemporaryFolder> folder;
 };
-
-std::unique_ptr<TemporaryFolder> GifExportTest::folder;
 
 // The source frame (at 30 frames a second) that output time t of the edit shows.
 int sourceFrameAt(const EditDecision& edit, double outputSeconds) {
@@ -57,16 +52,11 @@ TEST_F(GifExportTest, FramesAreTenASecondOfTheFirstThirtySecondsAndLoopForever) 
                           Case{"cut and twice as fast", {{2, 4}, {10, 12}}, 2, 20},
                           Case{"late clip first", {{20, 21}, {1, 2}}, 1, 20}}) {
         SCOPED_TRACE(c.name);
-        EditDecision edit(35);
-        edit.clips.clear();
-        for (const auto& [start, end] : c.clips) {
-            edit.clips.push_back(Clip::make(start, end));
-        }
-        edit.speed = c.speed;
-        const auto gif = *folder / "plan.gif";
+        const EditDecision edit = editKeeping(35, c.clips, c.speed);
+        const auto gif = *folder_ / "plan.gif";
         std::filesystem::remove(gif); // the case before wrote it; exports never replace
         std::vector<double> reports;
-        EditRenderer::exportGIF(*folder / "numbered.mp4", edit, gif,
+        EditRenderer::exportGIF(*folder_ / "numbered.mp4", edit, gif,
                                 [&](double fraction) { reports.push_back(fraction); });
 
         const GifStructure structure = readGifStructure(gif);
@@ -94,8 +84,8 @@ TEST_F(GifExportTest, FramesAreTenASecondOfTheFirstThirtySecondsAndLoopForever) 
 TEST_F(GifExportTest, CropThenFitIntoSixHundredFortyPixels) {
     EditDecision edit(2);
     edit.crop = Rect{0.25, 0, 0.5, 1}; // 640 x 720 pixels from x 320
-    const auto gif = *folder / "crop.gif";
-    EditRenderer::exportGIF(*folder / "wide.mp4", edit, gif, {});
+    const auto gif = *folder_ / "crop.gif";
+    EditRenderer::exportGIF(*folder_ / "wide.mp4", edit, gif, {});
 
     const GifStructure structure = readGifStructure(gif);
     EXPECT_EQ(structure.width, 569); // 640 x 640 / 720, rounded
@@ -103,7 +93,7 @@ TEST_F(GifExportTest, CropThenFitIntoSixHundredFortyPixels) {
     EXPECT_EQ(structure.frames.size(), 20u);
 
     const auto scaled = [&](int x) {
-        return run("ffmpeg -v error -i " + quoted(*folder / "wide.mp4") +
+        return run("ffmpeg -v error -i " + quoted(*folder_ / "wide.mp4") +
                    " -frames:v 1 -vf crop=640:720:" + std::to_string(x) +
                    ":0,scale=569:640:flags=lanczos -f rawvideo -pix_fmt rgb24 -");
     };
@@ -117,8 +107,8 @@ TEST_F(GifExportTest, CropThenFitIntoSixHundredFortyPixels) {
 
 TEST_F(GifExportTest, EveryFrameKeepsItsColoursAndNewColoursGetAPaletteOfTheirOwn) {
     EditDecision edit(2);
-    const auto gif = *folder / "scenes.gif";
-    EditRenderer::exportGIF(*folder / "scenes.mp4", edit, gif, {});
+    const auto gif = *folder_ / "scenes.gif";
+    EditRenderer::exportGIF(*folder_ / "scenes.mp4", edit, gif, {});
 
     const GifStructure structure = readGifStructure(gif);
     ASSERT_EQ(structure.frames.size(), 20u);
@@ -129,7 +119,7 @@ TEST_F(GifExportTest, EveryFrameKeepsItsColoursAndNewColoursGetAPaletteOfTheirOw
     ASSERT_EQ(pictures.size(), 20u);
     for (std::size_t k = 0; k < pictures.size(); ++k) {
         const std::string bytes =
-            run("ffmpeg -v error -i " + quoted(*folder / "scenes.mp4") + " -vf \"select=eq(n\\," +
+            run("ffmpeg -v error -i " + quoted(*folder_ / "scenes.mp4") + " -vf \"select=eq(n\\," +
                 std::to_string(3 * k) + ")\" -frames:v 1 -f rawvideo -pix_fmt rgb24 -");
         const RgbPicture source{480, 270, std::vector<std::uint8_t>(bytes.begin(), bytes.end())};
         EXPECT_GT(psnr(pictures[k], source), 30) << "GIF frame " << k;
@@ -138,16 +128,16 @@ TEST_F(GifExportTest, EveryFrameKeepsItsColoursAndNewColoursGetAPaletteOfTheirOw
 
 TEST_F(GifExportTest, FailureAndCancellationLeaveNothingBehind) {
     EditDecision edit(35);
-    const auto unwritable = *folder / "missing" / "out.gif";
-    EXPECT_THROW(EditRenderer::exportGIF(*folder / "numbered.mp4", edit, unwritable, {}),
+    const auto unwritable = *folder_ / "missing" / "out.gif";
+    EXPECT_THROW(EditRenderer::exportGIF(*folder_ / "numbered.mp4", edit, unwritable, {}),
                  MediaError);
     EXPECT_FALSE(std::filesystem::exists(unwritable));
 
-    const auto cancelled = *folder / "cancelled.gif";
+    const auto cancelled = *folder_ / "cancelled.gif";
     std::atomic<bool> cancel{false};
     int reports = 0;
     EXPECT_THROW(EditRenderer::exportGIF(
-                     *folder / "numbered.mp4", edit, cancelled,
+                     *folder_ / "numbered.mp4", edit, cancelled,
                      [&](double) {
                          if (++reports == 5) {
                              cancel = true;
@@ -158,20 +148,20 @@ TEST_F(GifExportTest, FailureAndCancellationLeaveNothingBehind) {
     EXPECT_EQ(reports, 5);
     EXPECT_FALSE(std::filesystem::exists(cancelled));
 
-    EXPECT_THROW(EditRenderer::exportGIF(*folder / "absent.mp4", edit, *folder / "x.gif", {}),
+    EXPECT_THROW(EditRenderer::exportGIF(*folder_ / "absent.mp4", edit, *folder_ / "x.gif", {}),
                  MediaError);
-    EXPECT_FALSE(std::filesystem::exists(*folder / "x.gif"));
+    EXPECT_FALSE(std::filesystem::exists(*folder_ / "x.gif"));
 
     // A GIF never replaces a file, nor writes through a dangling link.
-    const auto taken = *folder / "taken.gif";
+    const auto taken = *folder_ / "taken.gif";
     { std::ofstream(taken) << "someone else’s picture"; }
-    std::filesystem::create_symlink(*folder / "elsewhere.gif", *folder / "dangling.gif");
-    for (const auto& destination : {taken, *folder / "dangling.gif"}) {
-        EXPECT_THROW(EditRenderer::exportGIF(*folder / "numbered.mp4", edit, destination, {}),
+    std::filesystem::create_symlink(*folder_ / "elsewhere.gif", *folder_ / "dangling.gif");
+    for (const auto& destination : {taken, *folder_ / "dangling.gif"}) {
+        EXPECT_THROW(EditRenderer::exportGIF(*folder_ / "numbered.mp4", edit, destination, {}),
                      MediaError);
     }
     EXPECT_TRUE(testing::readFile(taken) == "someone else’s picture") << "replaced";
-    EXPECT_FALSE(std::filesystem::exists(*folder / "elsewhere.gif"));
+    EXPECT_FALSE(std::filesystem::exists(*folder_ / "elsewhere.gif"));
 }
 
 } // namespace

@@ -21,18 +21,14 @@ namespace {
 using namespace edittest;
 using testing::TemporaryFolder;
 
-class PassthroughFailureTest : public ::testing::Test {
+class PassthroughFailureTest : public testing::SharedFolderTest<PassthroughFailureTest> {
   protected:
     static void SetUpTestSuite() {
-        folder_ = std::make_unique<TemporaryFolder>();
+        SharedFolderTest::SetUpTestSuite();
         makeRecordingLikeMovie(recording(), Codec::h264, 4, {{"sine=frequency=440", ""}});
     }
-    static void TearDownTestSuite() { folder_.reset(); }
     static std::filesystem::path recording() { return *folder_ / "recording.mp4"; }
-    static std::unique_ptr<TemporaryFolder> folder_;
 };
-
-std::unique_ptr<TemporaryFolder> PassthroughFailureTest::folder_;
 
 std::vector<std::filesystem::path> contents(const std::filesystem::path& folder) {
     std::vector<std::filesystem::path> names;

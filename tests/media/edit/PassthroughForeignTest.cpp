@@ -14,6 +14,7 @@ namespace {
 
 using namespace edittest;
 using testing::makeMovie;
+using testing::psnr;
 using testing::TemporaryFolder;
 
 const std::string source4s = "-f lavfi -i testsrc2=size=320x240:rate=30:duration=4 "

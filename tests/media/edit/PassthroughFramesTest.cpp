@@ -13,6 +13,7 @@ namespace lumenvale {
 namespace {
 
 using namespace edittest;
+using testing::psnr;
 using testing::TemporaryFolder;
 
 // Keyframes of the test movies fall every 2 s (0, 2, 4). The second clip continues the
@@ -26,10 +27,9 @@ struct Source {
     std::size_t headFrames; // frames from the cuts to the next keyframes
 };
 
-class PassthroughFramesTest : public ::testing::TestWithParam<Source> {
+class PassthroughFramesTest
+    : public testing::SharedFolderTest<PassthroughFramesTest, ::testing::TestWithParam<Source>> {
   protected:
-    static void SetUpTestSuite() { folder_ = std::make_unique<TemporaryFolder>(); }
-    static void TearDownTestSuite() { folder_.reset(); }
     static std::filesystem::path source(const Source& made) {
         const auto path = *folder_ / ("recording-" + std::string(rawValue(made.codec)) + "-" +
                                       std::to_string(made.dropEvery) + ".mp4");
@@ -39,10 +39,7 @@ class PassthroughFramesTest : public ::testing::TestWithParam<Source> {
         }
         return path;
     }
-    static std::unique_ptr<TemporaryFolder> folder_;
 };
-
-std::unique_ptr<TemporaryFolder> PassthroughFramesTest::folder_;
 
 // The output frames that cannot be copies: from each cut whose first frame is not a
 // keyframe up to the next keyframe of the source.

@@ -157,20 +157,6 @@ std::vector<std::string> lumaFrames(const std::filesystem::path& movie) {
     return frames;
 }
 
-double psnr(const std::string& first, const std::string& second) {
-    if (first.size() != second.size() || first.empty()) {
-        return 0;
-    }
-    double squares = 0;
-    for (std::size_t i = 0; i < first.size(); ++i) {
-        const double difference = static_cast<unsigned char>(first[i]) -
-                                  static_cast<double>(static_cast<unsigned char>(second[i]));
-        squares += difference * difference;
-    }
-    const double meanSquare = squares / static_cast<double>(first.size());
-    return meanSquare == 0 ? 99 : 10 * std::log10(255.0 * 255.0 / meanSquare);
-}
-
 std::vector<ExpectedFrame> expectedFrames(const EditDecision& edit,
                                           const std::vector<double>& sourceTimes) {
     constexpr double slack = 1e-6;
@@ -190,15 +176,6 @@ std::vector<ExpectedFrame> expectedFrames(const EditDecision& edit,
         cursor += end - start;
     }
     return frames;
-}
-
-EditDecision editKeeping(double seconds, const std::vector<std::pair<double, double>>& ranges) {
-    EditDecision edit(seconds);
-    edit.clips.clear();
-    for (const auto& [start, end] : ranges) {
-        edit.clips.push_back(Clip::make(start, end));
-    }
-    return edit;
 }
 
 int traceCount(const std::filesystem::path& movie, const std::string& text) {

@@ -3,6 +3,7 @@
 // Test support for the cut-only export: source movies made the way Lumenvale records,
 // and what an exported movie really holds, read back with ffmpeg / ffprobe.
 
+#include "EncodeChecks.h"
 #include "LumenvaleKit/Codec.h"
 #include "LumenvaleKit/EditDecision.h"
 
@@ -12,6 +13,8 @@
 #include <vector>
 
 namespace lumenvale::edittest {
+
+using testing::editKeeping;
 
 constexpr int movieWidth = 320;
 constexpr int movieHeight = 240;
@@ -42,9 +45,6 @@ std::vector<PacketSum> videoPackets(const std::filesystem::path& movie);
 // Every decoded frame of the first video stream as 8-bit luma, in presentation order.
 std::vector<std::string> lumaFrames(const std::filesystem::path& movie);
 
-// Peak signal-to-noise ratio of two luma frames in dB (large when nearly equal).
-double psnr(const std::string& first, const std::string& second);
-
 // The source frames an export of `edit` must show, in output order: for every clip the
 // frame shown at its start through the last frame that begins before its end, with
 // the output time it must have. `sourceTimes` are the source's frame times.
@@ -55,9 +55,6 @@ struct ExpectedFrame {
 };
 std::vector<ExpectedFrame> expectedFrames(const EditDecision& edit,
                                           const std::vector<double>& sourceTimes);
-
-// An edit of a `seconds` long movie keeping the given source ranges in order.
-EditDecision editKeeping(double seconds, const std::vector<std::pair<double, double>>& ranges);
 
 // Lines of `ffprobe -v trace` on the file that contain `text`.
 int traceCount(const std::filesystem::path& movie, const std::string& text);

@@ -15,6 +15,8 @@ namespace lumenvale {
 namespace {
 
 using namespace edittest;
+using testing::audioPackets;
+using testing::audioSamples;
 using testing::quoted;
 using testing::run;
 using testing::TemporaryFolder;
@@ -24,14 +26,6 @@ constexpr double halfAacFrame = 512 / sampleRate;
 
 // A tone during the first half of every second: it starts at 0, 1, 2, ... s.
 const SoundTrack bursts{"aevalsrc=if(lt(mod(t\\,1)\\,0.5)\\,0.5*sin(2*PI*440*t)\\,0):s=48000", ""};
-
-std::vector<float> samplesOf(const std::filesystem::path& movie, int audioStream) {
-    const std::string bytes = run("ffmpeg -v error -i " + quoted(movie) +
-                                  " -map 0:a:" + std::to_string(audioStream) + " -ac 1 -f f32le -");
-    std::vector<float> samples(bytes.size() / sizeof(float));
-    std::memcpy(samples.data(), bytes.data(), samples.size() * sizeof(float));
-    return samples;
-}
 
 // The time the tone starts near `aroundSeconds`: the first loud sample after at least
 // 50 ms of quiet, searched within 0.2 s.
@@ -54,31 +48,10 @@ double onsetNear(const std::vector<float>& samples, double aroundSeconds) {
     return -1;
 }
 
-struct AudioPacket {
-    std::int64_t pts = 0;
-    std::int64_t duration = 0;
-};
-
-std::vector<AudioPacket> audioPackets(const std::filesystem::path& movie, int audioStream) {
-    std::istringstream lines(
-        run("ffprobe -v error -select_streams a:" + std::to_string(audioStream) +
-            " -show_entries packet=pts,duration -of csv=p=0 " + quoted(movie)));
-    std::vector<AudioPacket> packets;
-    std::string line;
-    while (std::getline(lines, line)) {
-        if (line.empty()) {
-            continue; // after a packet with side data
-        }
-        const auto comma = line.find(',');
-        packets.push_back({std::stoll(line.substr(0, comma)), std::stoll(line.substr(comma + 1))});
-    }
-    return packets;
-}
-
-class PassthroughSoundTest : public ::testing::Test {
+class PassthroughSoundTest : public testing::SharedFolderTest<PassthroughSoundTest> {
   protected:
     static void SetUpTestSuite() {
-        folder_ = std::make_unique<TemporaryFolder>();
+        SharedFolderTest::SetUpTestSuite();
         makeRecordingLikeMovie(*folder_ / "bursts.mp4", Codec::h264, 6, {bursts});
         // Lumenvale's layout with both sources recorded.
         makeRecordingLikeMovie(*folder_ / "layout.mp4", Codec::h264, 4,
@@ -86,11 +59,7 @@ class PassthroughSoundTest : public ::testing::Test {
                                 {"sine=frequency=660", "System audio"},
                                 {"sine=frequency=880", "Microphone"}});
     }
-    static void TearDownTestSuite() { folder_.reset(); }
-    static std::unique_ptr<TemporaryFolder> folder_;
 };
-
-std::unique_ptr<TemporaryFolder> PassthroughSoundTest::folder_;
 
 TEST_F(PassthroughSoundTest, StaysInSyncAtEveryCutWithoutGaps) {
     struct Row {
@@ -112,14 +81,14 @@ TEST_F(PassthroughSoundTest, StaysInSyncAtEveryCutWithoutGaps) {
          {{0, 0}, {2, 1}}},
     };
     const auto source = *folder_ / "bursts.mp4";
-    const auto sourceSamples = samplesOf(source, 0);
+    const auto sourceSamples = audioSamples(source, 0);
     for (const Row& row : rows) {
         TemporaryFolder folder;
         const auto output = folder / "edited.mp4";
         const EditDecision edit = editKeeping(6, row.ranges);
         EditRenderer::exportMovie(source, edit, Codec::h264, output, [](double) {});
 
-        const auto samples = samplesOf(output, 0);
+        const auto samples = audioSamples(output, 0);
         const auto clipStarts = edit.clipStarts();
         for (const auto& [nominal, clip] : row.onsets) {
             const double inSource = onsetNear(sourceSamples, nominal);

@@ -18,20 +18,15 @@ constexpr double movieSeconds = 10;
 // Keyframes every second, exactly: the frames a keyframe-only decoder may show.
 const std::string everySecond = "-g 30 -keyint_min 30 -sc_threshold 0 -bf 0";
 
-class ThumbnailsTest : public ::testing::Test {
+class ThumbnailsTest : public testing::SharedFolderTest<ThumbnailsTest> {
   protected:
     static void SetUpTestSuite() {
-        folder = std::make_unique<TemporaryFolder>();
-        makeNumberedMovie(*folder / "wide.mp4", movieSeconds, 30, 320, 180, everySecond);
-        makeNumberedMovie(*folder / "tall.mp4", movieSeconds, 30, 120, 360, everySecond);
-        makeNumberedMovie(*folder / "small.mp4", movieSeconds, 30, 160, 120, everySecond);
+        SharedFolderTest::SetUpTestSuite();
+        makeNumberedMovie(*folder_ / "wide.mp4", movieSeconds, 30, 320, 180, everySecond);
+        makeNumberedMovie(*folder_ / "tall.mp4", movieSeconds, 30, 120, 360, everySecond);
+        makeNumberedMovie(*folder_ / "small.mp4", movieSeconds, 30, 160, 120, everySecond);
     }
-    static void TearDownTestSuite() { folder.reset(); }
-
-    static std::unique_ptr<TemporaryFolder> folder;
 };
-
-std::unique_ptr<TemporaryFolder> ThumbnailsTest::folder;
 
 std::vector<double> meanColour(const Image& image) {
     std::vector<double> sums(3, 0.0);
@@ -55,7 +50,7 @@ TEST_F(ThumbnailsTest, CentresOfEqualSlicesInOrderFittingTheBox) {
     for (const Case& c : {Case{"wide.mp4", 8, {240, 135}}, Case{"tall.mp4", 5, {80, 240}},
                           Case{"small.mp4", 40, {160, 120}}}) {
         SCOPED_TRACE(c.movie);
-        const auto thumbnails = EditRenderer::thumbnails(*folder / c.movie, c.count);
+        const auto thumbnails = EditRenderer::thumbnails(*folder_ / c.movie, c.count);
         ASSERT_EQ(thumbnails.size(), static_cast<std::size_t>(c.count));
         for (int i = 0; i < c.count; ++i) {
             const auto& thumbnail = thumbnails[static_cast<std::size_t>(i)];
@@ -77,14 +72,14 @@ TEST_F(ThumbnailsTest, CentresOfEqualSlicesInOrderFittingTheBox) {
 }
 
 TEST_F(ThumbnailsTest, NothingToShowGivesNoneAndNeverThrows) {
-    EXPECT_TRUE(EditRenderer::thumbnails(*folder / "wide.mp4", 0).empty());
-    EXPECT_TRUE(EditRenderer::thumbnails(*folder / "wide.mp4", -3).empty());
-    EXPECT_TRUE(EditRenderer::thumbnails(*folder / "absent.mp4", 8).empty());
-    const auto text = *folder / "text.mp4";
+    EXPECT_TRUE(EditRenderer::thumbnails(*folder_ / "wide.mp4", 0).empty());
+    EXPECT_TRUE(EditRenderer::thumbnails(*folder_ / "wide.mp4", -3).empty());
+    EXPECT_TRUE(EditRenderer::thumbnails(*folder_ / "absent.mp4", 8).empty());
+    const auto text = *folder_ / "text.mp4";
     std::ofstream(text) << "not a movie";
     EXPECT_TRUE(EditRenderer::thumbnails(text, 8).empty());
-    makeMovie(*folder / "sound.m4a", "-f lavfi -i sine=frequency=440:sample_rate=48000 -t 2");
-    EXPECT_TRUE(EditRenderer::thumbnails(*folder / "sound.m4a", 8).empty());
+    makeMovie(*folder_ / "sound.m4a", "-f lavfi -i sine=frequency=440:sample_rate=48000 -t 2");
+    EXPECT_TRUE(EditRenderer::thumbnails(*folder_ / "sound.m4a", 8).empty());
 }
 
 } // namespace

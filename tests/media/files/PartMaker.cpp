@@ -189,30 +189,4 @@ std::vector<Box> topLevelBoxes(const std::filesystem::path& movie) {
     return boxes;
 }
 
-std::vector<float> decodedAudio(const std::filesystem::path& movie, int audioStream) {
-    const std::string bytes =
-        run("ffmpeg -v error -i " + quoted(movie) + " -map 0:a:" + std::to_string(audioStream) +
-            " -ac 1 -f f32le -acodec pcm_f32le -");
-    std::vector<float> samples(bytes.size() / sizeof(float));
-    std::memcpy(samples.data(), bytes.data(), samples.size() * sizeof(float));
-    return samples;
-}
-
-std::vector<std::pair<std::int64_t, std::int64_t>>
-audioPacketTimes(const std::filesystem::path& movie, int audioStream) {
-    std::istringstream lines(
-        run("ffprobe -v error -select_streams a:" + std::to_string(audioStream) +
-            " -show_entries packet=pts,duration -of csv=p=0 " + quoted(movie)));
-    std::vector<std::pair<std::int64_t, std::int64_t>> times;
-    std::string line;
-    while (std::getline(lines, line)) {
-        const auto comma = line.find(',');
-        if (comma != std::string::npos) {
-            times.emplace_back(std::stoll(line.substr(0, comma)),
-                               std::stoll(line.substr(comma + 1)));
-        }
-    }
-    return times;
-}
-
 } // namespace lumenvale::testing

@@ -53,12 +53,4 @@ struct Box {
 };
 std::vector<Box> topLevelBoxes(const std::filesystem::path& movie);
 
-// The decoded samples of one audio track (index among the audio streams), first
-// channel, at its own rate.
-std::vector<float> decodedAudio(const std::filesystem::path& movie, int audioStream);
-
-// Audio packet times of one track: (pts, duration) in the stream's time base.
-std::vector<std::pair<std::int64_t, std::int64_t>>
-audioPacketTimes(const std::filesystem::path& movie, int audioStream);
-
 } // namespace lumenvale::testing

@@ -134,14 +134,14 @@ TEST_P(JoinTest, ThreePartsPlayAsOneGaplessRecording) {
         // Gapless: each AAC packet lasts exactly its 1024 samples across the joins (in
         // MPEG-4 a packet lasts until the next one starts, so a gap or an overlap at a
         // join shows as a longer or shorter packet).
-        const auto times = testing::audioPacketTimes(saved.path, static_cast<int>(track));
+        const auto times = testing::audioPackets(saved.path, static_cast<int>(track));
         ASSERT_GT(times.size(), 250u);
         for (std::size_t i = 0; i + 1 < times.size(); ++i) {
-            ASSERT_EQ(times[i].second, 1024) << "packet " << i << " at " << times[i].first;
+            ASSERT_EQ(times[i].duration, 1024) << "packet " << i << " at " << times[i].pts;
         }
         // No click: the decoded tone never jumps further than the tone itself moves.
         const double frequency = track == 0 ? 440 : 660;
-        const auto samples = testing::decodedAudio(saved.path, static_cast<int>(track));
+        const auto samples = testing::audioSamples(saved.path, static_cast<int>(track));
         float peak = 0;
         for (float sample : samples) {
             peak = std::max(peak, std::abs(sample));

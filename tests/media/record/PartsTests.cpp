@@ -22,33 +22,9 @@ using namespace std::chrono_literals;
 constexpr PixelSize testSize{320, 240};
 constexpr int testFps = 30;
 
-struct Finished {
-    std::mutex mutex;
-    std::condition_variable changed;
-    std::vector<std::filesystem::path> parts;
-    std::vector<std::string> stopped;
-
-    RecordingPipeline::Handlers handlers() {
-        return {[this](const std::filesystem::path& part) {
-                    std::lock_guard lock(mutex);
-                    parts.push_back(part);
-                    changed.notify_all();
-                },
-                [this](const std::string& reason) {
-                    std::lock_guard lock(mutex);
-                    stopped.push_back(reason);
-                    changed.notify_all();
-                }};
-    }
-    bool waitFor(std::size_t count) {
-        std::unique_lock lock(mutex);
-        return changed.wait_for(lock, 5s, [&] { return parts.size() >= count; });
-    }
-};
-
 TEST(Parts, PauseAndResumeTwiceMakeThreePartsWithContinuousSound) {
     TemporaryFolder folder;
-    Finished finished;
+    PipelineReports finished;
     auto video = std::make_unique<CounterVideoSource>(testSize, testFps);
     RecordingSources sources;
     sources.video = std::move(video);
@@ -64,7 +40,8 @@ TEST(Parts, PauseAndResumeTwiceMakeThreePartsWithContinuousSound) {
     EXPECT_EQ(pipeline.pause(), returned[0]);
     std::this_thread::sleep_for(500ms);
     returned.push_back(pipeline.resume());
-    EXPECT_TRUE(finished.waitFor(1)) << "a paused part with sound is finished once the next opens";
+    EXPECT_TRUE(finished.waitForParts(1))
+        << "a paused part with sound is finished once the next opens";
     std::this_thread::sleep_for(1100ms);
     EXPECT_EQ(pipeline.pause(), returned[1]);
     std::this_thread::sleep_for(400ms);
@@ -73,7 +50,7 @@ TEST(Parts, PauseAndResumeTwiceMakeThreePartsWithContinuousSound) {
     pipeline.stop();
     const RecordingStats stats = pipeline.stats();
 
-    ASSERT_EQ(finished.parts, returned);
+    ASSERT_EQ(finished.finished, returned);
     EXPECT_TRUE(finished.stopped.empty());
     EXPECT_EQ(stats.parts, 3);
 
@@ -134,7 +111,7 @@ TEST(Parts, PauseAndResumeTwiceMakeThreePartsWithContinuousSound) {
 
 TEST(Parts, PartsPausedBeforeTheirFirstFrameAreReportedAndTheSoundStaysWithThePicture) {
     TemporaryFolder folder;
-    Finished finished;
+    PipelineReports finished;
     RecordingSources sources;
     sources.video = std::make_unique<CounterVideoSource>(testSize, testFps);
     sources.systemAudio = AudioDevices::open(AudioKind::system);
@@ -151,7 +128,8 @@ TEST(Parts, PartsPausedBeforeTheirFirstFrameAreReportedAndTheSoundStaysWithThePi
     const std::filesystem::path emptyAtTheEnd = pipeline.resume();
     pipeline.pause();
     pipeline.stop();
-    EXPECT_EQ(finished.parts, (std::vector<std::filesystem::path>{empty, second, emptyAtTheEnd}));
+    EXPECT_EQ(finished.finished,
+              (std::vector<std::filesystem::path>{empty, second, emptyAtTheEnd}));
     EXPECT_TRUE(finished.stopped.empty());
     const MovieInfo info = probe(second);
     EXPECT_EQ(info.tags.at("lumenvale_part"), "2");
@@ -180,7 +158,7 @@ double beepOnset(const std::filesystem::path& part) {
 
 TEST(Parts, SoundStaysInStepWithThePictureInEveryPart) {
     TemporaryFolder folder;
-    Finished finished;
+    PipelineReports finished;
     auto video = std::make_unique<CounterVideoSource>(testSize, testFps);
     auto beeper = std::make_unique<BeepAudioSource>();
     CounterVideoSource& frames = *video;
@@ -208,7 +186,7 @@ TEST(Parts, SoundStaysInStepWithThePictureInEveryPart) {
         }
     }
     pipeline.stop();
-    ASSERT_EQ(finished.parts, parts);
+    ASSERT_EQ(finished.finished, parts);
 
     for (std::size_t k = 0; k < parts.size(); ++k) {
         SCOPED_TRACE("part " + std::to_string(k + 1));

@@ -160,6 +160,30 @@ void CounterVideoSource::run() {
     }
 }
 
+RecordingPipeline::Handlers PipelineReports::handlers() {
+    return {[this](const std::filesystem::path& part) {
+                std::lock_guard lock(mutex);
+                finished.push_back(part);
+                changed.notify_all();
+            },
+            [this](const std::string& reason) {
+                std::lock_guard lock(mutex);
+                stopped.push_back(reason);
+                changed.notify_all();
+            }};
+}
+
+bool PipelineReports::waitForParts(std::size_t count) {
+    std::unique_lock lock(mutex);
+    return changed.wait_for(lock, std::chrono::seconds(5),
+                            [&] { return finished.size() >= count; });
+}
+
+bool PipelineReports::waitForStop() {
+    std::unique_lock lock(mutex);
+    return changed.wait_for(lock, std::chrono::seconds(5), [&] { return !stopped.empty(); });
+}
+
 std::vector<std::int64_t> frameCounters(const std::filesystem::path& movie) {
     const std::string gray =
         run("ffmpeg -v error -i " + quoted(movie) +
@@ -267,14 +291,9 @@ std::vector<float> decodeMono(const std::filesystem::path& movie, int audioStrea
                               double startSeconds, double durationSeconds) {
     // -copyts keeps the file's own timestamps (a part's sound may start before 0);
     // atrim then cuts at the movie's time 0 exactly.
-    const std::string bytes = run("ffmpeg -v error -copyts -i " + quoted(movie) +
-                                  " -map 0:a:" + std::to_string(audioStream) +
-                                  " -af atrim=start=" + std::to_string(startSeconds) +
-                                  ":end=" + std::to_string(startSeconds + durationSeconds) +
-                                  " -ac 1 -ar 48000 -f f32le -acodec pcm_f32le -");
-    std::vector<float> samples(bytes.size() / sizeof(float));
-    std::memcpy(samples.data(), bytes.data(), samples.size() * sizeof(float));
-    return samples;
+    return decodeFloats("-copyts -i " + quoted(movie) + " -map 0:a:" + std::to_string(audioStream) +
+                        " -af atrim=start=" + std::to_string(startSeconds) + ":end=" +
+                        std::to_string(startSeconds + durationSeconds) + " -ac 1 -ar 48000");
 }
 
 double toneAmplitude(const std::filesystem::path& movie, int audioStream, double frequency,
@@ -301,31 +320,6 @@ double toneAmplitude(const std::filesystem::path& movie, int audioStream, double
                      amplitudes.begin() + static_cast<std::ptrdiff_t>(amplitudes.size() / 2),
                      amplitudes.end());
     return amplitudes[amplitudes.size() / 2];
-}
-
-std::vector<AudioPacket> audioPackets(const std::filesystem::path& movie, int audioStream) {
-    std::istringstream lines(
-        run("ffprobe -v error -select_streams a:" + std::to_string(audioStream) +
-            " -show_entries packet=pts,duration -of csv=p=0 " + quoted(movie)));
-    std::vector<AudioPacket> packets;
-    std::string line;
-    while (std::getline(lines, line)) {
-        const auto comma = line.find(',');
-        if (comma == std::string::npos) {
-            continue;
-        }
-        const std::string duration = line.substr(comma + 1);
-        packets.push_back({std::stoll(line.substr(0, comma)),
-                           duration.starts_with("N/A") ? -1 : std::stoll(duration)});
-    }
-    // The demuxer leaves out the duration of a packet that an edit list cuts into;
-    // the next packet's timestamp tells it.
-    for (std::size_t i = 0; i + 1 < packets.size(); ++i) {
-        if (packets[i].duration < 0) {
-            packets[i].duration = packets[i + 1].pts - packets[i].pts;
-        }
-    }
-    return packets;
 }
 
 std::vector<std::string> trackNameBoxes(const std::filesystem::path& movie) {

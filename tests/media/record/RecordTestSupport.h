@@ -5,10 +5,12 @@
 // of what a written part holds.
 
 #include "LumenvaleMedia/AudioSource.h"
+#include "LumenvaleMedia/RecordingPipeline.h"
 #include "LumenvaleMedia/VideoSource.h"
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <cstdint>
 #include <filesystem>
 #include <mutex>
@@ -88,6 +90,21 @@ class BeepAudioSource final : public AudioSource {
     std::thread thread_;
 };
 
+// What a recording pipeline's handlers reported: the parts it finished and the reasons
+// it stopped by itself, in order.
+struct PipelineReports {
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::vector<std::filesystem::path> finished;
+    std::vector<std::string> stopped;
+
+    RecordingPipeline::Handlers handlers();
+    // True once at least `count` parts were finished, waiting at most 5 s.
+    bool waitForParts(std::size_t count);
+    // True once the pipeline stopped by itself, waiting at most 5 s.
+    bool waitForStop();
+};
+
 // The frame numbers painted into the frames of a movie's video, in order.
 std::vector<std::int64_t> frameCounters(const std::filesystem::path& movie);
 
@@ -116,14 +133,6 @@ std::vector<float> decodeMono(const std::filesystem::path& movie, int audioStrea
 // one Fourier bin, so other tones and the odd dropout hardly change it.
 double toneAmplitude(const std::filesystem::path& movie, int audioStream, double frequency,
                      double startSeconds, double durationSeconds);
-
-struct AudioPacket {
-    std::int64_t pts = 0;      // in 1/48000
-    std::int64_t duration = 0; // in 1/48000
-};
-// The packets of one audio stream as the demuxer reports them (with the file's edit
-// lists applied, as every reader sees them), in file order.
-std::vector<AudioPacket> audioPackets(const std::filesystem::path& movie, int audioStream);
 
 // The names in the "name" boxes of a file's tracks (the track titles), in file order.
 std::vector<std::string> trackNameBoxes(const std::filesystem::path& movie);

@@ -22,34 +22,13 @@ constexpr PixelSize testSize{320, 240};
 constexpr int testFps = 30;
 const LocalDateTime startedAt{2024, 5, 6, 7, 8, 9};
 
-// What the pipeline's handlers reported.
-struct Reports {
-    std::mutex mutex;
-    std::condition_variable changed;
-    std::vector<std::filesystem::path> finished;
-    std::vector<std::string> stopped;
-
-    RecordingPipeline::Handlers handlers() {
-        return {[this](const std::filesystem::path& part) {
-                    std::lock_guard lock(mutex);
-                    finished.push_back(part);
-                    changed.notify_all();
-                },
-                [this](const std::string& reason) {
-                    std::lock_guard lock(mutex);
-                    stopped.push_back(reason);
-                    changed.notify_all();
-                }};
-    }
-};
-
 struct Recorder {
     CounterVideoSource* video = nullptr;
     std::unique_ptr<RecordingPipeline> pipeline;
 };
 
 Recorder makeRecorder(const std::filesystem::path& folder, bool systemAudio, bool microphone,
-                      Reports& reports, Codec codec = Codec::h264) {
+                      PipelineReports& reports, Codec codec = Codec::h264) {
     RecordingSources sources;
     auto video = std::make_unique<CounterVideoSource>(testSize, testFps);
     Recorder recorder;
@@ -81,7 +60,7 @@ class TrackLayout : public ::testing::TestWithParam<LayoutCase> {};
 TEST_P(TrackLayout, TracksTitlesAndSoundFollowTheRecordedSources) {
     const LayoutCase& layout = GetParam();
     TemporaryFolder folder;
-    Reports reports;
+    PipelineReports reports;
     Recorder recorder = makeRecorder(folder.path(), layout.system, layout.microphone, reports);
     std::filesystem::path part;
     {
@@ -142,14 +121,11 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(RecordingPipelineFailures, ASourceThatEndsByItselfIsReportedOnceAndTheRecordingIsKept) {
     TemporaryFolder folder;
-    Reports reports;
+    PipelineReports reports;
     Recorder recorder = makeRecorder(folder.path(), true, false, reports);
     recorder.video->endAfter(45, "The window closed.");
     const std::filesystem::path part = recorder.pipeline->start();
-    {
-        std::unique_lock lock(reports.mutex);
-        ASSERT_TRUE(reports.changed.wait_for(lock, 5s, [&] { return !reports.stopped.empty(); }));
-    }
+    ASSERT_TRUE(reports.waitForStop());
     recorder.pipeline->stop();
     recorder.pipeline->stop(); // a second stop changes nothing
     EXPECT_EQ(reports.stopped, std::vector<std::string>{"The window closed."});
@@ -164,7 +140,7 @@ TEST(RecordingPipelineFailures, AResumeThatCannotCreateItsPartStaysPaused) {
     TemporaryFolder folder;
     const std::filesystem::path partsFolder = folder / "parts";
     std::filesystem::create_directory(partsFolder);
-    Reports reports;
+    PipelineReports reports;
     Recorder recorder = makeRecorder(partsFolder, false, true, reports);
     const std::filesystem::path first = recorder.pipeline->start();
     std::this_thread::sleep_for(700ms);
@@ -189,7 +165,7 @@ TEST(RecordingPipelineFailures, AResumeThatCannotCreateItsPartStaysPaused) {
 
 TEST(RecordingPipelineFailures, AStartThatFailsLeavesNoPartBehind) {
     TemporaryFolder folder;
-    Reports reports;
+    PipelineReports reports;
     RecordingSources sources;
     sources.video = std::make_unique<CounterVideoSource>(testSize, testFps);
     sources.microphone = AudioDevices::open(AudioKind::microphone, "lumenvale_no_such_source");
