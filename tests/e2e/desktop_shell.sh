@@ -97,40 +97,20 @@ bus_owner_pid() {
 # hold_grab KEYCODE MODIFIERS: another X client grabs the key with exactly these X
 # modifiers on the root window and holds it until the script ends.
 hold_grab() {
-  "$python" - "$1" "$2" "$work/grab.ready" <<'PY' &
-import ctypes, signal, sys
-x = ctypes.CDLL("libX11.so.6")
-x.XOpenDisplay.restype = ctypes.c_void_p
-x.XOpenDisplay.argtypes = [ctypes.c_char_p]
-x.XDefaultRootWindow.restype = ctypes.c_ulong
-x.XDefaultRootWindow.argtypes = [ctypes.c_void_p]
-x.XGrabKey.argtypes = [ctypes.c_void_p, ctypes.c_int, ctypes.c_uint, ctypes.c_ulong,
-                       ctypes.c_int, ctypes.c_int, ctypes.c_int]
-x.XSync.argtypes = [ctypes.c_void_p, ctypes.c_int]
-refused = []
-on_error = ctypes.CFUNCTYPE(ctypes.c_int, ctypes.c_void_p, ctypes.c_void_p)(
-    lambda display, error: refused.append(1) or 0)
-x.XSetErrorHandler(on_error)
-display = x.XOpenDisplay(None)
-x.XGrabKey(display, int(sys.argv[1]), int(sys.argv[2]), x.XDefaultRootWindow(display), 0, 1, 1)
-x.XSync(display, 0)
-if refused:
-    sys.exit("the grab was refused")
-open(sys.argv[3], "w").close()
-signal.pause()
-PY
+  "$python" "$lib/xgrab.py" hold "$1" "$2" "$work/grab.ready" &
   background_pids+=($!)
   until_true 10 test -e "$work/grab.ready" || fail "the other X client could not grab $1/$2"
 }
 
-# The tray menu's rows while idle, with the Edit Last row's state and Record Screen's
-# shortcut column as given.
-idle_rows() {
-  local edit_last=$1 screen_shortcut=${2:+ | $2}
+# menu_rows RECORD EDIT_LAST [SCREEN_SHORTCUT]: the tray menu's rows below the header,
+# the record rows and Edit Last in the states given ("enabled" or "disabled"), Record
+# Screen with its shortcut column.
+menu_rows() {
+  local record=$1 edit_last=$2 screen_shortcut=${3:+ | $3}
   cat <<ROWS
-Record Screen | enabled$screen_shortcut
-Record Area | enabled
-Record Window | enabled
+Record Screen | $record$screen_shortcut
+Record Area | $record
+Record Window | $record
 ---
 Edit Last Recording… | $edit_last
 Open Recording… | enabled
@@ -164,7 +144,7 @@ item=$(tray items --count 1 --timeout 20) || fail "the first launch registered n
 ui exists --window "$welcome" --timeout 20 || fail "the first launch showed no welcome window"
 [[ $(registrations) -eq 1 && $(tray items) == "$item" ]] ||
   fail "expected exactly one tray item, saw: $(cat "$work/watcher.log")"
-idle_rows disabled | tray menu --expect >/dev/null || fail "the idle tray menu"
+menu_rows enabled disabled | tray menu --expect >/dev/null || fail "the idle tray menu"
 pass "first launch: one tray item with the idle menu's rows, and the welcome window"
 
 ui press --window "$welcome" --role "push button" "Get Started" || fail "pressing Get Started"
@@ -216,7 +196,7 @@ ui read "$field" --field description --expect "Ctrl+Alt+Shift+R" ||
   fail "the field did not take the shortcut"
 # R is stored as key 15, with Ctrl (1) + Alt (2) + Shift (4).
 expect_stored hotkey.screen '{"keyCode": 15, "mods": 7}'
-idle_rows disabled Control+Alt+Shift+R | tray menu --expect >/dev/null ||
+menu_rows enabled disabled Control+Alt+Shift+R | tray menu --expect >/dev/null ||
   fail "the tray menu does not show the new shortcut"
 ui keys --window "$settings" ctrl+w || fail "Ctrl+W to the settings window"
 ui absent --window "$settings" || fail "Ctrl+W left the settings window open"
@@ -228,22 +208,10 @@ recording() { [[ $(part_count) -ge 1 ]]; }
 xdotool key ctrl+alt+shift+r
 until_true 10 recording || fail "the shortcut started no recording: $(cat "$work/app.err")"
 started=$(date +%s.%N)
-tray menu --expect >/dev/null <<'ROWS' || fail "the tray menu while recording"
-Recording [0-9][0-9]:[0-9][0-9] | disabled
-Stop | enabled
----
-Record Screen | disabled | Control+Alt+Shift+R
-Record Area | disabled
-Record Window | disabled
----
-Edit Last Recording… | disabled
-Open Recording… | enabled
----
-Check for Updates… | enabled
-About Lumenvale | enabled
-Settings… | enabled | Control+,
-Quit Lumenvale | enabled | Control+Q
-ROWS
+{
+  printf '%s\n' "Recording [0-9][0-9]:[0-9][0-9] | disabled" "Stop | enabled" "---"
+  menu_rows disabled disabled Control+Alt+Shift+R
+} | tray menu --expect >/dev/null || fail "the tray menu while recording"
 sleep 2
 xdotool key ctrl+alt+shift+r
 stopped=$(date +%s.%N)
@@ -257,7 +225,7 @@ approx "$(format_duration "$movie")" "$expected" 0.6 ||
   fail "expected the movie to last about $expected s, saw $(format_duration "$movie") s"
 errors=$(ffmpeg -v error -i "$movie" -f null - 2>&1) || fail "the movie does not decode: $errors"
 [[ -z $errors ]] || fail "decoding the movie reported: $errors"
-idle_rows enabled Control+Alt+Shift+R | tray menu --expect >/dev/null ||
+menu_rows enabled enabled Control+Alt+Shift+R | tray menu --expect >/dev/null ||
   fail "the tray menu after the recording"
 pass "the shortcut records the screen and saves a movie of $(format_duration "$movie") s"
 

@@ -37,18 +37,31 @@ now() { date +%s.%N; }
 elapsed() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.3f", b - a }'; }
 add() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.3f", a + b }'; }
 
-# The metronome: a movie played full screen by ffplay for the whole run; every 2 s it
-# shows white for half a second while a half-second tone plays. One player keeps the
-# flash and the tone together, so the movies' sync errors are Lumenvale's own.
+# The metronome: a movie played full screen by ffplay; every 2 s it shows white for
+# half a second while a half-second tone plays. One player keeps the flash and the tone
+# together, so the movies' sync errors are Lumenvale's own. Over minutes the player's
+# own picture drifts behind its sound (by about 0.1 s in 7 minutes, the same in every
+# movie whatever Lumenvale does), so it is started afresh every minute, between
+# recordings.
 metronome_seconds=$((minutes * 60 + 300))
 ffmpeg -v error -y \
   -f lavfi -i "color=black:s=320x180:r=10:d=$metronome_seconds[b];color=white:s=320x180:r=10:d=$metronome_seconds[w];[b][w]overlay=enable='lt(mod(t\,2)\,0.5)'" \
   -f lavfi -i "aevalsrc='if(lt(mod(t\,2)\,0.5)\,0.5*sin(2*PI*880*t)\,0)':s=48000:d=$metronome_seconds" \
   -c:v libx264 -preset ultrafast -g 20 -c:a aac "$work/metronome.mkv"
-# Ahead of everything else on the machine: a late metronome would look like drift.
-nice -n -10 ffplay -fs -loglevel error "$work/metronome.mkv" &
-background_pids+=($!)
-sleep 1
+metronome=""
+metronome_started=0
+# restart_metronome: a fresh player, ahead of everything else on the machine (a late
+# metronome would look like drift), once it has played for a minute.
+restart_metronome() {
+  (($(date +%s) - metronome_started >= 60)) || return 0
+  [[ -n $metronome ]] && { kill "$metronome" 2>/dev/null || true; wait "$metronome" 2>/dev/null || true; }
+  nice -n -10 ffplay -fs -loglevel error "$work/metronome.mkv" &
+  metronome=$!
+  background_pids+=($metronome)
+  metronome_started=$(date +%s)
+  sleep 1
+}
+restart_metronome
 
 # Every recording that was started: "id expected-seconds how-it-ended movie".
 ledger=$work/ledger
@@ -116,6 +129,7 @@ while (($(date +%s) < deadline)); do
     recorder=$overlapping_start
     overlapping_start=""
   else
+    restart_metronome
     start_recorder "$id"
   fi
   started=$recorder_started
@@ -140,8 +154,9 @@ while (($(date +%s) < deadline)); do
   if chance 30; then
     kill -KILL "$recorder"
     wait "$recorder" 2>/dev/null || true
-    collect_second_instances
+    # A second instance still starting may be the one that recovers it.
     pending_kill="$id $recorded"
+    collect_second_instances
     echo "recording $id: killed after $recorded s recorded (paused: $paused)" >>"$log"
     continue
   fi

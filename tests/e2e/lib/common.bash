@@ -117,32 +117,5 @@ finish_background() {
 # grab of the X key code with the modifier mask (Shift 1, Control 4, Mod1 8, Mod4 64),
 # found by trying the same grab and being refused; fails when none does by then.
 wait_for_grab() {
-  python3 - "$1" "$2" <<'PY'
-import ctypes, sys, time
-x = ctypes.CDLL("libX11.so.6")
-x.XOpenDisplay.restype = ctypes.c_void_p
-x.XOpenDisplay.argtypes = [ctypes.c_char_p]
-x.XDefaultRootWindow.restype = ctypes.c_ulong
-x.XDefaultRootWindow.argtypes = [ctypes.c_void_p]
-x.XGrabKey.argtypes = [ctypes.c_void_p, ctypes.c_int, ctypes.c_uint, ctypes.c_ulong,
-                       ctypes.c_int, ctypes.c_int, ctypes.c_int]
-x.XUngrabKey.argtypes = [ctypes.c_void_p, ctypes.c_int, ctypes.c_uint, ctypes.c_ulong]
-x.XSync.argtypes = [ctypes.c_void_p, ctypes.c_int]
-refused = []
-on_error = ctypes.CFUNCTYPE(ctypes.c_int, ctypes.c_void_p, ctypes.c_void_p)(
-    lambda display, error: refused.append(1) or 0)
-x.XSetErrorHandler(on_error)
-display = x.XOpenDisplay(None)
-root = x.XDefaultRootWindow(display)
-key, modifiers = int(sys.argv[1]), int(sys.argv[2])
-for _ in range(600):
-    x.XGrabKey(display, key, modifiers, root, 0, 1, 1)
-    x.XSync(display, 0)
-    if refused:
-        sys.exit(0)
-    x.XUngrabKey(display, key, modifiers, root)
-    x.XSync(display, 0)
-    time.sleep(0.05)
-sys.exit(1)
-PY
+  python3 "$(dirname "${BASH_SOURCE[0]}")/xgrab.py" held "$1" "$2"
 }
