@@ -121,18 +121,15 @@ bool save(const RecordingOptions& options) {
 bool sync() {
     QSettings& settings = defaults();
     settings.sync();
-    // QSettings keeps the first error it ever met, so whether this write reached the
-    // disk is read back from the file itself.
-    const QSettings written(settings.fileName(), QSettings::IniFormat);
-    bool same = written.status() == QSettings::NoError;
-    for (const QString& key : settings.allKeys()) {
-        same = same && written.value(key).toString() == settings.value(key).toString();
-    }
-    writeProblem = same ? QString()
-                        : QStringLiteral("Lumenvale can’t save its settings in “%1”, so "
-                                         "changes last until it quits.")
-                              .arg(QFileInfo(settings.fileName()).path());
-    return same;
+    // QSettings keeps the first error it ever met; a fresh handle on the same file
+    // tries the pending write again and reports how this attempt went.
+    const bool written =
+        QSettings(settings.fileName(), QSettings::IniFormat).status() == QSettings::NoError;
+    writeProblem = written ? QString()
+                           : QStringLiteral("Lumenvale can’t save its settings in “%1”, so "
+                                            "changes last until it quits.")
+                                 .arg(QFileInfo(settings.fileName()).path());
+    return written;
 }
 
 QString problem() {

@@ -180,47 +180,34 @@ std::uint16_t GlobalKeysX11::numLockMask() {
     return 0;
 }
 
-std::optional<xcb_keycode_t> GlobalKeysX11::keyForModifier(std::uint16_t mask) {
-    xcb_connection_t* connection = connection_.get();
-    const x11::Reply<xcb_get_modifier_mapping_reply_t> mapping(
-        xcb_get_modifier_mapping_reply(connection, xcb_get_modifier_mapping(connection), nullptr));
-    if (!mapping) {
-        return std::nullopt;
-    }
-    const xcb_keycode_t* keys = xcb_get_modifier_mapping_keycodes(mapping.get());
-    const int perModifier = mapping->keycodes_per_modifier;
-    for (int modifier = 0; modifier < 8; ++modifier) {
-        if ((1U << modifier) != mask) {
-            continue;
-        }
-        for (int i = 0; i < perModifier; ++i) {
-            if (keys[modifier * perModifier + i] != 0) {
-                return keys[modifier * perModifier + i];
-            }
-        }
-    }
-    return std::nullopt;
-}
-
 bool GlobalKeysX11::press(Combo combo) {
     const std::optional<int> evdev = KeyNames::toEvdev(combo.keyCode);
     if (!connected() || !evdev) {
         return false;
     }
-    std::vector<xcb_keycode_t> modifierKeys;
+    xcb_connection_t* connection = connection_.get();
+    const x11::Reply<xcb_get_modifier_mapping_reply_t> mapping(
+        xcb_get_modifier_mapping_reply(connection, xcb_get_modifier_mapping(connection), nullptr));
+    if (!mapping) {
+        return false;
+    }
+    // For each modifier bit of the combination, the first key that sets it.
+    const xcb_keycode_t* keys = xcb_get_modifier_mapping_keycodes(mapping.get());
+    const int perModifier = mapping->keycodes_per_modifier;
     const std::uint16_t modifiers = modifiersOf(combo.mods);
-    for (unsigned bit = 0; bit < 8; ++bit) {
-        if ((modifiers & (1U << bit)) == 0) {
+    std::vector<xcb_keycode_t> modifierKeys;
+    for (int modifier = 0; modifier < 8; ++modifier) {
+        if ((modifiers & (1U << modifier)) == 0) {
             continue;
         }
-        const std::optional<xcb_keycode_t> key =
-            keyForModifier(static_cast<std::uint16_t>(1U << bit));
-        if (!key) {
+        const xcb_keycode_t* first = keys + modifier * perModifier;
+        const xcb_keycode_t* found =
+            std::find_if(first, first + perModifier, [](xcb_keycode_t key) { return key != 0; });
+        if (found == first + perModifier) {
             return false;
         }
-        modifierKeys.push_back(*key);
+        modifierKeys.push_back(*found);
     }
-    xcb_connection_t* connection = connection_.get();
     const auto fake = [&](std::uint8_t type, xcb_keycode_t key) {
         xcb_test_fake_input(connection, type, key, XCB_CURRENT_TIME, XCB_NONE, 0, 0, 0);
     };

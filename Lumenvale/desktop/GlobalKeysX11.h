@@ -7,7 +7,6 @@
 #include <QSocketNotifier>
 #include <map>
 #include <memory>
-#include <optional>
 #include <set>
 #include <vector>
 
@@ -43,8 +42,6 @@ class GlobalKeysX11 final : public GlobalKeys {
     bool connected() const;
     // The modifier bit that Num Lock sets now (usually Mod2); 0 when no key is Num Lock.
     std::uint16_t numLockMask();
-    // A key that sets the modifier bit `mask` now; nothing when no key does.
-    std::optional<xcb_keycode_t> keyForModifier(std::uint16_t mask);
     // Grabs every variant of `held`; when the server refuses one, lets go of the others
     // and answers false.
     bool grabVariants(const Held& held);

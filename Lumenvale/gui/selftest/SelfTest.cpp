@@ -135,13 +135,7 @@ class Checks : public QObject {
         });
         runner_.add(
             QStringLiteral("menu rows while recording"),
-            [this](const Done& done) {
-                QString failure = compareMenu(delegate_.menu(), whileRecording());
-                if (failure.isEmpty() && !delegate_.menu().headerVisible()) {
-                    failure = QStringLiteral("the header with the elapsed time is hidden");
-                }
-                done(failure);
-            },
+            [this](const Done& done) { done(compareRecordingMenu(QStringLiteral("Recording"))); },
             recording);
         runner_.add(
             QStringLiteral("pause after two seconds"),
@@ -154,15 +148,7 @@ class Checks : public QObject {
             recording);
         runner_.add(
             QStringLiteral("menu rows while paused"),
-            [this](const Done& done) {
-                QString failure = compareMenu(delegate_.menu(), whileRecording());
-                if (failure.isEmpty() &&
-                    !delegate_.menu().headerText().startsWith(QLatin1String("Paused"))) {
-                    failure =
-                        QStringLiteral("the header says “%1”").arg(delegate_.menu().headerText());
-                }
-                done(failure);
-            },
+            [this](const Done& done) { done(compareRecordingMenu(QStringLiteral("Paused"))); },
             recording);
         runner_.add(
             QStringLiteral("resume and record one more second"),
@@ -279,6 +265,16 @@ class Checks : public QObject {
                             this, [&updates] { return updates.canCheck(); },
                             [&updates] { updates.checkByHand(); });
                     });
+    }
+
+    // The menu of a recording or a pause: Stop first, no record rows to choose, and the
+    // header's text beginning with `header`.
+    QString compareRecordingMenu(const QString& header) const {
+        const QString failure = compareMenu(delegate_.menu(), whileRecording());
+        if (failure.isEmpty() && !delegate_.menu().headerText().startsWith(header)) {
+            return QStringLiteral("the header says “%1”").arg(delegate_.menu().headerText());
+        }
+        return failure;
     }
 
     // Reports once the recorder is in `phase`, or why it will not get there.

@@ -33,9 +33,11 @@ SettingsModel::SettingsModel(ScreenRecorder& recorder, QObject* parent)
     connect(&poll_, &QTimer::timeout, this, &SettingsModel::refreshMicrophones);
 }
 
-template <typename Change> void SettingsModel::change(Change change) {
-    RecordingOptions options = recorder_.options();
-    change(options);
+const RecordingOptions& SettingsModel::options() const {
+    return recorder_.options();
+}
+
+void SettingsModel::store(const RecordingOptions& options) {
     recorder_.setOptions(options);
     setProblem(Store::problem());
 }
@@ -48,7 +50,7 @@ void SettingsModel::setProblem(const QString& problem) {
 }
 
 QString SettingsModel::saveFolder() const {
-    return toQString(SaveFolder::resolve(recorder_.options()));
+    return toQString(SaveFolder::resolve(options()));
 }
 
 void SettingsModel::setSaveFolder(const QString& folder) {
@@ -57,7 +59,7 @@ void SettingsModel::setSaveFolder(const QString& folder) {
     if (path.isEmpty()) {
         return;
     }
-    change([&](RecordingOptions& options) { options.folderPath = toPath(path).string(); });
+    set(&RecordingOptions::folderPath, std::optional<std::string>(toPath(path).string()));
 }
 
 void SettingsModel::setStartAtLogin(bool start) {
@@ -69,12 +71,12 @@ void SettingsModel::setStartAtLogin(bool start) {
 }
 
 int SettingsModel::fps() const {
-    return static_cast<int>(recorder_.options().fps);
+    return static_cast<int>(options().fps);
 }
 
 void SettingsModel::setFps(int fps) {
     if (fps > 0) {
-        change([&](RecordingOptions& options) { options.fps = fps; });
+        set(&RecordingOptions::fps, std::int64_t{fps});
     }
 }
 
@@ -91,12 +93,12 @@ QVariantList SettingsModel::frameRates() const {
 }
 
 QString SettingsModel::codec() const {
-    return QString::fromUtf8(rawValue(recorder_.options().codec));
+    return QString::fromUtf8(rawValue(options().codec));
 }
 
 void SettingsModel::setCodec(const QString& codec) {
     if (const std::optional<Codec> chosen = codecFromRawValue(codec.toStdString())) {
-        change([&](RecordingOptions& options) { options.codec = *chosen; });
+        set(&RecordingOptions::codec, *chosen);
     }
 }
 
@@ -112,59 +114,17 @@ QVariantList SettingsModel::codecs() const {
     return list;
 }
 
-bool SettingsModel::showsPointer() const {
-    return recorder_.options().showsPointer;
-}
-void SettingsModel::setShowsPointer(bool shows) {
-    change([&](RecordingOptions& options) { options.showsPointer = shows; });
-}
-bool SettingsModel::showsClicks() const {
-    return recorder_.options().showsClicks;
-}
-void SettingsModel::setShowsClicks(bool shows) {
-    change([&](RecordingOptions& options) { options.showsClicks = shows; });
-}
-bool SettingsModel::countdown() const {
-    return recorder_.options().countdown;
-}
-void SettingsModel::setCountdown(bool countdown) {
-    change([&](RecordingOptions& options) { options.countdown = countdown; });
-}
-bool SettingsModel::camera() const {
-    return recorder_.options().camera;
-}
-void SettingsModel::setCamera(bool camera) {
-    change([&](RecordingOptions& options) { options.camera = camera; });
-}
-double SettingsModel::bubbleDiameter() const {
-    return recorder_.options().bubbleDiameter;
-}
 void SettingsModel::setBubbleDiameter(double points) {
-    const double diameter = std::clamp(points, bubbleMinimum(), bubbleMaximum());
-    change([&](RecordingOptions& options) { options.bubbleDiameter = diameter; });
-}
-bool SettingsModel::systemAudio() const {
-    return recorder_.options().systemAudio;
-}
-void SettingsModel::setSystemAudio(bool record) {
-    change([&](RecordingOptions& options) { options.systemAudio = record; });
-}
-bool SettingsModel::microphone() const {
-    return recorder_.options().microphone;
-}
-void SettingsModel::setMicrophone(bool record) {
-    change([&](RecordingOptions& options) { options.microphone = record; });
+    set(&RecordingOptions::bubbleDiameter, std::clamp(points, bubbleMinimum(), bubbleMaximum()));
 }
 
 QString SettingsModel::microphoneID() const {
-    return QString::fromStdString(recorder_.options().microphoneID.value_or(std::string()));
+    return QString::fromStdString(options().microphoneID.value_or(std::string()));
 }
 
 void SettingsModel::setMicrophoneID(const QString& id) {
-    change([&](RecordingOptions& options) {
-        options.microphoneID =
-            id.isEmpty() ? std::nullopt : std::optional<std::string>(id.toStdString());
-    });
+    set(&RecordingOptions::microphoneID,
+        id.isEmpty() ? std::nullopt : std::optional<std::string>(id.toStdString()));
 }
 
 QVariantList SettingsModel::microphones() const {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "LumenvaleKit/RecordingOptions.h"
+
 #include <QObject>
 #include <QString>
 #include <QTimer>
@@ -60,22 +62,22 @@ class SettingsModel : public QObject {
     void setCodec(const QString& codec);
     // [{value, title}] of the codecs this machine can encode, in codec order.
     QVariantList codecs() const;
-    bool showsPointer() const;
-    void setShowsPointer(bool shows);
-    bool showsClicks() const;
-    void setShowsClicks(bool shows);
-    bool countdown() const;
-    void setCountdown(bool countdown);
-    bool camera() const;
-    void setCamera(bool camera);
-    double bubbleDiameter() const;
+    bool showsPointer() const { return options().showsPointer; }
+    void setShowsPointer(bool shows) { set(&RecordingOptions::showsPointer, shows); }
+    bool showsClicks() const { return options().showsClicks; }
+    void setShowsClicks(bool shows) { set(&RecordingOptions::showsClicks, shows); }
+    bool countdown() const { return options().countdown; }
+    void setCountdown(bool countdown) { set(&RecordingOptions::countdown, countdown); }
+    bool camera() const { return options().camera; }
+    void setCamera(bool camera) { set(&RecordingOptions::camera, camera); }
+    double bubbleDiameter() const { return options().bubbleDiameter; }
     void setBubbleDiameter(double points);
     static double bubbleMinimum() { return 96; }
     static double bubbleMaximum() { return 480; }
-    bool systemAudio() const;
-    void setSystemAudio(bool record);
-    bool microphone() const;
-    void setMicrophone(bool record);
+    bool systemAudio() const { return options().systemAudio; }
+    void setSystemAudio(bool record) { set(&RecordingOptions::systemAudio, record); }
+    bool microphone() const { return options().microphone; }
+    void setMicrophone(bool record) { set(&RecordingOptions::microphone, record); }
     // The chosen source's name; empty for the server's default source.
     QString microphoneID() const;
     void setMicrophoneID(const QString& id);
@@ -103,7 +105,14 @@ class SettingsModel : public QObject {
         QString title;
     };
 
-    template <typename Change> void change(Change change);
+    const RecordingOptions& options() const;
+    // Stores `value` in the recorder's options.
+    template <typename Value> void set(Value RecordingOptions::*field, Value value) {
+        RecordingOptions changed = options();
+        changed.*field = std::move(value);
+        store(changed);
+    }
+    void store(const RecordingOptions& options);
     void setProblem(const QString& problem);
 
     ScreenRecorder& recorder_;

@@ -1,8 +1,8 @@
 // The updater against a real HTTP server of the test's own: which feed it asks for,
 // what it offers, what it keeps pending, and how each failure reads.
 
-#include "desktop/FeedServer.h"
 #include "base/Store.h"
+#include "desktop/FeedServer.h"
 #include "desktop/Updates.h"
 
 #include <QSettings>

@@ -13,19 +13,17 @@ menus (com.canonical.dbusmenu), as the panel reads and clicks them.
                                       "unregistered SERVICE TIME" (TIME: Unix seconds)
     tray.py items [--count N]         the registered items, one a line; with --count,
                                       first wait until exactly N are registered
-    tray.py menu [--item S] [--expect]
-                                      the item's menu, one row a line:
+    tray.py menu [--expect]           the one registered item's menu, one row a line:
                                       "LABEL | enabled" or "LABEL | disabled", then
                                       " | SHORTCUT" when the row shows one; "---" for a
                                       separator; "hidden" in place of the state for a row
                                       that is not shown; with --expect, first wait until
                                       the rows are those on stdin, one a line (shell
                                       wildcards allowed: "Recording ??:?? | disabled")
-    tray.py click [--item S] LABEL    click the row with that label (it must be shown
+    tray.py click LABEL               click the row with that label (it must be shown
                                       and enabled)
 
---item names the item (the service it registered with); without it, the one item
-registered. The waits last --timeout seconds (10 by default); a command that fails
+The waits last --timeout seconds (10 by default); a command that fails
 says on stderr what it expected and what it saw, and exits 1.
 """
 
@@ -271,14 +269,9 @@ def wait_for_items(bus, count, timeout):
     return items
 
 
-def the_item(bus, item):
-    """The named item, or the one registered item."""
-    return item if item else wait_for_items(bus, 1, 0)[0]
-
-
-def item_menu(bus, item):
-    """The dbusmenu object of an item ("busname" or "busname/path")."""
-    name, _, path = item.partition("/")
+def item_menu(bus):
+    """The dbusmenu object of the one registered item ("busname" or "busname/path")."""
+    name, _, path = wait_for_items(bus, 1, 0)[0].partition("/")
     proxy = bus.get_object(name, "/" + path if path else ITEM_PATH)
     menu_path = proxy.Get(ITEM, "Menu", dbus_interface=PROPERTIES)
     return bus.get_object(name, menu_path)
@@ -326,10 +319,10 @@ def rows_match(lines, patterns):
         fnmatch.fnmatchcase(line, pattern) for line, pattern in zip(lines, patterns))
 
 
-def show_menu(bus, item, expected, timeout):
+def show_menu(bus, expected, timeout):
     """Prints the menu's rows; with expected (row patterns), first waits until the menu
     is made of exactly those rows."""
-    menu = item_menu(bus, the_item(bus, item))
+    menu = item_menu(bus)
     lines = [row_text(row) for row in menu_rows(menu)]
     if expected is not None and not rows_match(lines, expected):
         lines = eventually(timeout, lambda: (lambda seen: seen if rows_match(seen, expected)
@@ -341,8 +334,8 @@ def show_menu(bus, item, expected, timeout):
     say("\n".join(lines))
 
 
-def click(bus, item, label, timeout):
-    menu = item_menu(bus, the_item(bus, item))
+def click(bus, label, timeout):
+    menu = item_menu(bus)
 
     def clickable():
         row = shown_row(menu_rows(menu), label)
@@ -364,10 +357,8 @@ def main():
     commands.add_parser("watch", parents=[common]).add_argument("--ready", required=True)
     commands.add_parser("items", parents=[common]).add_argument("--count", type=int)
     menu_command = commands.add_parser("menu", parents=[common])
-    menu_command.add_argument("--item")
     menu_command.add_argument("--expect", action="store_true")
     click_command = commands.add_parser("click", parents=[common])
-    click_command.add_argument("--item")
     click_command.add_argument("label")
     args = parser.parse_args()
 
@@ -382,9 +373,9 @@ def main():
                 say(item)
         elif args.command == "menu":
             expected = sys.stdin.read().splitlines() if args.expect else None
-            show_menu(bus, args.item, expected, args.timeout)
+            show_menu(bus, expected, args.timeout)
         elif args.command == "click":
-            click(bus, args.item, args.label, args.timeout)
+            click(bus, args.label, args.timeout)
     except (Failure, dbus.exceptions.DBusException) as error:
         print(f"tray.py {args.command}: {error}", file=sys.stderr)
         sys.exit(1)
