@@ -2,9 +2,12 @@
 
 #include "LumenvaleKit/ScreenGeometry.h"
 #include "desktop/Desktop.h"
+#include "desktop/XcbHandles.h"
 
 #include <algorithm>
 #include <memory>
+#include <string>
+#include <unistd.h>
 
 namespace lumenvale::Screens {
 
@@ -168,6 +171,47 @@ WindowKind windowKind(std::uint32_t windowID) {
             return displays.windowExists(windowID) ? WindowKind::other : WindowKind::missing;
         },
         WindowKind::unknown);
+}
+
+std::vector<PickableWindow> pickableWindows() {
+    constexpr double smallestSide = 40; // points
+    return ask(
+        [](Displays& displays) {
+            const DesktopMetrics desktop = desktopOf(displays.screens());
+            const auto own = static_cast<std::int64_t>(getpid());
+            std::vector<PickableWindow> result;
+            for (const DesktopWindow& window : displays.windows()) {
+                const Rect frame = ScreenGeometry::appKitRect(
+                    pixelsToPoints(window.frame, desktop.scale), desktop.heightPoints);
+                if (window.layer != WindowLayer::normal || window.pid == own || window.alpha <= 0 ||
+                    window.minimized || frame.width < smallestSide || frame.height < smallestSide) {
+                    continue;
+                }
+                result.push_back(PickableWindow{window.id, frame});
+            }
+            return result;
+        },
+        std::vector<PickableWindow>{});
+}
+
+bool compositing() {
+    // A compositing manager owns the selection _NET_WM_CM_S<screen number>.
+    int screenNumber = 0;
+    const x11::Connection connection(xcb_connect(nullptr, &screenNumber));
+    if (xcb_connection_has_error(connection.get()) != 0) {
+        return false;
+    }
+    const std::string name = "_NET_WM_CM_S" + std::to_string(screenNumber);
+    const x11::Reply<xcb_intern_atom_reply_t> atom(xcb_intern_atom_reply(
+        connection.get(),
+        xcb_intern_atom(connection.get(), 1, static_cast<std::uint16_t>(name.size()), name.c_str()),
+        nullptr));
+    if (!atom || atom->atom == XCB_ATOM_NONE) {
+        return false; // nobody ever asked for it: no compositor has run
+    }
+    const x11::Reply<xcb_get_selection_owner_reply_t> owner(xcb_get_selection_owner_reply(
+        connection.get(), xcb_get_selection_owner(connection.get(), atom->atom), nullptr));
+    return owner && owner->owner != XCB_NONE;
 }
 
 Rect fromTopLeft(const Rect& topLeft) {

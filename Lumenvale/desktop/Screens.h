@@ -54,6 +54,22 @@ std::optional<Rect> windowFrame(std::uint32_t windowID);
 enum class WindowKind { application, root, other, missing, unknown };
 WindowKind windowKind(std::uint32_t windowID);
 
+// A window the selection overlay may offer, with its frame (decorations included).
+struct PickableWindow {
+    std::uint32_t id = 0;
+    Rect frame;
+    friend bool operator==(const PickableWindow&, const PickableWindow&) = default;
+};
+
+// The windows a window recording can take, front to back: ordinary managed windows
+// (no docks, panels, desktop or menus) of other processes, not minimized or fully
+// transparent, at least 40 × 40 points. Empty when the list cannot be read.
+std::vector<PickableWindow> pickableWindows();
+
+// Whether a compositing manager runs (translucent windows show as such); without one,
+// translucency reads as black.
+bool compositing();
+
 // Device pixels per point of the desktop (X11 has one scale for all displays).
 double scale();
 

@@ -3,6 +3,7 @@
 #include "LumenvaleKit/Checked.h"
 #include "LumenvaleMedia/EditRenderer.h"
 #include "editor/PreviewPlayerNull.h"
+#include "editor/QtImage.h"
 #include "editor/WorkerTask.h"
 
 #include <algorithm>
@@ -24,16 +25,6 @@ constexpr double stepSeconds = 1.0 / 30.0;
 constexpr double endSlackSeconds = 0.05;
 // Builds are what the user waits for; they go ahead of filmstrip work in the pool.
 constexpr int previewBuildPriority = 1;
-
-QImage toQImage(const Image& picture) {
-    if (picture.isEmpty()) {
-        return {};
-    }
-    const int width = static_cast<int>(picture.size.width);
-    const int height = static_cast<int>(picture.size.height);
-    // copy(): the QImage must own its pixels once `picture` goes away.
-    return QImage(picture.rgba.data(), width, height, 4 * width, QImage::Format_RGBA8888).copy();
-}
 
 } // namespace
 

@@ -30,13 +30,15 @@ void printLine(const QString& text) {
 AppDelegate::AppDelegate(Mode mode, QObject* parent)
     : QObject(parent), mode_(mode), recorder_(ScreenRecorder::shared()),
       menu_(recorder_, HotkeyCenter::shared(), Updates::shared()), tray_(menu_), shell_(windows_),
-      settings_(recorder_) {
+      settings_(recorder_), panels_(recorder_, windows_, &HotkeyCenter::shared(),
+                                    [](const QUrl& file) { EditorWindow::shared().open(file); }) {
     QGuiApplication::setWindowIcon(QIcon(QStringLiteral(":/icons/app.svg")));
     exposeModels();
     connect(&menu_, &MenuModel::chosen, this, &AppDelegate::perform);
     connect(&tray_, &Tray::popupRequested, this,
             [this] { windows_.showMenu(tray_.iconGeometry()); });
-    connect(&recorder_, &ScreenRecorder::noticeShown, this, &AppDelegate::notify);
+    // The recorder shows its notices on the panels itself.
+    connect(&recorder_, &ScreenRecorder::noticeShown, this, &printLine);
     connect(&recorder_, &ScreenRecorder::optionsChanged, this, &AppDelegate::reportStoreProblem);
     connect(&HotkeyCenter::shared(), &HotkeyCenter::combosChanged, this,
             &AppDelegate::reportStoreProblem);
@@ -47,6 +49,7 @@ AppDelegate::AppDelegate(Mode mode, QObject* parent)
 }
 
 AppDelegate::~AppDelegate() {
+    recorder_.setUi(nullptr); // the recorder outlives the panels
     // The views read the models below; they go first.
     windows_.destroyAll();
 }
@@ -73,6 +76,7 @@ void AppDelegate::finishLaunching() {
     if (mode_ == Mode::snapshot) {
         return;
     }
+    recorder_.setUi(&panels_);
     reportStoreProblem();
     Permissions::shared().refresh();
     StartupRecovery::run(SaveFolder::resolve(recorder_.options()), this,
@@ -136,7 +140,7 @@ void AppDelegate::reportStoreProblem() {
 }
 
 void AppDelegate::notify(const QString& text) {
-    tray_.notify(text);
+    panels_.showNotice(text);
     printLine(text);
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "gui/panels/RecordingPanels.h"
 #include "gui/settings/PermissionList.h"
 #include "gui/settings/SettingsModel.h"
 #include "gui/tray/MenuModel.h"
@@ -46,11 +47,12 @@ class AppDelegate : public QObject {
     void finishLaunching();
     // What a menu row does.
     void perform(TrayMenu::Row row);
-    // A notice for the user: on the tray icon and, one a line, on standard error.
+    // A notice for the user: on the notice panel and, one a line, on standard error.
     void notify(const QString& text);
 
     MenuModel& menu() { return menu_; }
     Windows& windows() { return windows_; }
+    RecordingPanels& panels() { return panels_; }
     Mode mode() const { return mode_; }
 
   private:
@@ -67,6 +69,8 @@ class AppDelegate : public QObject {
     AppShell shell_;
     SettingsModel settings_;
     PermissionList permissionList_;
+    // After windows_: its panels' windows go before the views' engine.
+    RecordingPanels panels_;
     std::array<std::unique_ptr<ShortcutRecorder>, 4> shortcutFields_;
 };
 

@@ -67,6 +67,10 @@ void Windows::destroyAll() {
     windows_.clear();
 }
 
+void Windows::addImageProvider(const QString& name, QQmlImageProviderBase* provider) {
+    engine_.addImageProvider(name, provider);
+}
+
 void Windows::expose(const QString& name, QObject* object) {
     engine_.rootContext()->setContextProperty(name, object);
 }
@@ -87,19 +91,28 @@ QString Windows::fileName(View view) {
     return {};
 }
 
+QQuickWindow* Windows::create(const QString& name, const QVariantMap& properties) {
+    QQmlComponent component(&engine_,
+                            QUrl(QStringLiteral("qrc:/qml/") + name + QStringLiteral(".qml")));
+    // Qt 6.4 crashes when a component that did not load is asked to create.
+    QObject* object =
+        component.isReady() ? component.createWithInitialProperties(properties) : nullptr;
+    auto* made = qobject_cast<QQuickWindow*>(object);
+    if (made == nullptr) {
+        // A view that does not load is a fault of this build, not of the user's input.
+        std::fprintf(stderr, "Lumenvale: the view %s did not load: %s\n", qPrintable(name),
+                     qPrintable(component.errorString()));
+        delete object;
+    }
+    return made;
+}
+
 QQuickWindow* Windows::make(View view) {
     if (QQuickWindow* made = window(view)) {
         return made;
     }
-    QQmlComponent component(
-        &engine_, QUrl(QStringLiteral("qrc:/qml/") + fileName(view) + QStringLiteral(".qml")));
-    QObject* object = component.create();
-    auto* made = qobject_cast<QQuickWindow*>(object);
+    QQuickWindow* made = create(fileName(view));
     if (made == nullptr) {
-        // A view that does not load is a fault of this build, not of the user's input.
-        std::fprintf(stderr, "Lumenvale: the view %s did not load: %s\n",
-                     qPrintable(fileName(view)), qPrintable(component.errorString()));
-        delete object;
         return nullptr;
     }
     windows_[view] = made;

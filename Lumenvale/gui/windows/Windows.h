@@ -5,6 +5,7 @@
 #include <QRect>
 #include <QString>
 #include <QUrl>
+#include <QVariantMap>
 #include <map>
 #include <optional>
 
@@ -34,6 +35,9 @@ class Windows : public QObject {
     explicit Windows(QObject* parent = nullptr);
     ~Windows() override;
 
+    // Serves "image://NAME/..." to every view; the engine takes `provider` over.
+    void addImageProvider(const QString& name, QQmlImageProviderBase* provider);
+
     // Makes `object` reachable from every view as `name`.
     void expose(const QString& name, QObject* object);
 
@@ -53,6 +57,13 @@ class Windows : public QObject {
     void showUpdateCheck(const QString& text, const QUrl& downloadPage);
 
     static QString fileName(View view);
+
+    // A new window of the view qrc:/qml/<name>.qml with `properties` set before it
+    // loads, for views that exist more than once or belong to another owner (the
+    // panels around a recording, one selection picker per display). Owned by the
+    // caller; nullptr when the view could not be made (its QML errors go to standard
+    // error).
+    QQuickWindow* create(const QString& name, const QVariantMap& properties = {});
 
     // Destroys every window made so far: before the models their views read go away.
     void destroyAll();

@@ -1,0 +1,53 @@
+#include "gui/panels/OverlayPanel.h"
+
+#include "desktop/Screens.h"
+
+#include <QPainterPath>
+#include <QPolygon>
+#include <QWindow>
+#include <cmath>
+
+namespace lumenvale::OverlayPanel {
+
+void configure(QWindow& window, Mouse mouse) {
+    Qt::WindowFlags flags = Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint |
+                            Qt::WindowDoesNotAcceptFocus | Qt::X11BypassWindowManagerHint;
+    if (mouse == Mouse::ignored) {
+        flags |= Qt::WindowTransparentForInput;
+    }
+    window.setFlags(flags);
+}
+
+QPointF toQt(double x, double y) {
+    const Rect point = Screens::toTopLeft(Rect{x, y, 0, 0});
+    return {point.x, point.y};
+}
+
+QRectF toQt(const Rect& rect) {
+    const Rect topLeft = Screens::toTopLeft(rect);
+    return {topLeft.x, topLeft.y, topLeft.width, topLeft.height};
+}
+
+Rect fromQt(const QRectF& rect) {
+    return Screens::fromTopLeft(Rect{rect.x(), rect.y(), rect.width(), rect.height()});
+}
+
+void place(QWindow& window, const Rect& rect) {
+    window.setGeometry(toQt(rect).toAlignedRect());
+}
+
+Rect frameOf(const QWindow& window) {
+    return fromQt(QRectF(window.geometry()));
+}
+
+void clip(QWindow& window, const QRegion& region) {
+    window.setMask(region);
+}
+
+QRegion rounded(const QSize& size, double radius) {
+    QPainterPath path;
+    path.addRoundedRect(QRectF(QPointF(0, 0), QSizeF(size)), radius, radius);
+    return QRegion(path.toFillPolygon().toPolygon());
+}
+
+} // namespace lumenvale::OverlayPanel

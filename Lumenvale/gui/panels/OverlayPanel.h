@@ -1,0 +1,47 @@
+#pragma once
+
+#include "LumenvaleKit/Geometry.h"
+
+#include <QPointF>
+#include <QRect>
+#include <QRegion>
+#include <QSize>
+
+class QWindow;
+
+// What every floating panel around a recording shares (the control, the countdown,
+// the outline, the notice, the selection pickers and the card): a frameless window
+// above all others, on every workspace, that never takes the keyboard focus from the
+// application being recorded and that no window manager moves or decorates
+// (override-redirect). The recorder's capture leaves this process's windows out, so
+// none of them reaches a movie.
+//
+// Geometry: rectangles here are in desktop coordinates (points, origin bottom-left,
+// y up), converted to Qt's top-left coordinates at the window boundary.
+//
+// Threads: the GUI thread.
+namespace lumenvale::OverlayPanel {
+
+enum class Mouse { accepted, ignored };
+
+// Sets the window's kind; before it is first shown.
+void configure(QWindow& window, Mouse mouse);
+
+// Moves and sizes the window onto `rect`.
+void place(QWindow& window, const Rect& rect);
+// The desktop rectangle of the window as it is now.
+Rect frameOf(const QWindow& window);
+
+// Between Qt's global coordinates and desktop coordinates.
+QPointF toQt(double x, double y);
+Rect fromQt(const QRectF& rect);
+QRectF toQt(const Rect& rect);
+
+// Shows only `region` of the window (in its own coordinates): where no compositor
+// blends translucent windows, what lies outside a rounded shape would otherwise show
+// black. An empty region shows the whole window.
+void clip(QWindow& window, const QRegion& region);
+// A rounded rectangle of `size` with corners of `radius`, as a window shape.
+QRegion rounded(const QSize& size, double radius);
+
+} // namespace lumenvale::OverlayPanel

@@ -1,0 +1,74 @@
+#include "gui/panels/RecordingCountdown.h"
+
+#include "gui/panels/OverlayPanel.h"
+#include "gui/windows/Windows.h"
+#include "hotkeys/HotkeyCenter.h"
+
+#include <QQuickWindow>
+
+namespace lumenvale {
+
+RecordingCountdown::RecordingCountdown(Windows& windows, HotkeyCenter* hotkeys, QObject* parent)
+    : QObject(parent), windows_(windows), hotkeys_(hotkeys) {
+    timer_.setInterval(1000);
+    timer_.setTimerType(Qt::PreciseTimer);
+    connect(&timer_, &QTimer::timeout, this, &RecordingCountdown::tick);
+}
+
+RecordingCountdown::~RecordingCountdown() = default;
+
+void RecordingCountdown::run(const Screen& screen, std::function<void(bool completed)> done) {
+    if (done_) {
+        end(false);
+    }
+    if (!window_) {
+        window_.reset(windows_.create(QStringLiteral("CountdownPanel"),
+                                      {{QStringLiteral("countdown"), QVariant::fromValue(this)}}));
+        if (!window_) {
+            done(true); // a view that does not load must not keep the user from recording
+            return;
+        }
+        OverlayPanel::configure(*window_, OverlayPanel::Mouse::ignored);
+        OverlayPanel::clip(*window_, QRegion(20, 20, 160, 160, QRegion::Ellipse));
+    }
+    done_ = std::move(done);
+    number_ = 3;
+    emit numberChanged();
+    const Rect& frame = screen.frame;
+    OverlayPanel::place(*window_, Rect{frame.midX() - 100, frame.midY() - 100, 200, 200});
+    window_->show();
+    window_->raise();
+    if (hotkeys_ != nullptr) {
+        hotkeys_->grabEscape([this] { end(false); });
+    }
+    timer_.start();
+}
+
+void RecordingCountdown::cancel() {
+    done_ = nullptr;
+    end(false);
+}
+
+void RecordingCountdown::tick() {
+    if (number_ <= 1) {
+        end(true);
+        return;
+    }
+    --number_;
+    emit numberChanged();
+}
+
+void RecordingCountdown::end(bool completed) {
+    timer_.stop();
+    if (hotkeys_ != nullptr) {
+        hotkeys_->releaseEscape();
+    }
+    if (window_) {
+        window_->hide();
+    }
+    if (auto done = std::exchange(done_, nullptr)) {
+        done(completed);
+    }
+}
+
+} // namespace lumenvale

@@ -1,0 +1,66 @@
+#pragma once
+
+#include "gui/card/RecordingCard.h"
+#include "gui/panels/Notice.h"
+#include "gui/panels/RecordingControl.h"
+#include "gui/panels/RecordingCountdown.h"
+#include "gui/panels/SelectionOverlay.h"
+#include "recorder/RecorderUi.h"
+
+#include <QObject>
+#include <memory>
+
+class QQuickWindow;
+
+namespace lumenvale {
+
+class HotkeyCenter;
+class ScreenRecorder;
+class Windows;
+
+// What the tray application shows around a recording: the selection picker, the
+// countdown, the floating control, the dashed outline of an area, notices and the
+// card of the finished movie. The recorder decides when (RecorderUi); each panel
+// decides how it looks.
+//
+// Threads: the GUI thread.
+class RecordingPanels : public QObject, public RecorderUi {
+    Q_OBJECT
+
+  public:
+    // `hotkeys` lends Escape to the picker and the countdown (nullptr: Escape is not
+    // caught); `openEditor` opens a movie in the editor (the card's Edit).
+    RecordingPanels(ScreenRecorder& recorder, Windows& windows, HotkeyCenter* hotkeys,
+                    std::function<void(const QUrl&)> openEditor, QObject* parent = nullptr);
+    ~RecordingPanels() override;
+
+    void openSelection(SelectionMode mode) override;
+    void closeSelection() override;
+    void runCountdown(const Screen& screen, std::function<void(bool completed)> done) override;
+    void cancelCountdown() override;
+    void showBubble(const Rect& rect, std::function<void()> shown) override;
+    std::optional<std::uint32_t> visibleBubbleWindow() const override;
+    void showOutline(const Rect& area) override;
+    void prepareControl(const Screen& screen) override;
+    void showControl() override;
+    void hidePanels() override;
+    void showNotice(const QString& text) override;
+    void showCard(const Recording& recording) override;
+    void screenPermissionRefused() override;
+
+    SelectionOverlay& overlay() { return overlay_; }
+    RecordingControl& control() { return control_; }
+    RecordingCard& card() { return card_; }
+
+  private:
+    ScreenRecorder& recorder_;
+    Windows& windows_;
+    Notice notice_;
+    SelectionOverlay overlay_;
+    RecordingCountdown countdown_;
+    RecordingControl control_;
+    RecordingCard card_;
+    std::unique_ptr<QQuickWindow> outline_;
+};
+
+} // namespace lumenvale
