@@ -9,7 +9,7 @@ build_packages=(
   qt6-base-dev qt6-declarative-dev qml6-module-qtquick qml6-module-qtquick-controls
   qml6-module-qtquick-window qml6-module-qtquick-layouts qml6-module-qtquick-templates
   qml6-module-qtquick-dialogs qml6-module-qtqml-workerscript qml6-module-qtquick-controls
-  libqt6svg6 qt6-qpa-plugins
+  libqt6svg6 qt6-qpa-plugins qt6-multimedia-dev
   libavformat-dev libavcodec-dev libavfilter-dev libavutil-dev libswscale-dev libswresample-dev
   libxcb1-dev libxcb-shm0-dev libxcb-composite0-dev libxcb-render0-dev libxcb-xfixes0-dev
   libxcb-randr0-dev libxcb-xinput-dev libxcb-shape0-dev libxcb-xkb-dev libxcb-xtest0-dev
@@ -22,6 +22,7 @@ runtime_packages=(
   chromium python3 bc
   desktop-file-utils appstream man-db
   at-spi2-core python3-pyatspi python3-dbus python3-gi xclip
+  qml6-module-qtmultimedia gstreamer1.0-plugins-base gstreamer1.0-plugins-good
 )
 
 wanted=("${build_packages[@]}")
