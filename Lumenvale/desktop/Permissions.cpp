@@ -36,9 +36,13 @@ bool Permissions::check(Kind kind) {
     case Kind::microphone:
         return AudioDevices::microphoneAvailable(AudioDevices::query());
     case Kind::camera:
-        return cameraDeviceReadable();
+        return syntheticCamera() || cameraDeviceReadable();
     }
     return false;
+}
+
+bool Permissions::syntheticCamera() {
+    return qEnvironmentVariable("LUMENVALE_SYNTHETIC_CAMERA") == QStringLiteral("1");
 }
 
 void Permissions::refresh() {

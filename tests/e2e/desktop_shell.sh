@@ -29,17 +29,6 @@ settings_file=$XDG_CONFIG_HOME/app.lumenvale.Lumenvale.test.conf
 welcome="Welcome to Lumenvale"
 settings="Lumenvale Settings"
 
-# until_true SECONDS COMMAND...: polls COMMAND every 50 ms; false when it never held.
-until_true() {
-  local rounds=$(($1 * 20))
-  shift
-  for _ in $(seq "$rounds"); do
-    "$@" && return 0
-    sleep 0.05
-  done
-  return 1
-}
-
 # launch: starts the tray application in the background; sets $app.
 launch() {
   "$LUMENVALE" >>"$work/app.out" 2>>"$work/app.err" &
@@ -123,14 +112,7 @@ ROWS
 }
 
 # --- the desktop: accessibility bus and panel ----------------------------------------
-/usr/libexec/at-spi-bus-launcher --launch-immediately >"$work/a11y.log" 2>&1 &
-background_pids+=($!)
-# Asked without starting it: the session would otherwise start a launcher of its own.
-a11y_bus_up() {
-  dbus-send --session --print-reply=literal --dest=org.freedesktop.DBus / \
-    org.freedesktop.DBus.NameHasOwner string:org.a11y.Bus 2>/dev/null | grep -q true
-}
-until_true 10 a11y_bus_up || fail "the accessibility bus did not start: $(cat "$work/a11y.log")"
+start_accessibility_bus
 tray watch --ready "$work/watcher.ready" >"$work/watcher.log" 2>"$work/watcher.err" &
 background_pids+=($!)
 until_true 10 test -e "$work/watcher.ready" ||

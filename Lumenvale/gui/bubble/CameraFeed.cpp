@@ -10,14 +10,6 @@
 
 namespace lumenvale {
 
-namespace {
-
-bool syntheticAskedFor() {
-    return qEnvironmentVariable("LUMENVALE_SYNTHETIC_CAMERA") == QStringLiteral("1");
-}
-
-} // namespace
-
 CameraFeed::CameraFeed(QObject* parent) : QObject(parent) {}
 
 CameraFeed::~CameraFeed() {
@@ -25,7 +17,7 @@ CameraFeed::~CameraFeed() {
 }
 
 bool CameraFeed::available() {
-    if (syntheticAskedFor()) {
+    if (Permissions::syntheticCamera()) {
         return true;
     }
     return Permissions::check(Permissions::Kind::camera) &&
@@ -33,7 +25,7 @@ bool CameraFeed::available() {
 }
 
 bool CameraFeed::start(QVideoSink& sink) {
-    if (syntheticAskedFor()) {
+    if (Permissions::syntheticCamera()) {
         if (!synthetic_) {
             synthetic_ = std::make_unique<SyntheticCamera>();
         }

@@ -20,7 +20,10 @@ RecordingPanels::RecordingPanels(ScreenRecorder& recorder, Windows& windows, Hot
     : QObject(parent), recorder_(recorder), windows_(windows), notice_(windows),
       overlay_(windows, hotkeys), countdown_(windows, hotkeys), control_(recorder, windows),
       card_(
-          windows, [this](const QString& text) { notice_.show(text); }, std::move(openEditor)) {}
+          windows, [this](const QString& text) { notice_.show(text); }, std::move(openEditor)),
+      bubble_(windows.engine()) {
+    connect(&bubble_, &CameraBubble::noticeShown, &notice_, &Notice::show);
+}
 
 RecordingPanels::~RecordingPanels() = default;
 
@@ -47,12 +50,12 @@ void RecordingPanels::cancelCountdown() {
     countdown_.cancel();
 }
 
-void RecordingPanels::showBubble(const Rect&, std::function<void()> shown) {
-    shown();
+void RecordingPanels::showBubble(const Rect& rect, std::function<void()> shown) {
+    bubble_.show(rect, std::move(shown));
 }
 
 std::optional<std::uint32_t> RecordingPanels::visibleBubbleWindow() const {
-    return std::nullopt;
+    return bubble_.windowID();
 }
 
 void RecordingPanels::showOutline(const Rect& area) {
@@ -87,6 +90,7 @@ void RecordingPanels::showControl() {
 void RecordingPanels::hidePanels() {
     control_.hide();
     countdown_.cancel();
+    bubble_.hide();
     if (outline_) {
         outline_->hide();
     }

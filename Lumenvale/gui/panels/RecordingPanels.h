@@ -1,5 +1,6 @@
 #pragma once
 
+#include "gui/bubble/CameraBubble.h"
 #include "gui/card/RecordingCard.h"
 #include "gui/panels/Notice.h"
 #include "gui/panels/RecordingControl.h"
@@ -19,8 +20,8 @@ class ScreenRecorder;
 class Windows;
 
 // What the tray application shows around a recording: the selection picker, the
-// countdown, the floating control, the dashed outline of an area, notices and the
-// card of the finished movie. The recorder decides when (RecorderUi); each panel
+// countdown, the floating control, the dashed outline of an area, the camera bubble,
+// notices and the card of the finished movie. The recorder decides when (RecorderUi); each panel
 // decides how it looks.
 //
 // Threads: the GUI thread.
@@ -51,6 +52,7 @@ class RecordingPanels : public QObject, public RecorderUi {
     SelectionOverlay& overlay() { return overlay_; }
     RecordingControl& control() { return control_; }
     RecordingCard& card() { return card_; }
+    CameraBubble& bubble() { return bubble_; }
 
   private:
     ScreenRecorder& recorder_;
@@ -60,6 +62,7 @@ class RecordingPanels : public QObject, public RecorderUi {
     RecordingCountdown countdown_;
     RecordingControl control_;
     RecordingCard card_;
+    CameraBubble bubble_;
     std::unique_ptr<QQuickWindow> outline_;
 };
 

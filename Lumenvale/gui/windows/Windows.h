@@ -35,6 +35,9 @@ class Windows : public QObject {
     explicit Windows(QObject* parent = nullptr);
     ~Windows() override;
 
+    // The views' one engine, for owners that make their windows themselves.
+    QQmlEngine& engine() { return engine_; }
+
     // Serves "image://NAME/..." to every view; the engine takes `provider` over.
     void addImageProvider(const QString& name, QQmlImageProviderBase* provider);
 

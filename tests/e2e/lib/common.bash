@@ -119,3 +119,26 @@ finish_background() {
 wait_for_grab() {
   python3 "$(dirname "${BASH_SOURCE[0]}")/xgrab.py" held "$1" "$2"
 }
+
+# until_true SECONDS COMMAND...: polls COMMAND every 50 ms; false when it never held.
+until_true() {
+  local rounds=$(($1 * 20))
+  shift
+  for _ in $(seq "$rounds"); do
+    "$@" && return 0
+    sleep 0.05
+  done
+  return 1
+}
+
+# start_accessibility_bus: the AT-SPI bus a screen reader would use, for this session.
+start_accessibility_bus() {
+  /usr/libexec/at-spi-bus-launcher --launch-immediately >"$work/a11y.log" 2>&1 &
+  background_pids+=($!)
+  until_true 10 a11y_bus_up || fail "the accessibility bus did not start: $(cat "$work/a11y.log")"
+}
+# Asked without starting it: the session would otherwise start a launcher of its own.
+a11y_bus_up() {
+  dbus-send --session --print-reply=literal --dest=org.freedesktop.DBus / \
+    org.freedesktop.DBus.NameHasOwner string:org.a11y.Bus 2>/dev/null | grep -q true
+}

@@ -1,0 +1,207 @@
+#!/usr/bin/env bash
+# What surrounds a recording in the tray application, used with the pointer, the
+# keyboard and a screen reader (lib/atspi.py), and checked in the movies:
+#   - Record Area: a rectangle dragged with the pointer gives a movie of exactly that
+#     area, after the countdown; the control's Pause, Resume and Stop give one movie
+#     of the recorded time; the card then shows it.
+#   - The card: Copy leaves the movie on the clipboard as a file list, as a copied file
+#     and as its path; Show in Folder asks the file manager (FileManager1) to show it;
+#     the card is gone 8 seconds after it showed, but stays while the pointer rests on
+#     it.
+#   - Record Screen with the camera on: the control is never in the movie (what lies
+#     under it is), the camera bubble is, with its picture, at its place.
+#   - Escape during the countdown, while another application has the focus: no movie
+#     and no part file.
+#   - Record Window: a click on a window gives a movie of that window with its frame.
+set -euo pipefail
+source "$(dirname "$0")/lib/common.bash"
+
+lib=$(cd "$(dirname "$0")/lib" && pwd)
+python=/usr/bin/python3
+ui() { "$python" "$lib/atspi.py" "$@"; }
+
+export APP_STORE=$movies
+export QT_LINUX_ACCESSIBILITY_ALWAYS_ON=1
+export LUMENVALE_SYNTHETIC_CAMERA=1
+settings_file=$XDG_CONFIG_HOME/app.lumenvale.Lumenvale.test.conf
+control="Recording control"
+card="Recording saved"
+
+movie_count() { find "$movies" -name '*.mp4' | wc -l; }
+newest_movie() { ls -t "$movies"/*.mp4 | head -n1; }
+has_movies() { [[ $(movie_count) -eq $1 ]]; }
+# wait_for_movies N: until N movies are saved.
+wait_for_movies() {
+  until_true 20 has_movies "$1" ||
+    fail "expected $1 movie(s), saw $(movie_count): $(tail -n 5 "$work/app.err")"
+}
+# frame MOVIE SECONDS: the frame at SECONDS as a PPM file in the work folder; its path.
+frame() {
+  ffmpeg -v error -y -ss "$2" -i "$1" -frames:v 1 "$work/frame.ppm"
+  echo "$work/frame.ppm"
+}
+# colours PPM X,Y...: the colour at each point, as "R G B" lines.
+colours() {
+  "$python" - "$@" <<'PY'
+import sys
+data = open(sys.argv[1], "rb").read()
+header = data.split(b"\n", 3)
+width = int(header[1].split()[0])
+pixels = header[3]
+for point in sys.argv[2:]:
+    x, y = map(int, point.split(","))
+    offset = (y * width + x) * 3
+    print(*pixels[offset:offset + 3])
+PY
+}
+
+# --- the desktop -----------------------------------------------------------------
+start_accessibility_bus
+"$python" "$lib/file_manager.py" "$work/shown-items" "$work/file-manager.ready" &
+background_pids+=($!)
+until_true 10 test -e "$work/file-manager.ready" || fail "the file manager stand-in did not start"
+# A white window behind the control's place at the top of the screen, and one to pick.
+xclock -bg white -geometry 800x140+560+0 >/dev/null 2>&1 &
+background_pids+=($!)
+xclock -update 1 -geometry 321x241+1200+500 >/dev/null 2>&1 &
+clock_pid=$!
+background_pids+=($clock_pid)
+clock=$(xdotool search --sync --pid "$clock_pid" | head -n1)
+
+printf '[General]\nwelcome.shown=true\n' >"$settings_file"
+"$LUMENVALE" >>"$work/app.out" 2>>"$work/app.err" &
+app=$!
+background_pids+=("$app")
+sleep 2 # the application starts
+
+# --- an area dragged out, paused, resumed and stopped on the control ---------------------
+"$LUMENVALE" area
+ui exists --window "Choose an area to record" || fail "Record Area showed no picker"
+xdotool mousemove 200 150 mousedown 1 mousemove 300 250 mousemove 600 450 sleep 0.2 mouseup 1
+ui exists --window "Countdown" || fail "no countdown after the drag"
+ui exists --window "$control" Stop --timeout 10 || fail "no control once recording"
+sleep 1
+ui press --window "$control" Pause || fail "pressing Pause"
+ui exists --window "$control" Resume || fail "Pause did not turn into Resume"
+sleep 1
+ui press --window "$control" Resume || fail "pressing Resume"
+sleep 1
+ui press --window "$control" Stop || fail "pressing Stop"
+wait_for_movies 1
+ui exists --window "$card" Copy || fail "no card after the stop"
+card_shown=$(date +%s)
+area_movie=$(newest_movie)
+size=$(stream_value "$area_movie" v:0 width)x$(stream_value "$area_movie" v:0 height)
+[[ $size == 400x300 ]] || fail "a 400×300 drag gave a $size movie"
+duration=$(format_duration "$area_movie")
+approx "$duration" 2 0.6 || fail "about 2 s recorded around a pause gave $duration s"
+tracks_end_together "$area_movie" "the paused area recording"
+pass "area: a dragged 400×300 rectangle, paused and resumed on the control, gives one $size movie of $duration s"
+
+# --- the card --------------------------------------------------------------------------
+ui press --window "$card" Copy || fail "pressing Copy"
+ui exists Copied || fail "Copy showed no notice"
+uri=$("$python" -c 'import pathlib, sys; print(pathlib.Path(sys.argv[1]).as_uri())' "$area_movie")
+targets=$(xclip -o -selection clipboard -t TARGETS)
+for target in text/uri-list x-special/gnome-copied-files; do
+  grep -qx "$target" <<<"$targets" || fail "the clipboard lacks $target: $targets"
+done
+[[ $(xclip -o -selection clipboard -t text/uri-list | tr -d '\r') == "$uri" ]] ||
+  fail "text/uri-list: $(xclip -o -selection clipboard -t text/uri-list)"
+[[ $(xclip -o -selection clipboard -t x-special/gnome-copied-files) == "copy"$'\n'"$uri" ]] ||
+  fail "x-special/gnome-copied-files: $(xclip -o -selection clipboard -t x-special/gnome-copied-files)"
+[[ $(xclip -o -selection clipboard -t UTF8_STRING) == "$area_movie" ]] ||
+  fail "the clipboard's text: $(xclip -o -selection clipboard -t UTF8_STRING)"
+ui press --window "$card" "Show in Folder" || fail "pressing Show in Folder"
+until_true 10 grep -qxF "$uri" "$work/shown-items" ||
+  fail "the file manager was not asked to show $uri: $(cat "$work/shown-items" 2>/dev/null)"
+pass "card: Copy puts the movie on the clipboard in three forms; Show in Folder asks the file manager"
+
+ui absent --window "$card" --timeout 12 || fail "the card was still up 12 s after it showed"
+shown_for=$(($(date +%s) - card_shown))
+((shown_for >= 7)) || fail "the card went after $shown_for s, not 8"
+pass "card: gone after 8 s ($shown_for s seen)"
+
+# --- the screen with the camera: panels left out, the bubble kept -------------------------
+"$LUMENVALE" stop # nothing runs: a no-op
+kill "$app"
+wait "$app" || true
+printf '[General]\nwelcome.shown=true\noptions="{\\"camera\\": true}"\n' >"$settings_file"
+"$LUMENVALE" >>"$work/app.out" 2>>"$work/app.err" &
+app=$!
+background_pids+=("$app")
+sleep 2
+"$LUMENVALE" screen
+ui exists --window "$control" Stop --timeout 15 || fail "no control while recording the screen"
+ui exists --window "Camera" --timeout 5 || fail "no camera bubble with the camera on"
+eval "$(xdotool search --name "^$control\$" getwindowgeometry --shell | tail -n 5)"
+((Y == 8 && X + WIDTH / 2 >= 959 && X + WIDTH / 2 <= 961)) ||
+  fail "the control is at $X,$Y (${WIDTH}x$HEIGHT), not centred 8 points under the top"
+sleep 2
+"$LUMENVALE" stop
+wait_for_movies 2
+screen_movie=$(newest_movie)
+picture=$(frame "$screen_movie" 1)
+# The control sits at the top centre, over the white window; the default bubble (200
+# points) 32 points in from the bottom-left corner, centred at (132, 948).
+mapfile -t under_control < <(colours "$picture" 960,26 900,26 1020,26)
+for colour in "${under_control[@]}"; do
+  read -r r g b <<<"$colour"
+  ((r > 200 && g > 200 && b > 200)) || fail "the control shows in the movie: $colour at its place"
+done
+mapfile -t bubble < <(colours "$picture" 92,908 172,908 92,988 172,988)
+distinct=$(printf '%s\n' "${bubble[@]}" | sort -u | wc -l)
+saturated=0
+for colour in "${bubble[@]}"; do
+  read -r r g b <<<"$colour"
+  high=$((r > g ? (r > b ? r : b) : (g > b ? g : b)))
+  low=$((r < g ? (r < b ? r : b) : (g < b ? g : b)))
+  ((high - low > 100)) && saturated=$((saturated + 1))
+done
+((distinct >= 3 && saturated >= 3)) ||
+  fail "the bubble's picture is not in the movie at its place: ${bubble[*]}"
+pass "screen: the control is left out of the movie, the camera bubble is in it"
+
+# --- the card stays while the pointer rests on it --------------------------------------
+ui exists --window "$card" Copy || fail "no card after the screen recording"
+eval "$(xdotool search --name "^$card\$" getwindowgeometry --shell | tail -n 5)"
+((X + WIDTH == 1920 - 16 && Y + HEIGHT == 1080 - 16)) ||
+  fail "the card is at $X,$Y (${WIDTH}x$HEIGHT), not 16 points in from the bottom-right"
+xdotool mousemove $((X + WIDTH / 2)) $((Y + HEIGHT / 2))
+sleep 10
+ui exists --window "$card" --timeout 0 || fail "the card went while the pointer rested on it"
+xdotool mousemove 900 600
+ui absent --window "$card" --timeout 12 || fail "the card stayed after the pointer left"
+pass "card: stays under the pointer, goes 8 s after it leaves"
+
+# --- Escape during the countdown -------------------------------------------------------
+xdotool windowactivate --sync "$clock" 2>/dev/null
+"$LUMENVALE" screen
+ui exists --window "Countdown" || fail "no countdown"
+xdotool key Escape
+ui absent --window "Countdown" --timeout 3 || fail "Escape did not end the countdown"
+sleep 3.5
+[[ $(movie_count) -eq 2 && $(part_count) -eq 0 ]] ||
+  fail "Escape in the countdown left $(movie_count) movies and $(part_count) part files"
+ui absent --window "$control" --timeout 0 || fail "the control showed after Escape"
+pass "countdown: Escape with another window in front ends it without a movie"
+
+# --- a window picked with a click -------------------------------------------------------
+"$LUMENVALE" window
+ui exists --window "Choose a window to record" || fail "Record Window showed no picker"
+xdotool mousemove 1360 620 sleep 0.3 click 1
+ui exists --window "$control" Stop --timeout 10 || fail "no control after picking a window"
+sleep 1
+"$LUMENVALE" stop
+wait_for_movies 3
+window_movie=$(newest_movie)
+eval "$(xdotool getwindowgeometry --shell "$clock")"
+extents=$(xprop -id "$clock" _NET_FRAME_EXTENTS | sed 's/.*= //; s/,//g')
+read -r left right top bottom <<<"$extents"
+width=$((WIDTH + left + right)) height=$((HEIGHT + top + bottom))
+expected=$((width - width % 2))x$((height - height % 2)) # the encoder's even sizes
+size=$(stream_value "$window_movie" v:0 width)x$(stream_value "$window_movie" v:0 height)
+[[ $size == "$expected" ]] || fail "the clicked window with its frame is ${width}x$height, its movie $size"
+pass "window: a click picks the window under the pointer, $size with its frame"
+
+kill "$app"
