@@ -21,7 +21,7 @@ runtime_packages=(
   xvfb openbox pulseaudio pulseaudio-utils dbus dbus-x11 xdotool x11-utils x11-apps ffmpeg
   chromium python3 bc
   desktop-file-utils appstream man-db
-  at-spi2-core python3-pyatspi python3-dbus python3-gi xclip
+  at-spi2-core python3-pyatspi python3-dbus python3-gi xclip xcompmgr
   qml6-module-qtmultimedia gstreamer1.0-plugins-base gstreamer1.0-plugins-good
 )
 

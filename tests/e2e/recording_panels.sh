@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # What surrounds a recording in the tray application, used with the pointer, the
 # keyboard and a screen reader (lib/atspi.py), and checked in the movies:
-#   - Record Area: a rectangle dragged with the pointer gives a movie of exactly that
-#     area, after the countdown; the control's Pause, Resume and Stop give one movie
+#   - Record Area: a drag under 8 points is discarded; a rectangle dragged with the
+#     pointer gives a movie of exactly that area, after the countdown; the control's Pause, Resume and Stop give one movie
 #     of the recorded time; the card then shows it.
 #   - The card: Copy leaves the movie on the clipboard as a file list, as a copied file
 #     and as its path; Show in Folder asks the file manager (FileManager1) to show it;
@@ -12,7 +12,10 @@
 #     under it is), the camera bubble is, with its picture, at its place.
 #   - Escape during the countdown, while another application has the focus: no movie
 #     and no part file.
-#   - Record Window: a click on a window gives a movie of that window with its frame.
+#   - Record Window: a click on a window gives a movie of that window with its frame;
+#     the window closing ends the recording, which is saved, with a notice.
+# With --composited, all of it again with a compositing manager (xcompmgr) running,
+# where the panels are translucent windows instead of shaped ones.
 set -euo pipefail
 source "$(dirname "$0")/lib/common.bash"
 
@@ -56,6 +59,11 @@ PY
 }
 
 # --- the desktop -----------------------------------------------------------------
+if [[ ${1:-} == --composited ]]; then
+  xcompmgr >/dev/null 2>&1 &
+  background_pids+=($!)
+  sleep 1 # until it manages the screen
+fi
 start_accessibility_bus
 "$python" "$lib/file_manager.py" "$work/shown-items" "$work/file-manager.ready" &
 background_pids+=($!)
@@ -77,6 +85,15 @@ sleep 2 # the application starts
 # --- an area dragged out, paused, resumed and stopped on the control ---------------------
 "$LUMENVALE" area
 ui exists --window "Choose an area to record" || fail "Record Area showed no picker"
+# The display dimmed, not covered: the white window under the picker shows through.
+ffmpeg -v error -y -f x11grab -video_size 1920x1080 -i "$DISPLAY" -frames:v 1 "$work/picker.ppm"
+read -r r g b < <(colours "$work/picker.ppm" 700,70)
+((r > 140 && r < 215 && g > 140 && g < 215 && b > 140 && b < 215)) ||
+  fail "under the picker a white window reads $r $g $b, not dimmed white"
+# Narrower than 8 points: discarded, the picker stays.
+xdotool mousemove 100 500 mousedown 1 mousemove 104 600 sleep 0.2 mouseup 1
+sleep 0.5
+ui exists --window "Choose an area to record" --timeout 0 || fail "a 4-point-wide drag closed the picker"
 xdotool mousemove 200 150 mousedown 1 mousemove 300 250 mousemove 600 450 sleep 0.2 mouseup 1
 ui exists --window "Countdown" || fail "no countdown after the drag"
 ui exists --window "$control" Stop --timeout 10 || fail "no control once recording"
@@ -191,17 +208,19 @@ pass "countdown: Escape with another window in front ends it without a movie"
 ui exists --window "Choose a window to record" || fail "Record Window showed no picker"
 xdotool mousemove 1360 620 sleep 0.3 click 1
 ui exists --window "$control" Stop --timeout 10 || fail "no control after picking a window"
-sleep 1
-"$LUMENVALE" stop
-wait_for_movies 3
-window_movie=$(newest_movie)
 eval "$(xdotool getwindowgeometry --shell "$clock")"
 extents=$(xprop -id "$clock" _NET_FRAME_EXTENTS | sed 's/.*= //; s/,//g')
 read -r left right top bottom <<<"$extents"
+sleep 1
+# The window closes while it is recorded: the recording so far is saved, and said so.
+kill "$clock_pid"
+wait_for_movies 3
+ui exists "Recording stopped. The window closed." || fail "no notice that the window closed"
+window_movie=$(newest_movie)
 width=$((WIDTH + left + right)) height=$((HEIGHT + top + bottom))
 expected=$((width - width % 2))x$((height - height % 2)) # the encoder's even sizes
 size=$(stream_value "$window_movie" v:0 width)x$(stream_value "$window_movie" v:0 height)
 [[ $size == "$expected" ]] || fail "the clicked window with its frame is ${width}x$height, its movie $size"
-pass "window: a click picks the window under the pointer, $size with its frame"
+pass "window: a click picks the window under the pointer, $size with its frame; its closing saves the movie"
 
 kill "$app"
