@@ -142,12 +142,12 @@ void RecordingCard::show(const Recording& recording) {
     posters_->set(recording.poster ? toQImage(*recording.poster) : QImage());
     emit recordingChanged();
     if (!window_) {
-        window_.reset(windows_.create(QStringLiteral("CardView"),
-                                      {{QStringLiteral("card"), QVariant::fromValue(this)}}));
+        window_ = OverlayPanel::create(windows_, QStringLiteral("CardView"),
+                                       {{QStringLiteral("card"), QVariant::fromValue(this)}},
+                                       OverlayPanel::Mouse::accepted);
         if (!window_) {
             return;
         }
-        OverlayPanel::configure(*window_, OverlayPanel::Mouse::accepted);
     }
     if (const std::optional<Screen> screen = Screens::withMouse()) {
         const Rect& visible = screen->visibleFrame;

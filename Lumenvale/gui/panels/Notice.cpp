@@ -36,12 +36,12 @@ void Notice::show(const QString& text) {
     text_ = text;
     emit textChanged();
     if (!window_) {
-        window_.reset(windows_.create(QStringLiteral("NoticePanel"),
-                                      {{QStringLiteral("notice"), QVariant::fromValue(this)}}));
+        window_ = OverlayPanel::create(windows_, QStringLiteral("NoticePanel"),
+                                       {{QStringLiteral("notice"), QVariant::fromValue(this)}},
+                                       OverlayPanel::Mouse::ignored);
         if (!window_) {
             return;
         }
-        OverlayPanel::configure(*window_, OverlayPanel::Mouse::ignored);
     }
     const std::optional<Screen> screen = Screens::withMouse();
     if (screen) {

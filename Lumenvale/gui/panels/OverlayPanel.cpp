@@ -1,9 +1,11 @@
 #include "gui/panels/OverlayPanel.h"
 
 #include "desktop/Screens.h"
+#include "gui/windows/Windows.h"
 
 #include <QPainterPath>
 #include <QPolygon>
+#include <QQuickWindow>
 #include <QWindow>
 #include <cmath>
 
@@ -16,6 +18,15 @@ void configure(QWindow& window, Mouse mouse) {
         flags |= Qt::WindowTransparentForInput;
     }
     window.setFlags(flags);
+}
+
+std::unique_ptr<QQuickWindow> create(Windows& windows, const QString& view,
+                                     const QVariantMap& properties, Mouse mouse) {
+    std::unique_ptr<QQuickWindow> window(windows.create(view, properties));
+    if (window) {
+        configure(*window, mouse);
+    }
+    return window;
 }
 
 QPointF toQt(double x, double y) {

@@ -6,7 +6,11 @@
 #include <QRect>
 #include <QRegion>
 #include <QSize>
+#include <QString>
+#include <QVariantMap>
+#include <memory>
 
+class QQuickWindow;
 class QWindow;
 
 // What every floating panel around a recording shares (the control, the countdown,
@@ -20,12 +24,21 @@ class QWindow;
 // y up), converted to Qt's top-left coordinates at the window boundary.
 //
 // Threads: the GUI thread.
+namespace lumenvale {
+class Windows;
+}
+
 namespace lumenvale::OverlayPanel {
 
 enum class Mouse { accepted, ignored };
 
 // Sets the window's kind; before it is first shown.
 void configure(QWindow& window, Mouse mouse);
+
+// A panel of the view qrc:/qml/<view>.qml (Windows::create), configured; nullptr when
+// the view did not load (said on standard error).
+std::unique_ptr<QQuickWindow> create(Windows& windows, const QString& view,
+                                     const QVariantMap& properties, Mouse mouse);
 
 // Moves and sizes the window onto `rect`.
 void place(QWindow& window, const Rect& rect);

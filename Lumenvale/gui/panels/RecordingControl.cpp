@@ -41,12 +41,12 @@ void RecordingControl::stop() {
 
 void RecordingControl::prepare(const Screen& screen) {
     if (!window_) {
-        window_.reset(windows_.create(QStringLiteral("ControlPanel"),
-                                      {{QStringLiteral("control"), QVariant::fromValue(this)}}));
+        window_ = OverlayPanel::create(windows_, QStringLiteral("ControlPanel"),
+                                       {{QStringLiteral("control"), QVariant::fromValue(this)}},
+                                       OverlayPanel::Mouse::accepted);
         if (!window_) {
             return;
         }
-        OverlayPanel::configure(*window_, OverlayPanel::Mouse::accepted);
         // "Pause" and "Resume" differ in width: the shape follows the size.
         connect(window_.get(), &QWindow::widthChanged, this, [this] {
             OverlayPanel::clip(*window_,

@@ -22,13 +22,13 @@ void RecordingCountdown::run(const Screen& screen, std::function<void(bool compl
         end(false);
     }
     if (!window_) {
-        window_.reset(windows_.create(QStringLiteral("CountdownPanel"),
-                                      {{QStringLiteral("countdown"), QVariant::fromValue(this)}}));
+        window_ = OverlayPanel::create(windows_, QStringLiteral("CountdownPanel"),
+                                       {{QStringLiteral("countdown"), QVariant::fromValue(this)}},
+                                       OverlayPanel::Mouse::ignored);
         if (!window_) {
             done(true); // a view that does not load must not keep the user from recording
             return;
         }
-        OverlayPanel::configure(*window_, OverlayPanel::Mouse::ignored);
         OverlayPanel::clip(*window_, QRegion(20, 20, 160, 160, QRegion::Ellipse));
     }
     done_ = std::move(done);

@@ -60,11 +60,11 @@ std::optional<std::uint32_t> RecordingPanels::visibleBubbleWindow() const {
 
 void RecordingPanels::showOutline(const Rect& area) {
     if (!outline_) {
-        outline_.reset(windows_.create(QStringLiteral("OutlinePanel")));
+        outline_ = OverlayPanel::create(windows_, QStringLiteral("OutlinePanel"), {},
+                                        OverlayPanel::Mouse::ignored);
         if (!outline_) {
             return;
         }
-        OverlayPanel::configure(*outline_, OverlayPanel::Mouse::ignored);
     }
     const Rect frame{area.x - outlineMargin, area.y - outlineMargin, area.width + 2 * outlineMargin,
                      area.height + 2 * outlineMargin};

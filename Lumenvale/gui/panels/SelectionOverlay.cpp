@@ -92,14 +92,15 @@ void SelectionOverlay::open(Mode mode, Finish onFinish) {
         const QString still =
             translucent ? QString()
                         : QStringLiteral("image://overlaystill/%1?%2").arg(index).arg(generation);
-        std::unique_ptr<QQuickWindow> picker(windows_.create(
-            QStringLiteral("PickerPanel"), {{QStringLiteral("overlay"), QVariant::fromValue(this)},
-                                            {QStringLiteral("windowMode"), mode == Mode::window},
-                                            {QStringLiteral("still"), still}}));
+        std::unique_ptr<QQuickWindow> picker =
+            OverlayPanel::create(windows_, QStringLiteral("PickerPanel"),
+                                 {{QStringLiteral("overlay"), QVariant::fromValue(this)},
+                                  {QStringLiteral("windowMode"), mode == Mode::window},
+                                  {QStringLiteral("still"), still}},
+                                 OverlayPanel::Mouse::accepted);
         if (!picker) {
             continue;
         }
-        OverlayPanel::configure(*picker, OverlayPanel::Mouse::accepted);
         picker->setGeometry(screens[index]->geometry());
         picker->show();
         picker->raise();
