@@ -54,3 +54,7 @@ cmake --build --preset release --target record_cpu -j 2 >/dev/null
 # against a minimal Qt tray application and `sleep`.
 cmake --build --preset release --target lumenvale -j 2 >/dev/null
 LUMENVALE="$build/Lumenvale/lumenvale" bash "$root/bench/tray_startup_idle.sh" 60
+
+# --- recording_panels: the shortcut-to-picker time on two 4K displays, and the CPU of
+# a recording with the control, outline and camera bubble shown against one without.
+LUMENVALE="$build/Lumenvale/lumenvale" bash "$root/bench/recording_panels.sh" 10

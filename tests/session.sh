@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Runs a command inside a private desktop session made of real parts:
 #   - a D-Bus session bus (dbus-run-session),
-#   - Xvfb (1920x1080, 24-bit, with MIT-SHM and Composite) and the openbox window manager,
+#   - Xvfb (1920x1080, or LUMENVALE_SCREEN_SIZE, 24-bit, with MIT-SHM and Composite) and the
+#     openbox window manager,
 #   - a PulseAudio server with a null sink "lumenvale_speakers" (the default sink:
 #     its monitor is the system audio) and a virtual microphone "lumenvale_mic"
 #     (a null sink's monitor remapped into an ordinary, non-monitor source; play a
@@ -30,7 +31,7 @@ trap cleanup EXIT
 # A free display number.
 display=99
 while [[ -e /tmp/.X11-unix/X$display || -e /tmp/.X$display-lock ]]; do display=$((display + 1)); done
-Xvfb ":$display" -screen 0 1920x1080x24 -nolisten tcp +extension Composite +extension MIT-SHM \
+Xvfb ":$display" -screen 0 "${LUMENVALE_SCREEN_SIZE:-1920x1080}x24" -nolisten tcp +extension Composite +extension MIT-SHM \
   +extension XFIXES +extension XInputExtension +extension RANDR >"$runtime/xvfb.log" 2>&1 &
 pids+=($!)
 export DISPLAY=":$display"

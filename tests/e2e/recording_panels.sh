@@ -6,6 +6,7 @@
 #     of the recorded time; the card then shows it.
 #   - The card: Copy leaves the movie on the clipboard as a file list, as a copied file
 #     and as its path; Show in Folder asks the file manager (FileManager1) to show it;
+#     Share's Open With… lists the applications the desktop has for MP4 and opens it;
 #     the card is gone 8 seconds after it showed, but stays while the pointer rests on
 #     it.
 #   - Record Screen with the camera on: the control is never in the movie (what lies
@@ -14,6 +15,8 @@
 #     and no part file.
 #   - Record Window: a click on a window gives a movie of that window with its frame;
 #     the window closing ends the recording, which is saved, with a notice.
+#   - Two displays (RandR monitors): a picker on each; an area dragged on the second
+#     gives a movie of exactly that area, with the control on that display.
 # With --composited, all of it again with a compositing manager (xcompmgr) running,
 # where the panels are translucent windows instead of shaped ones.
 set -euo pipefail
@@ -75,6 +78,14 @@ xclock -update 1 -geometry 321x241+1200+500 >/dev/null 2>&1 &
 clock_pid=$!
 background_pids+=($clock_pid)
 clock=$(xdotool search --sync --pid "$clock_pid" | head -n1)
+
+# A movie player the desktop lists for MP4 files, which notes what it was asked to open.
+export XDG_DATA_HOME=$work/data
+mkdir -p "$XDG_DATA_HOME/applications"
+printf '#!/bin/sh\nprintf "%%s\\n" "$1" >>"%s"\n' "$work/opened" >"$work/player"
+chmod +x "$work/player"
+printf '[Desktop Entry]\nType=Application\nName=Test Player\nExec=%s %%f\nMimeType=video/mp4;\n' \
+  "$work/player" >"$XDG_DATA_HOME/applications/lumenvale-test-player.desktop"
 
 printf '[General]\nwelcome.shown=true\n' >"$settings_file"
 "$LUMENVALE" >>"$work/app.out" 2>>"$work/app.err" &
@@ -179,8 +190,15 @@ done
   fail "the bubble's picture is not in the movie at its place: ${bubble[*]}"
 pass "screen: the control is left out of the movie, the camera bubble is in it"
 
-# --- the card stays while the pointer rests on it --------------------------------------
+# --- Share, and the card stays while the pointer rests on it ----------------------------
 ui exists --window "$card" Copy || fail "no card after the screen recording"
+ui press --window "$card" Share || fail "pressing Share"
+sleep 0.5
+# The menu has the keyboard: Open With…, its list of players, the first of them.
+xdotool key Down sleep 0.2 key Right sleep 0.3 key Return
+until_true 10 grep -sqxF "$screen_movie" "$work/opened" ||
+  fail "the player was not started on the movie: $(cat "$work/opened" 2>/dev/null)"
+pass "card: Share's Open With… lists the player the desktop has for MP4 and starts it on the movie"
 eval "$(xdotool search --name "^$card\$" getwindowgeometry --shell | tail -n 5)"
 ((X + WIDTH == 1920 - 16 && Y + HEIGHT == 1080 - 16)) ||
   fail "the card is at $X,$Y (${WIDTH}x$HEIGHT), not 16 points in from the bottom-right"
@@ -222,5 +240,41 @@ expected=$((width - width % 2))x$((height - height % 2)) # the encoder's even si
 size=$(stream_value "$window_movie" v:0 width)x$(stream_value "$window_movie" v:0 height)
 [[ $size == "$expected" ]] || fail "the clicked window with its frame is ${width}x$height, its movie $size"
 pass "window: a click picks the window under the pointer, $size with its frame; its closing saves the movie"
+
+# --- two displays: a picker on each, the area exact on the right one ------------------------
+kill "$app"
+wait "$app" || true
+xrandr --setmonitor left 960/254x1080/286+0+0 screen >/dev/null
+xrandr --setmonitor right 960/254x1080/286+960+0 none >/dev/null
+xclock -bg red -geometry 200x150+1100+250 >/dev/null 2>&1 &
+background_pids+=($!)
+printf '[General]\nwelcome.shown=true\n' >"$settings_file"
+"$LUMENVALE" >>"$work/app.out" 2>>"$work/app.err" &
+app=$!
+background_pids+=("$app")
+sleep 2
+"$LUMENVALE" area
+ui exists --window "Choose an area to record" || fail "Record Area showed no picker on two displays"
+pickers=$(xdotool search --onlyvisible --name "^Choose an area to record\$" | wc -l)
+((pickers == 2)) || fail "two displays showed $pickers pickers"
+xdotool mousemove 1000 200 mousedown 1 mousemove 1200 350 mousemove 1400 500 sleep 0.2 mouseup 1
+ui exists --window "$control" Stop --timeout 10 || fail "no control on the second display"
+eval "$(xdotool search --name "^$control\$" getwindowgeometry --shell | tail -n 5)"
+((X + WIDTH / 2 >= 1439 && X + WIDTH / 2 <= 1441)) ||
+  fail "the control is at $X (width $WIDTH), not centred on the right display"
+sleep 1
+"$LUMENVALE" stop
+wait_for_movies 4
+two_screens=$(newest_movie)
+size=$(stream_value "$two_screens" v:0 width)x$(stream_value "$two_screens" v:0 height)
+[[ $size == 400x300 ]] || fail "a 400×300 drag on the right display gave a $size movie"
+# The red window's top-left corner (its frame at 100,50 in the movie; the clock face
+# leaves the corners of its inside red).
+mapfile -t seen < <(colours "$(frame "$two_screens" 0.5)" 110,90 20,20)
+read -r r g b <<<"${seen[0]}"
+((r > 200 && g < 60 && b < 60)) || fail "the red window is not where it was: ${seen[0]}"
+read -r r g b <<<"${seen[1]}"
+((r < 60)) || fail "the area's corner shows ${seen[1]}, not the desktop"
+pass "two displays: a picker on each; the area dragged on the right one, exactly, with the control there"
 
 kill "$app"

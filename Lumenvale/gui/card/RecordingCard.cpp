@@ -1,6 +1,7 @@
 #include "gui/card/RecordingCard.h"
 
 #include "LumenvaleKit/Clock.h"
+#include "desktop/OpenWith.h"
 #include "desktop/Screens.h"
 #include "editor/QtImage.h"
 #include "gui/panels/OverlayPanel.h"
@@ -21,6 +22,7 @@
 #include <QImage>
 #include <QMenu>
 #include <QMimeData>
+#include <QMimeDatabase>
 #include <QMutex>
 #include <QProcess>
 #include <QQuickImageProvider>
@@ -255,30 +257,47 @@ void RecordingCard::share(double x, double y) {
     auto* menu = new QMenu;
     menu->setAttribute(Qt::WA_DeleteOnClose);
     menu->setAccessibleName(QStringLiteral("Share"));
-    menu->addAction(QStringLiteral("Open With…"), this, &RecordingCard::openWith);
+    const QString openWith = QStringLiteral("Open With…");
+    if (serviceAvailable(portalService)) {
+        menu->addAction(openWith, this, &RecordingCard::chooseApplication);
+    } else {
+        addApplications(*menu->addMenu(openWith));
+    }
     menu->addAction(QStringLiteral("Email…"), this, &RecordingCard::email);
     menu->popup(QPoint(static_cast<int>(x), static_cast<int>(y)));
 }
 
-void RecordingCard::openWith() {
+void RecordingCard::addApplications(QMenu& menu) {
+    const QString path = fileUrl().toLocalFile();
+    const QString type = QMimeDatabase().mimeTypeForFile(path).name();
+    const std::vector<OpenWith::Application> applications = OpenWith::applicationsFor(type);
+    if (applications.empty()) {
+        menu.addAction(QStringLiteral("No Applications for Movies"))->setEnabled(false);
+        return;
+    }
+    for (const OpenWith::Application& application : applications) {
+        menu.addAction(application.name, this, [this, application, path] {
+            if (!OpenWith::open(application, path)) {
+                notify_(QStringLiteral("Couldn’t open the movie with ") + application.name +
+                        QStringLiteral("."));
+            }
+        });
+    }
+}
+
+void RecordingCard::chooseApplication() {
     if (!recording_) {
         return;
     }
-    const QString path = fileUrl().toLocalFile();
-    if (serviceAvailable(portalService)) {
-        // The desktop's own chooser of the applications for the file's type.
-        QDBusMessage call = QDBusMessage::createMethodCall(
-            portalService, portalPath, QStringLiteral("org.freedesktop.portal.OpenURI"),
-            QStringLiteral("OpenFile"));
-        call << QString() << QVariant::fromValue(openForPortal(path))
-             << QVariantMap{{QStringLiteral("ask"), true}};
-        if (QDBusConnection::sessionBus().call(call, QDBus::Block, 10000).type() !=
-            QDBusMessage::ErrorMessage) {
-            return;
-        }
-    }
-    if (!QDesktopServices::openUrl(fileUrl())) {
-        notify_(QStringLiteral("Couldn’t open the movie: no application for movies was found."));
+    // The desktop's own chooser of the applications for the file's type.
+    QDBusMessage call = QDBusMessage::createMethodCall(
+        portalService, portalPath, QStringLiteral("org.freedesktop.portal.OpenURI"),
+        QStringLiteral("OpenFile"));
+    call << QString() << QVariant::fromValue(openForPortal(fileUrl().toLocalFile()))
+         << QVariantMap{{QStringLiteral("ask"), true}};
+    if (QDBusConnection::sessionBus().call(call, QDBus::Block, 10000).type() ==
+        QDBusMessage::ErrorMessage) {
+        notify_(QStringLiteral("Couldn’t open the movie: the desktop offered no applications."));
     }
 }
 

@@ -11,6 +11,7 @@
 #include <memory>
 #include <optional>
 
+class QMenu;
 class QQuickWindow;
 
 namespace lumenvale {
@@ -58,7 +59,8 @@ class RecordingCard : public QObject {
     // The file on the clipboard as a file (text/uri-list, x-special/gnome-copied-files)
     // and as its path; then the notice "Copied".
     Q_INVOKABLE void copy();
-    // The share menu at (x, y), Qt's global coordinates: Open With…, Email….
+    // The share menu at (x, y), Qt's global coordinates: Open With… (the desktop
+    // portal's chooser, else the applications listed for movies), Email….
     Q_INVOKABLE void share(double x, double y);
     // Shows the movie in the file manager (org.freedesktop.FileManager1), else opens
     // its folder.
@@ -72,7 +74,8 @@ class RecordingCard : public QObject {
   private:
     void scheduleHide();
     void cancelHide();
-    void openWith();
+    void chooseApplication();
+    void addApplications(QMenu& menu);
     void email();
 
     Windows& windows_;

@@ -58,14 +58,6 @@ SelectionOverlay::SelectionOverlay(Windows& windows, HotkeyCenter* hotkeys, QObj
 
 SelectionOverlay::~SelectionOverlay() = default;
 
-const std::vector<QQuickWindow*> SelectionOverlay::pickers() const {
-    std::vector<QQuickWindow*> result;
-    for (const auto& picker : pickers_) {
-        result.push_back(picker.get());
-    }
-    return result;
-}
-
 void SelectionOverlay::open(Mode mode, Finish onFinish) {
     close();
     mode_ = mode;
@@ -88,24 +80,37 @@ void SelectionOverlay::open(Mode mode, Finish onFinish) {
     stills_->set(std::move(stills));
     static int generation = 0; // a new still for every opening, never a cached one
     ++generation;
-    for (int index = 0; index < screens.size(); ++index) {
-        const QString still =
-            translucent ? QString()
-                        : QStringLiteral("image://overlaystill/%1?%2").arg(index).arg(generation);
-        std::unique_ptr<QQuickWindow> picker =
-            OverlayPanel::create(windows_, QStringLiteral("PickerPanel"),
-                                 {{QStringLiteral("overlay"), QVariant::fromValue(this)},
-                                  {QStringLiteral("windowMode"), mode == Mode::window},
-                                  {QStringLiteral("still"), still}},
-                                 OverlayPanel::Mouse::accepted);
-        if (!picker) {
-            continue;
+    // The pickers are made once per display and kept: making full-screen windows
+    // anew each time would be most of the wait between the shortcut and the picker.
+    if (pickers_.size() != static_cast<std::size_t>(screens.size())) {
+        pickers_.clear();
+        for (qsizetype index = 0; index < screens.size(); ++index) {
+            std::unique_ptr<QQuickWindow> picker =
+                OverlayPanel::create(windows_, QStringLiteral("PickerPanel"),
+                                     {{QStringLiteral("overlay"), QVariant::fromValue(this)},
+                                      {QStringLiteral("windowMode"), false},
+                                      {QStringLiteral("still"), QString()}},
+                                     OverlayPanel::Mouse::accepted);
+            if (!picker) { // said on standard error
+                pickers_.clear();
+                finish(std::nullopt);
+                return;
+            }
+            pickers_.push_back(std::move(picker));
         }
-        picker->setGeometry(screens[index]->geometry());
-        picker->show();
-        picker->raise();
-        pickers_.push_back(std::move(picker));
     }
+    for (qsizetype index = 0; index < screens.size(); ++index) {
+        QQuickWindow& picker = *pickers_[static_cast<std::size_t>(index)];
+        picker.setProperty("windowMode", mode == Mode::window);
+        picker.setProperty(
+            "still", translucent
+                         ? QString()
+                         : QStringLiteral("image://overlaystill/%1?%2").arg(index).arg(generation));
+        picker.setGeometry(screens[index]->geometry());
+        picker.show();
+        picker.raise();
+    }
+    open_ = true;
     if (hotkeys_ != nullptr) {
         hotkeys_->grabEscape([this] { finish(std::nullopt); });
     }
@@ -122,17 +127,13 @@ void SelectionOverlay::close() {
 }
 
 void SelectionOverlay::finish(std::optional<Selection> selection) {
-    if (hotkeys_ != nullptr && !pickers_.empty()) {
+    if (hotkeys_ != nullptr && open_) {
         hotkeys_->releaseEscape();
     }
+    open_ = false;
     for (auto& picker : pickers_) {
         picker->hide();
     }
-    // The view that called in here must outlive the call: deleted from the event loop.
-    for (auto& picker : pickers_) {
-        picker.release()->deleteLater();
-    }
-    pickers_.clear();
     if (auto done = std::exchange(finish_, nullptr)) {
         done(std::move(selection));
     }

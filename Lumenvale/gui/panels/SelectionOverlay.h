@@ -46,8 +46,7 @@ class SelectionOverlay : public QObject {
     void open(Mode mode, Finish finish);
     // Closes it without a result, without calling `finish` (the recorder's stop).
     void close();
-    bool isOpen() const { return !pickers_.empty(); }
-    const std::vector<QQuickWindow*> pickers() const;
+    bool isOpen() const { return open_; }
 
     // The pointer, in Qt's global coordinates, from the pickers' views.
     Q_INVOKABLE void pointerPressed(double x, double y);
@@ -61,8 +60,9 @@ class SelectionOverlay : public QObject {
 
     Windows& windows_;
     HotkeyCenter* hotkeys_;
-    StillImages* stills_; // owned by the views' engine
-    std::vector<std::unique_ptr<QQuickWindow>> pickers_;
+    StillImages* stills_;                                // owned by the views' engine
+    std::vector<std::unique_ptr<QQuickWindow>> pickers_; // one per display, kept
+    bool open_ = false;
     Mode mode_ = Mode::area;
     Finish finish_;
     std::vector<Screens::PickableWindow> windowList_;

@@ -85,7 +85,7 @@ Window {
         Row {
             spacing: 6
             CardButton { text: "Edit"; glyph: "✎"; showsTitle: true; onClicked: card.edit() }
-            CardButton { text: "Copy"; glyph: "⧉"; showsTitle: true; onClicked: card.copy() }
+            CardButton { text: "Copy"; glyph: "❐"; showsTitle: true; onClicked: card.copy() }
             CardButton {
                 id: shareButton
                 text: "Share"; glyph: "↗"
