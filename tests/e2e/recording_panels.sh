@@ -244,6 +244,9 @@ pass "window: a click picks the window under the pointer, $size with its frame; 
 # --- two displays: a picker on each, the area exact on the right one ------------------------
 kill "$app"
 wait "$app" || true
+# The display is the session's, shared with the tests after this one: the one display
+# comes back however this script ends.
+trap 'xrandr --delmonitor left >/dev/null 2>&1; xrandr --delmonitor right >/dev/null 2>&1; e2e_cleanup' EXIT
 xrandr --setmonitor left 960/254x1080/286+0+0 screen >/dev/null
 xrandr --setmonitor right 960/254x1080/286+960+0 none >/dev/null
 xclock -bg red -geometry 200x150+1100+250 >/dev/null 2>&1 &
