@@ -72,7 +72,7 @@ for _ in $(seq "$runs"); do
   started=$EPOCHREALTIME
   xdotool key ctrl+alt+shift+a
   # Asked again and again: xdotool's own --sync looks only every half second.
-  until xdotool search --onlyvisible --name "^Choose an area to record\$" >/dev/null; do :; done
+  until xdotool search --onlyvisible --name "^Choose an area to record\$" >/dev/null 2>&1; do :; done
   mapped=$EPOCHREALTIME
   times+=("$(awk -v a="$started" -v b="$mapped" 'BEGIN { printf "%.0f", (b - a) * 1000 }')")
   xdotool key Escape
@@ -81,13 +81,16 @@ done
 echo "  lumenvale  $(echo "${times[*]}" | median)   (each: ${times[*]})"
 
 # tray_cpu MOVIES: the CPU ticks of the running tray application over one recording of
-# the top-left 1920x1080 area, picked with the pointer; MOVIES is the count after it.
+# the top-left 1920x1080 area, picked with the pointer, from the moment it runs until
+# it is saved; MOVIES is the count after it.
 tray_cpu() {
   local before
-  before=$(cpu_ticks "$app")
   "$LUMENVALE" area
-  xdotool search --sync --onlyvisible --name "^Choose an area to record\$" >/dev/null
+  until xdotool search --onlyvisible --name "^Choose an area to record\$" >/dev/null 2>&1; do :; done
   xdotool mousemove 0 "$top" mousedown 1 mousemove 960 540 mousemove 1920 $((top + 1080)) mouseup 1
+  # Counted from the control's showing: the picker is the overlay figure's.
+  until xdotool search --onlyvisible --name "^Recording control\$" >/dev/null 2>&1; do :; done
+  before=$(cpu_ticks "$app")
   sleep "$seconds"
   "$LUMENVALE" stop
   wait_for_movies "$1"
