@@ -65,7 +65,7 @@ std::chrono::milliseconds Permissions::pollingInterval() const {
 
 void Permissions::schedule() {
     using namespace std::chrono_literals;
-    const auto wanted = granted_.size() == 3 ? 20'000ms : 1'500ms;
+    const auto wanted = shown_ && granted_.size() < 3 ? 1'500ms : 20'000ms;
     if (timer_.isActive() && timer_.intervalAsDuration() == wanted) {
         return;
     }
@@ -75,6 +75,16 @@ void Permissions::schedule() {
         connect(&timer_, &QTimer::timeout, this, &Permissions::refresh, Qt::UniqueConnection);
     }
     timer_.start(wanted);
+}
+
+void Permissions::setShown(bool shown) {
+    if (shown == shown_) {
+        return;
+    }
+    shown_ = shown;
+    if (timer_.isActive()) {
+        schedule();
+    }
 }
 
 void Permissions::update(Kind kind, bool held) {

@@ -33,10 +33,13 @@ class Permissions : public QObject {
     // assigned only when the set changed. The first call starts the polling that keeps
     // `granted` current for as long as the application runs.
     void refresh();
-    // How often refresh() runs by itself: every 1.5 s while a permission is missing (the
-    // user is likely setting one up), every 20 s once all are held. Zero before the
-    // first refresh().
+    // How often refresh() runs by itself: every 1.5 s while a permission is missing and
+    // the permissions are shown (the user is likely setting one up), every 20 s
+    // otherwise, so that a machine without a camera is not asked all day. Zero before
+    // the first refresh().
     std::chrono::milliseconds pollingInterval() const;
+    // Whether a window shows the permissions now (Settings, the welcome window).
+    void setShown(bool shown);
     // Whether the screen can be captured now.
     bool requestScreen();
     // Whether the microphone or camera can be used now.
@@ -59,6 +62,7 @@ class Permissions : public QObject {
     void schedule();
 
     QSet<Kind> granted_;
+    bool shown_ = false;
     QTimer timer_;
 };
 

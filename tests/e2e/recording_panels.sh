@@ -10,13 +10,15 @@
 #     the card is gone 8 seconds after it showed, but stays while the pointer rests on
 #     it.
 #   - Record Screen with the camera on: the control is never in the movie (what lies
-#     under it is), the camera bubble is, with its picture, at its place.
+#     under it is), the camera bubble is, with its picture, at its place; the camera
+#     pulled out closes the bubble with a notice, and the recording goes on.
 #   - Escape during the countdown, while another application has the focus: no movie
 #     and no part file.
 #   - Record Window: a click on a window gives a movie of that window with its frame;
 #     the window closing ends the recording, which is saved, with a notice.
 #   - Two displays (RandR monitors): a picker on each; an area dragged on the second
-#     gives a movie of exactly that area, with the control on that display.
+#     gives a movie of exactly that area, with the control on that display; a
+#     recorded display going away ends the recording, which is saved, with a notice.
 # With --composited, all of it again with a compositing manager (xcompmgr) running,
 # where the panels are translucent windows instead of shaped ones.
 set -euo pipefail
@@ -155,7 +157,8 @@ pass "card: gone after 8 s ($shown_for s seen)"
 kill "$app"
 wait "$app" || true
 printf '[General]\nwelcome.shown=true\noptions="{\\"camera\\": true}"\n' >"$settings_file"
-"$LUMENVALE" >>"$work/app.out" 2>>"$work/app.err" &
+# The drawn camera is pulled out 7 s after the bubble shows: 4 s into the recording.
+LUMENVALE_SYNTHETIC_CAMERA_UNPLUG=7 "$LUMENVALE" >>"$work/app.out" 2>>"$work/app.err" &
 app=$!
 background_pids+=("$app")
 sleep 2
@@ -165,10 +168,18 @@ ui exists --window "Camera" --timeout 5 || fail "no camera bubble with the camer
 eval "$(xdotool search --name "^$control\$" getwindowgeometry --shell | tail -n 5)"
 ((Y == 8 && X + WIDTH / 2 >= 959 && X + WIDTH / 2 <= 961)) ||
   fail "the control is at $X,$Y (${WIDTH}x$HEIGHT), not centred 8 points under the top"
-sleep 2
+ui exists "The camera was disconnected. The recording goes on without the camera bubble." \
+  --timeout 10 || fail "no notice when the camera was pulled out"
+ui absent --window "Camera" --timeout 2 || fail "the bubble stayed after its camera went"
+sleep 1.5
 "$LUMENVALE" stop
 wait_for_movies 2
 screen_movie=$(newest_movie)
+approx "$(format_duration "$screen_movie")" 5.5 1.5 ||
+  fail "the recording did not go on after the camera went: $(format_duration "$screen_movie") s"
+# The bubble's place once the camera was gone: the desktop.
+read -r r g b < <(colours "$(frame "$screen_movie" 5)" 132,948)
+((r < 60 && g < 60 && b < 60)) || fail "the bubble stayed in the movie after its camera went: $r $g $b"
 picture=$(frame "$screen_movie" 1)
 # The control sits at the top centre, over the white window; the default bubble (200
 # points) 32 points in from the bottom-left corner, centred at (132, 948).
@@ -188,7 +199,7 @@ for colour in "${bubble[@]}"; do
 done
 ((distinct >= 3 && saturated >= 3)) ||
   fail "the bubble's picture is not in the movie at its place: ${bubble[*]}"
-pass "screen: the control is left out of the movie, the camera bubble is in it"
+pass "screen: the control is left out of the movie, the camera bubble is in it until its camera is pulled out, and the recording goes on"
 
 # --- Share, and the card stays while the pointer rests on it ----------------------------
 ui exists --window "$card" Copy || fail "no card after the screen recording"
@@ -251,7 +262,7 @@ xrandr --setmonitor left 960/254x1080/286+0+0 screen >/dev/null
 xrandr --setmonitor right 960/254x1080/286+960+0 none >/dev/null
 xclock -bg red -geometry 200x150+1100+250 >/dev/null 2>&1 &
 background_pids+=($!)
-printf '[General]\nwelcome.shown=true\n' >"$settings_file"
+printf '[General]\nwelcome.shown=true\noptions="{\\"countdown\\": false}"\n' >"$settings_file"
 "$LUMENVALE" >>"$work/app.out" 2>>"$work/app.err" &
 app=$!
 background_pids+=("$app")
@@ -279,5 +290,17 @@ read -r r g b <<<"${seen[0]}"
 read -r r g b <<<"${seen[1]}"
 ((r < 60)) || fail "the area's corner shows ${seen[1]}, not the desktop"
 pass "two displays: a picker on each; the area dragged on the right one, exactly, with the control there"
+
+# The recorded display goes away: what was recorded is saved, and said so.
+xdotool mousemove 1400 600
+"$LUMENVALE" screen
+ui exists --window "$control" Stop --timeout 10 || fail "no control recording the right display"
+sleep 1.5
+xrandr --delmonitor right >/dev/null
+wait_for_movies 5
+ui exists "Recording stopped. The display is gone." || fail "no notice that the display went away"
+size=$(stream_value "$(newest_movie)" v:0 width)x$(stream_value "$(newest_movie)" v:0 height)
+[[ $size == 960x1080 ]] || fail "the right display's recording is $size, not 960x1080"
+pass "two displays: the recorded display going away saves its movie with a notice"
 
 kill "$app"

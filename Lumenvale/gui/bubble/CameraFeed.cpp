@@ -28,6 +28,8 @@ bool CameraFeed::start(QVideoSink& sink) {
     if (Permissions::syntheticCamera()) {
         if (!synthetic_) {
             synthetic_ = std::make_unique<SyntheticCamera>();
+            connect(synthetic_.get(), &SyntheticCamera::unplugged, this,
+                    [this] { emit lost(QStringLiteral("The camera was disconnected.")); });
         }
         synthetic_->start(sink);
         return true;

@@ -13,15 +13,27 @@ SyntheticCamera::SyntheticCamera(QObject* parent) : QObject(parent) {
     timer_.setTimerType(Qt::PreciseTimer);
     timer_.setInterval(1000 / 30);
     connect(&timer_, &QTimer::timeout, this, &SyntheticCamera::deliver);
+    unplug_.setSingleShot(true);
+    connect(&unplug_, &QTimer::timeout, this, [this] {
+        stop();
+        emit unplugged();
+    });
 }
 
 void SyntheticCamera::start(QVideoSink& sink) {
     sink_ = &sink;
     deliver();
     timer_.start();
+    bool given = false;
+    const int unplugSeconds =
+        qEnvironmentVariableIntValue("LUMENVALE_SYNTHETIC_CAMERA_UNPLUG", &given);
+    if (given && unplugSeconds >= 0) {
+        unplug_.start(unplugSeconds * 1000);
+    }
 }
 
 void SyntheticCamera::stop() {
+    unplug_.stop();
     timer_.stop();
     sink_.clear();
 }

@@ -6,6 +6,7 @@
 #include "base/SaveFolder.h"
 #include "base/Store.h"
 #include "desktop/Autostart.h"
+#include "desktop/Permissions.h"
 #include "editor/WorkerTask.h"
 #include "recorder/ScreenRecorder.h"
 
@@ -152,6 +153,7 @@ void SettingsModel::setWatching(bool watching) {
         return;
     }
     watching_ = watching;
+    Permissions::shared().setShown(watching); // the Permissions tab's rows follow quickly
     if (watching_) {
         refreshMicrophones();
         poll_.start();
