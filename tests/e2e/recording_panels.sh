@@ -6,7 +6,8 @@
 #     of the recorded time; the card then shows it.
 #   - The card: Copy leaves the movie on the clipboard as a file list, as a copied file
 #     and as its path; Show in Folder asks the file manager (FileManager1) to show it;
-#     Share's Open With… lists the applications the desktop has for MP4 and opens it;
+#     Share's Open With… lists the applications the desktop has for MP4 and opens it,
+#     Email… hands it to the mail program;
 #     the card is gone 8 seconds after it showed, but stays while the pointer rests on
 #     it.
 #   - Record Screen with the camera on: the control is never in the movie (what lies
@@ -81,6 +82,11 @@ clock_pid=$!
 background_pids+=($clock_pid)
 clock=$(xdotool search --sync --pid "$clock_pid" | head -n1)
 
+# A mail program (no Email portal runs here), which notes what it was asked to attach.
+mkdir -p "$work/bin"
+printf '#!/bin/sh\necho "$*" >>"%s"\n' "$work/mailed" >"$work/bin/xdg-email"
+chmod +x "$work/bin/xdg-email"
+export PATH=$work/bin:$PATH
 # A movie player the desktop lists for MP4 files, which notes what it was asked to open.
 export XDG_DATA_HOME=$work/data
 mkdir -p "$XDG_DATA_HOME/applications"
@@ -209,7 +215,12 @@ sleep 0.5
 xdotool key Down sleep 0.2 key Right sleep 0.3 key Return
 until_true 10 grep -sqxF "$screen_movie" "$work/opened" ||
   fail "the player was not started on the movie: $(cat "$work/opened" 2>/dev/null)"
-pass "card: Share's Open With… lists the player the desktop has for MP4 and starts it on the movie"
+ui press --window "$card" Share || fail "pressing Share again"
+sleep 0.5
+xdotool key Down sleep 0.2 key Down sleep 0.2 key Return # Email…
+until_true 10 grep -sqxF -- "--attach $screen_movie" "$work/mailed" ||
+  fail "Email… did not start a mail with the movie attached: $(cat "$work/mailed" 2>/dev/null)"
+pass "card: Share's Open With… lists the player the desktop has for MP4 and starts it on the movie; Email… attaches it"
 eval "$(xdotool search --name "^$card\$" getwindowgeometry --shell | tail -n 5)"
 ((X + WIDTH == 1920 - 16 && Y + HEIGHT == 1080 - 16)) ||
   fail "the card is at $X,$Y (${WIDTH}x$HEIGHT), not 16 points in from the bottom-right"
