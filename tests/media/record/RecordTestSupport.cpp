@@ -318,15 +318,4 @@ double toneAmplitude(const std::filesystem::path& movie, int audioStream, double
     return amplitudes[amplitudes.size() / 2];
 }
 
-std::vector<std::string> trackNameBoxes(const std::filesystem::path& movie) {
-    const std::string bytes = readFile(movie);
-    std::vector<std::string> names;
-    for (const Box& box : mp4Boxes(movie, "moov/trak/udta")) {
-        if (box.type == "name") {
-            names.push_back(bytes.substr(box.offset + 8, box.size - 8));
-        }
-    }
-    return names;
-}
-
 } // namespace lumenvale::testing
