@@ -1,5 +1,6 @@
 #include "Probe.h"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdio>
@@ -163,6 +164,63 @@ std::vector<float> decodeFloats(const std::string& ffmpegArguments) {
     std::vector<float> samples(bytes.size() / sizeof(float));
     std::memcpy(samples.data(), bytes.data(), samples.size() * sizeof(float));
     return samples;
+}
+
+std::vector<std::string> rawFrames(const std::string& ffmpegArguments,
+                                   const std::string& pixelFormat, std::size_t frameBytes) {
+    const std::string bytes =
+        run("ffmpeg -v error " + ffmpegArguments + " -fps_mode passthrough -f rawvideo -pix_fmt " +
+            pixelFormat + " -");
+    std::vector<std::string> frames;
+    for (std::size_t at = 0; frameBytes > 0 && at + frameBytes <= bytes.size(); at += frameBytes) {
+        frames.push_back(bytes.substr(at, frameBytes));
+    }
+    return frames;
+}
+
+std::vector<Box> mp4Boxes(const std::filesystem::path& movie, const std::string& path) {
+    const std::string bytes = readFile(movie);
+    const auto number = [&](std::uint64_t at, std::uint64_t length) {
+        std::uint64_t value = 0;
+        for (std::uint64_t i = at; i < at + length; ++i) {
+            value = (value << 8) | static_cast<unsigned char>(bytes[i]);
+        }
+        return value;
+    };
+    // The boxes between `from` and `to`; a size of 1 is followed by a 64-bit size, 0
+    // runs to the end.
+    const auto boxesIn = [&](std::uint64_t from, std::uint64_t to) {
+        std::vector<Box> boxes;
+        while (from + 8 <= to) {
+            std::uint64_t size = number(from, 4);
+            if (size == 1 && from + 16 <= to) {
+                size = number(from + 8, 8);
+            } else if (size == 0) {
+                size = to - from;
+            }
+            if (size < 8) {
+                break;
+            }
+            boxes.push_back({bytes.substr(from + 4, 4), from, size});
+            from += size;
+        }
+        return boxes;
+    };
+    std::vector<Box> level = boxesIn(0, bytes.size());
+    std::istringstream names(path);
+    for (std::string name; std::getline(names, name, '/');) {
+        std::vector<Box> children;
+        for (const Box& box : level) {
+            if (box.type == name) {
+                const auto header = number(box.offset, 4) == 1 ? 16U : 8U;
+                const auto end = std::min<std::uint64_t>(box.offset + box.size, bytes.size());
+                const auto inner = boxesIn(box.offset + header, end);
+                children.insert(children.end(), inner.begin(), inner.end());
+            }
+        }
+        level = std::move(children);
+    }
+    return level;
 }
 
 std::vector<float> audioSamples(const std::filesystem::path& movie, int audioStream,

@@ -83,6 +83,21 @@ struct AudioPacket {
 // lists applied, as every reader sees them), in file order.
 std::vector<AudioPacket> audioPackets(const std::filesystem::path& movie, int audioStream);
 
+// The pictures ffmpeg decodes with `ffmpegArguments` (input, maps, filters, frame
+// count) as raw `pixelFormat`, each `frameBytes` long, no frame dropped or repeated:
+// the one way every picture check reads a movie.
+std::vector<std::string> rawFrames(const std::string& ffmpegArguments,
+                                   const std::string& pixelFormat, std::size_t frameBytes);
+
+// The boxes of an MPEG-4 file, in order: the top-level ones, or with `path` (such as
+// "moov/trak/udta") the children of every box along it.
+struct Box {
+    std::string type; // "ftyp", "moov", "moof", "mdat", ...
+    std::uint64_t offset = 0;
+    std::uint64_t size = 0;
+};
+std::vector<Box> mp4Boxes(const std::filesystem::path& movie, const std::string& path = "");
+
 // Peak signal-to-noise ratio in dB of two pictures given as bytes of equal layout (99
 // when equal). Throws std::runtime_error when their sizes differ or they are empty.
 double psnr(std::string_view a, std::string_view b);

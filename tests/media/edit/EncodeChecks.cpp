@@ -21,14 +21,6 @@ std::pair<int, int> pictureSize(const std::filesystem::path& movie) {
     return {width, height};
 }
 
-RgbPicture pictureFrom(const std::string& bytes, int width, int height, std::size_t offset) {
-    RgbPicture picture{width, height, {}};
-    const auto size = static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 3;
-    picture.rgb.assign(bytes.begin() + static_cast<std::ptrdiff_t>(offset),
-                       bytes.begin() + static_cast<std::ptrdiff_t>(offset + size));
-    return picture;
-}
-
 } // namespace
 
 EditDecision editKeeping(double seconds, const std::vector<std::pair<double, double>>& ranges,
@@ -54,16 +46,18 @@ std::vector<double> RgbPicture::meanColour() const {
     return sums;
 }
 
-std::vector<RgbPicture> decodePictures(const std::filesystem::path& movie) {
-    const auto [width, height] = pictureSize(movie);
-    const std::string bytes =
-        run("ffmpeg -v error -i " + quoted(movie) + " -map 0:v:0 -f rawvideo -pix_fmt rgb24 -");
-    const auto size = static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 3;
+std::vector<RgbPicture> decodeRgb(const std::string& ffmpegArguments, int width, int height) {
     std::vector<RgbPicture> pictures;
-    for (std::size_t offset = 0; size > 0 && offset + size <= bytes.size(); offset += size) {
-        pictures.push_back(pictureFrom(bytes, width, height, offset));
+    for (const std::string& bytes :
+         rawFrames(ffmpegArguments, "rgb24", static_cast<std::size_t>(width * height * 3))) {
+        pictures.push_back({width, height, {bytes.begin(), bytes.end()}});
     }
     return pictures;
+}
+
+std::vector<RgbPicture> decodePictures(const std::filesystem::path& movie) {
+    const auto [width, height] = pictureSize(movie);
+    return decodeRgb("-i " + quoted(movie) + " -map 0:v:0", width, height);
 }
 
 RgbPicture pictureAt(const std::filesystem::path& movie, double seconds,
@@ -76,14 +70,13 @@ RgbPicture pictureAt(const std::filesystem::path& movie, double seconds,
         width = crop->width;
         height = crop->height;
     }
-    const std::string bytes =
-        run("ffmpeg -v error -ss " + std::to_string(seconds) + " -i " + quoted(movie) + filter +
-            " -frames:v 1 -f rawvideo -pix_fmt rgb24 -");
-    const auto expected = static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 3;
-    if (bytes.size() < expected || expected == 0) {
+    const auto pictures = decodeRgb("-ss " + std::to_string(seconds) + " -i " + quoted(movie) +
+                                        filter + " -frames:v 1",
+                                    width, height);
+    if (pictures.empty()) {
         throw std::runtime_error("no picture at " + std::to_string(seconds) + " s");
     }
-    return pictureFrom(bytes, width, height, 0);
+    return pictures[0];
 }
 
 double psnr(const RgbPicture& a, const RgbPicture& b) {

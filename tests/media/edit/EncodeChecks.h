@@ -41,6 +41,9 @@ struct RgbPicture {
     std::vector<double> meanColour() const;
 };
 
+// The pictures ffmpeg decodes with `ffmpegArguments` (see rawFrames), each `width` x
+// `height`.
+std::vector<RgbPicture> decodeRgb(const std::string& ffmpegArguments, int width, int height);
 // Every picture of the first video stream, decoded by ffmpeg, in presentation order.
 std::vector<RgbPicture> decodePictures(const std::filesystem::path& movie);
 struct PictureArea {

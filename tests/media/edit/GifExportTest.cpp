@@ -93,16 +93,14 @@ TEST_F(GifExportTest, CropThenFitIntoSixHundredFortyPixels) {
     EXPECT_EQ(structure.frames.size(), 20u);
 
     const auto scaled = [&](int x) {
-        return run("ffmpeg -v error -i " + quoted(*folder_ / "wide.mp4") +
-                   " -frames:v 1 -vf crop=640:720:" + std::to_string(x) +
-                   ":0,scale=569:640:flags=lanczos -f rawvideo -pix_fmt rgb24 -");
+        return decodeRgb("-i " + quoted(*folder_ / "wide.mp4") + " -frames:v 1 -vf crop=640:720:" +
+                             std::to_string(x) + ":0,scale=569:640:flags=lanczos",
+                         569, 640)
+            .at(0);
     };
-    const auto asPicture = [](const std::string& bytes) {
-        return RgbPicture{569, 640, std::vector<std::uint8_t>(bytes.begin(), bytes.end())};
-    };
-    const RgbPicture first = decodePictures(gif).front();
-    EXPECT_GT(psnr(first, asPicture(scaled(320))), 28);
-    EXPECT_GT(psnr(first, asPicture(scaled(320))), psnr(first, asPicture(scaled(352))) + 6);
+    const RgbPicture first = decodePictures(gif).at(0);
+    EXPECT_GT(psnr(first, scaled(320)), 28);
+    EXPECT_GT(psnr(first, scaled(320)), psnr(first, scaled(352)) + 6);
 }
 
 TEST_F(GifExportTest, EveryFrameKeepsItsColoursAndNewColoursGetAPaletteOfTheirOwn) {
@@ -118,11 +116,11 @@ TEST_F(GifExportTest, EveryFrameKeepsItsColoursAndNewColoursGetAPaletteOfTheirOw
     const auto pictures = decodePictures(gif);
     ASSERT_EQ(pictures.size(), 20u);
     for (std::size_t k = 0; k < pictures.size(); ++k) {
-        const std::string bytes =
-            run("ffmpeg -v error -i " + quoted(*folder_ / "scenes.mp4") + " -vf \"select=eq(n\\," +
-                std::to_string(3 * k) + ")\" -frames:v 1 -f rawvideo -pix_fmt rgb24 -");
-        const RgbPicture source{480, 270, std::vector<std::uint8_t>(bytes.begin(), bytes.end())};
-        EXPECT_GT(psnr(pictures[k], source), 30) << "GIF frame " << k;
+        const auto source =
+            decodeRgb("-i " + quoted(*folder_ / "scenes.mp4") + " -vf \"select=eq(n\\," +
+                          std::to_string(3 * k) + ")\" -frames:v 1",
+                      480, 270);
+        EXPECT_GT(psnr(pictures[k], source.at(0)), 30) << "GIF frame " << k;
     }
 }
 

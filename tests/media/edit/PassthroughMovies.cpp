@@ -148,13 +148,7 @@ std::vector<PacketSum> videoPackets(const std::filesystem::path& movie) {
 }
 
 std::vector<std::string> lumaFrames(const std::filesystem::path& movie) {
-    const std::string bytes = run("ffmpeg -v error -i " + quoted(movie) +
-                                  " -map 0:v:0 -fps_mode passthrough -f rawvideo -pix_fmt gray -");
-    std::vector<std::string> frames;
-    for (std::size_t at = 0; at + lumaBytes <= bytes.size(); at += lumaBytes) {
-        frames.push_back(bytes.substr(at, lumaBytes));
-    }
-    return frames;
+    return testing::rawFrames("-i " + quoted(movie) + " -map 0:v:0", "gray", lumaBytes);
 }
 
 std::vector<ExpectedFrame> expectedFrames(const EditDecision& edit,

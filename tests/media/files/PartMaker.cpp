@@ -5,7 +5,6 @@
 #include "ffmpeg/Handles.h"
 
 #include <cstring>
-#include <fstream>
 #include <sstream>
 #include <stdexcept>
 
@@ -157,36 +156,6 @@ std::vector<std::filesystem::path> splitIntoParts(const std::filesystem::path& r
         paths.push_back(parts[k].path);
     }
     return paths;
-}
-
-std::vector<Box> topLevelBoxes(const std::filesystem::path& movie) {
-    std::ifstream file(movie, std::ios::binary);
-    const auto total = static_cast<std::uint64_t>(std::filesystem::file_size(movie));
-    std::vector<Box> boxes;
-    std::uint64_t position = 0;
-    while (position + 8 <= total) {
-        unsigned char header[16] = {};
-        file.seekg(static_cast<std::streamoff>(position));
-        file.read(reinterpret_cast<char*>(header), 16);
-        std::uint64_t size = 0;
-        for (int i = 0; i < 4; ++i) {
-            size = (size << 8) | header[i];
-        }
-        if (size == 1) {
-            size = 0;
-            for (int i = 8; i < 16; ++i) {
-                size = (size << 8) | header[i];
-            }
-        } else if (size == 0) {
-            size = total - position;
-        }
-        if (size < 8) {
-            break;
-        }
-        boxes.push_back({std::string(reinterpret_cast<char*>(header + 4), 4), position, size});
-        position += size;
-    }
-    return boxes;
 }
 
 } // namespace lumenvale::testing

@@ -45,12 +45,4 @@ std::vector<std::filesystem::path> splitIntoParts(const std::filesystem::path& r
                                                   const std::vector<double>& cutSeconds,
                                                   const PartOptions& options = {});
 
-// The top-level boxes of an MPEG-4 file, in order.
-struct Box {
-    std::string type; // "ftyp", "moov", "moof", "mdat", ...
-    std::uint64_t offset = 0;
-    std::uint64_t size = 0;
-};
-std::vector<Box> topLevelBoxes(const std::filesystem::path& movie);
-
 } // namespace lumenvale::testing

@@ -25,11 +25,6 @@ std::vector<std::string> sums(const std::filesystem::path& movie) {
     return md5s;
 }
 
-std::string contents(const std::filesystem::path& file) {
-    std::ifstream in(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
 class RecoveryTest : public ::testing::Test {
   protected:
     void SetUp() override { testing::makeRecording(parts_ / "recording.mp4", 320, 240, 8); }
@@ -57,7 +52,7 @@ TEST_P(KilledRecordingTest, IsSavedUpToTheCut) {
     }
     const std::size_t firstTwo = sums(split[0]).size() + sums(split[1]).size();
     std::vector<testing::Box> fragments;
-    for (const testing::Box& box : testing::topLevelBoxes(split[2])) {
+    for (const testing::Box& box : testing::mp4Boxes(split[2])) {
         if (box.type == "moof") {
             fragments.push_back(box);
         }
@@ -164,11 +159,11 @@ TEST_F(RecoveryTest, ARecordingWithALockedPartIsLeftAlone) {
 TEST_F(RecoveryTest, PartsThatHoldNothingAreRemovedQuietlyUnlessTheirWriterLives) {
     const auto part = testing::splitIntoParts(parts_ / "recording.mp4", parts_.path(), {}).front();
     std::filesystem::remove(parts_ / "recording.mp4");
-    const std::vector<testing::Box> boxes = testing::topLevelBoxes(part);
+    const std::vector<testing::Box> boxes = testing::mp4Boxes(part);
     ASSERT_GE(boxes.size(), 3u);
     ASSERT_EQ(boxes[1].type, "moov");
     ASSERT_EQ(boxes[2].type, "moof");
-    const std::string bytes = contents(part);
+    const std::string bytes = testing::readFile(part);
     std::filesystem::remove(part);
     const auto leftover = [&](char last, std::uint64_t length) {
         const auto path =
@@ -246,7 +241,7 @@ TEST_F(RecoveryTest, AMovieWithoutTagsStandsAloneAndOtherFilesAreOnlyReported) {
     EXPECT_EQ(result.unusable[0].path, junk);
     EXPECT_EQ(result.unusable[0].reason,
               "The file “Lumenvale-junk.mp4” is not a movie Lumenvale can open.");
-    EXPECT_EQ(contents(junk), "half a header");
+    EXPECT_EQ(testing::readFile(junk), "half a header");
     EXPECT_TRUE(std::filesystem::exists(unrelated));
     EXPECT_FALSE(std::filesystem::exists(untagged));
 }

@@ -164,7 +164,7 @@ TEST_F(SaveFailureTest, PartsWithoutContentAreLeftOutAndNotMoviesAreNeverRemoved
     const auto empty = temp_ / "Lumenvale-EMPTY.mp4";
     std::filesystem::copy_file(parts_[0], empty);
     std::uintmax_t headerBytes = 0;
-    for (const testing::Box& box : testing::topLevelBoxes(empty)) {
+    for (const testing::Box& box : testing::mp4Boxes(empty)) {
         if (box.type == "moof") {
             headerBytes = box.offset;
             break;

@@ -56,7 +56,7 @@ testing::TemporaryFolder* SaveTest::source_ = nullptr;
 
 void expectStandardMovie(const std::filesystem::path& movie) {
     std::vector<std::string> boxes;
-    for (const testing::Box& box : testing::topLevelBoxes(movie)) {
+    for (const testing::Box& box : testing::mp4Boxes(movie)) {
         boxes.push_back(box.type);
     }
     const auto moov = std::find(boxes.begin(), boxes.end(), "moov");

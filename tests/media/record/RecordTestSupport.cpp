@@ -185,16 +185,12 @@ bool PipelineReports::waitForStop() {
 }
 
 std::vector<std::int64_t> frameCounters(const std::filesystem::path& movie) {
-    const std::string gray =
-        run("ffmpeg -v error -i " + quoted(movie) +
-            " -map 0:v:0 -fps_mode passthrough -vf scale=16:4:flags=area -f rawvideo "
-            "-pix_fmt gray -");
     std::vector<std::int64_t> counters;
-    for (std::size_t frame = 0; frame + 64 <= gray.size(); frame += 64) {
+    for (const std::string& gray :
+         rawFrames("-i " + quoted(movie) + " -map 0:v:0 -vf scale=16:4:flags=area", "gray", 64)) {
         std::int64_t value = 0;
         for (std::size_t column = 0; column < 16; ++column) {
-            const auto level = static_cast<unsigned char>(gray[frame + column]);
-            value = value * 2 + (level > 128 ? 1 : 0);
+            value = value * 2 + (static_cast<unsigned char>(gray[column]) > 128 ? 1 : 0);
         }
         counters.push_back(value);
     }
@@ -320,23 +316,6 @@ double toneAmplitude(const std::filesystem::path& movie, int audioStream, double
                      amplitudes.begin() + static_cast<std::ptrdiff_t>(amplitudes.size() / 2),
                      amplitudes.end());
     return amplitudes[amplitudes.size() / 2];
-}
-
-std::vector<std::string> trackNameBoxes(const std::filesystem::path& movie) {
-    std::ifstream in(movie, std::ios::binary);
-    const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    std::vector<std::string> names;
-    for (std::size_t at = bytes.find("name", 4); at != std::string::npos;
-         at = bytes.find("name", at + 4)) {
-        std::uint32_t size = 0;
-        for (std::size_t i = at - 4; i < at; ++i) {
-            size = size * 256 + static_cast<unsigned char>(bytes[i]);
-        }
-        if (size > 8 && size < 256 && at - 4 + size <= bytes.size()) {
-            names.push_back(bytes.substr(at + 4, size - 8));
-        }
-    }
-    return names;
 }
 
 } // namespace lumenvale::testing

@@ -134,7 +134,4 @@ std::vector<float> decodeMono(const std::filesystem::path& movie, int audioStrea
 double toneAmplitude(const std::filesystem::path& movie, int audioStream, double frequency,
                      double startSeconds, double durationSeconds);
 
-// The names in the "name" boxes of a file's tracks (the track titles), in file order.
-std::vector<std::string> trackNameBoxes(const std::filesystem::path& movie);
-
 } // namespace lumenvale::testing
