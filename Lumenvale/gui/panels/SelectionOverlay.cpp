@@ -107,18 +107,21 @@ void SelectionOverlay::open(Mode mode, Finish onFinish) {
                          ? QString()
                          : QStringLiteral("image://overlaystill/%1?%2").arg(index).arg(generation));
         picker.setGeometry(screens[index]->geometry());
-        picker.show();
-        picker.raise();
     }
-    open_ = true;
-    if (hotkeys_ != nullptr) {
-        hotkeys_->grabEscape([this] { finish(std::nullopt); });
-    }
+    // Drawn before they show: a kept picker must not flash the last opening's drag.
     if (mode == Mode::window) {
         const QPointF pointer = QCursor::pos();
         pointerMoved(pointer.x(), pointer.y());
     }
     redraw();
+    for (const auto& picker : pickers_) {
+        picker->show();
+        picker->raise();
+    }
+    open_ = true;
+    if (hotkeys_ != nullptr) {
+        hotkeys_->grabEscape([this] { finish(std::nullopt); });
+    }
 }
 
 void SelectionOverlay::close() {
