@@ -103,7 +103,7 @@ start_up() {
   line=$(grep '^registered ' "$work/watcher.log" | sed -n "$((before + 1))p")
   elapsed_ms=$(awk -v s="$started" -v r="$(awk '{ print $3 }' <<<"$line")" \
     'BEGIN { printf "%.0f", (r - s) * 1000 }')
-  tray click --item "$(awk '{ print $2 }' <<<"$line")" "$quit"
+  tray click "$quit"
   wait "$pid" || true
 }
 
