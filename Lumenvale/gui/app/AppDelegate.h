@@ -52,7 +52,6 @@ class AppDelegate : public QObject {
 
     MenuModel& menu() { return menu_; }
     Windows& windows() { return windows_; }
-    RecordingPanels& panels() { return panels_; }
     Mode mode() const { return mode_; }
 
   private:

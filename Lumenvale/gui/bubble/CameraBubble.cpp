@@ -4,6 +4,7 @@
 #include "desktop/Screens.h"
 #include "desktop/XcbHandles.h"
 #include "gui/bubble/CameraFeed.h"
+#include "gui/panels/OverlayPanel.h"
 #include "recorder/ScreenRecorder.h"
 
 #include <QActionGroup>
@@ -163,14 +164,9 @@ bool CameraBubble::makeWindow() {
 
 void CameraBubble::place(const Rect& frame) {
     frame_ = frame;
-    const Rect topLeft = Screens::toTopLeft(frame);
-    const QRect geometry(static_cast<int>(std::lround(topLeft.x)),
-                         static_cast<int>(std::lround(topLeft.y)),
-                         static_cast<int>(std::lround(topLeft.width)),
-                         static_cast<int>(std::lround(topLeft.height)));
-    window_->setGeometry(geometry);
+    OverlayPanel::place(*window_, frame);
     // Round without a compositor too: outside the circle the desktop shows through.
-    window_->setMask(QRegion(0, 0, geometry.width(), geometry.height(), QRegion::Ellipse));
+    OverlayPanel::clip(*window_, QRegion(QRect(QPoint(0, 0), window_->size()), QRegion::Ellipse));
 }
 
 void CameraBubble::resizeTo(double diameter) {

@@ -52,7 +52,6 @@ class RecordingCard : public QObject {
     QString posterSource() const;
     bool hovering() const { return hovering_; }
     void setHovering(bool hovering);
-    QQuickWindow* window() const { return window_.get(); }
 
     // The buttons; each does nothing without a recording.
     Q_INVOKABLE void edit();

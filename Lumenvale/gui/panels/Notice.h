@@ -28,7 +28,6 @@ class Notice : public QObject {
 
     void show(const QString& text);
     QString text() const { return text_; }
-    QQuickWindow* window() const { return window_.get(); }
 
   signals:
     void textChanged();

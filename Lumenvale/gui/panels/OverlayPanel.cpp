@@ -29,11 +29,6 @@ std::unique_ptr<QQuickWindow> create(Windows& windows, const QString& view,
     return window;
 }
 
-QPointF toQt(double x, double y) {
-    const Rect point = Screens::toTopLeft(Rect{x, y, 0, 0});
-    return {point.x, point.y};
-}
-
 QRectF toQt(const Rect& rect) {
     const Rect topLeft = Screens::toTopLeft(rect);
     return {topLeft.x, topLeft.y, topLeft.width, topLeft.height};
@@ -44,11 +39,7 @@ Rect fromQt(const QRectF& rect) {
 }
 
 void place(QWindow& window, const Rect& rect) {
-    window.setGeometry(toQt(rect).toAlignedRect());
-}
-
-Rect frameOf(const QWindow& window) {
-    return fromQt(QRectF(window.geometry()));
+    window.setGeometry(toQt(rect).toRect());
 }
 
 void clip(QWindow& window, const QRegion& region) {

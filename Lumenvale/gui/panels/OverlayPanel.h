@@ -2,7 +2,6 @@
 
 #include "LumenvaleKit/Geometry.h"
 
-#include <QPointF>
 #include <QRect>
 #include <QRegion>
 #include <QSize>
@@ -40,13 +39,10 @@ void configure(QWindow& window, Mouse mouse);
 std::unique_ptr<QQuickWindow> create(Windows& windows, const QString& view,
                                      const QVariantMap& properties, Mouse mouse);
 
-// Moves and sizes the window onto `rect`.
+// Moves and sizes the window onto `rect`, each edge rounded to a whole point.
 void place(QWindow& window, const Rect& rect);
-// The desktop rectangle of the window as it is now.
-Rect frameOf(const QWindow& window);
 
 // Between Qt's global coordinates and desktop coordinates.
-QPointF toQt(double x, double y);
 Rect fromQt(const QRectF& rect);
 QRectF toQt(const Rect& rect);
 

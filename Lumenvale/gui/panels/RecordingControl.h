@@ -37,7 +37,6 @@ class RecordingControl : public QObject {
 
     bool paused() const;
     QString elapsedText() const;
-    QQuickWindow* window() const { return window_.get(); }
 
     Q_INVOKABLE void pause();
     Q_INVOKABLE void resume();

@@ -35,7 +35,6 @@ class RecordingCountdown : public QObject {
     void cancel();
 
     int number() const { return number_; }
-    QQuickWindow* window() const { return window_.get(); }
 
   signals:
     void numberChanged();

@@ -49,11 +49,6 @@ class RecordingPanels : public QObject, public RecorderUi {
     void showCard(const Recording& recording) override;
     void screenPermissionRefused() override;
 
-    SelectionOverlay& overlay() { return overlay_; }
-    RecordingControl& control() { return control_; }
-    RecordingCard& card() { return card_; }
-    CameraBubble& bubble() { return bubble_; }
-
   private:
     ScreenRecorder& recorder_;
     Windows& windows_;

@@ -46,7 +46,6 @@ class SelectionOverlay : public QObject {
     void open(Mode mode, Finish finish);
     // Closes it without a result, without calling `finish` (the recorder's stop).
     void close();
-    bool isOpen() const { return open_; }
 
     // The pointer, in Qt's global coordinates, from the pickers' views.
     Q_INVOKABLE void pointerPressed(double x, double y);
