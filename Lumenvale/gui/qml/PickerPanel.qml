@@ -85,7 +85,7 @@ Window {
         Accessible.role: Accessible.Canvas
         Accessible.name: picker.windowMode ? "Windows to record" : "Area to record"
         Accessible.description: picker.windowMode ? "Click a window to record it."
-                                                  : "Drag to record an area.
+                                                  : "Drag to record an area."
         cursorShape: picker.windowMode ? Qt.PointingHandCursor : Qt.CrossCursor
         onPressed: mouse => {
             const at = mapToGlobal(mouse.x, mouse.y)
