@@ -61,6 +61,7 @@ void EditorModel::load(const std::filesystem::path& movie, EditorServices servic
 EditorModel::EditorModel(std::filesystem::path movie, const MovieFacts& facts,
                          EditorServices services)
     : path_(std::move(movie)), videoSize_(facts.videoSize), audioTracks_(facts.audioTracks),
+      audioTrackNames_(facts.audioTrackNames),
       services_(std::move(services)), edit_(facts.durationSeconds),
       player_([this]() -> std::unique_ptr<PreviewPlayer> {
           auto made = services_.makePlayer ? services_.makePlayer() : nullptr;
@@ -75,7 +76,7 @@ EditorModel::EditorModel(std::filesystem::path movie, const MovieFacts& facts,
 EditorModel::~EditorModel() {
     // Running exports stop early and remove what they wrote; their results, and those
     // of builds still running, are dropped with this object.
-    closing_->store(true);
+    stopRunningExports();
 }
 
 QUrl EditorModel::url() const {

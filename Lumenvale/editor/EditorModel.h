@@ -98,6 +98,8 @@ class EditorModel final : public QObject {
     QUrl url() const;
     PixelSize videoSize() const { return videoSize_; }
     int audioTracks() const { return audioTracks_; }
+    // Source audio track N's name at index N - 1.
+    const std::vector<std::string>& audioTrackNames() const { return audioTrackNames_; }
     const EditDecision& edit() const { return edit_; }
     double outputDuration() const { return edit_.outputDuration(); }
     const std::vector<EditDecision>& undoStack() const { return undoStack_; }
@@ -164,6 +166,9 @@ class EditorModel final : public QObject {
     void step(int frames);
     // Exports in the current format and shows the card.
     void startExport();
+    // Stops the running export: it removes what it wrote, reports nothing, and Export
+    // is ready again at once.
+    void cancelExport();
     // Stops playback and the playhead's observation; the window is closing.
     void close();
 
@@ -194,6 +199,7 @@ class EditorModel final : public QObject {
     void afterChange();
     void rebuild();
     void loadThumbnails();
+    void stopRunningExports();
     void observePlayer();
 
     void setTime(double seconds);
@@ -207,6 +213,7 @@ class EditorModel final : public QObject {
     const std::filesystem::path path_;
     const PixelSize videoSize_;
     const int audioTracks_;
+    const std::vector<std::string> audioTrackNames_;
     EditorServices services_;
     EditDecision edit_;
     std::vector<EditDecision> undoStack_;
@@ -226,8 +233,9 @@ class EditorModel final : public QObject {
     qint64 generation_ = 0;
     std::optional<ExportRecord> exported_;
     qint64 exportID_ = 0;
-    // Set when the model goes away, so running exports stop early and clean up.
-    const std::shared_ptr<std::atomic<bool>> closing_ = std::make_shared<std::atomic<bool>>(false);
+    // The stop flags of exports still running: set when they are cancelled or the model
+    // goes away, so they stop early and clean up.
+    std::vector<std::weak_ptr<std::atomic<bool>>> runningExports_;
 };
 
 } // namespace lumenvale

@@ -40,11 +40,15 @@ QFuture<std::optional<std::filesystem::path>> EditorModel::exportFile(AfterExpor
     const qint64 id = checkedIncrement(exportID_, "the editor's export counter");
     setExportID(id);
     setExportProgress(0.0);
+    setError(QString());
+    auto stop = std::make_shared<std::atomic<bool>>(false);
+    std::erase_if(runningExports_, [](const auto& flag) { return flag.expired(); });
+    runningExports_.push_back(stop);
 
     auto makePoster = after == AfterExport::showCard ? services_.makePoster : nullptr;
     QFuture<ExportOutcome> work =
         QtConcurrent::run([source = path_, edit, format, codec, reservation, makePoster,
-                           closing = closing_](QPromise<ExportOutcome>& promise) {
+                           stop](QPromise<ExportOutcome>& promise) {
             promise.setProgressRange(0, progressSteps);
             ExportOutcome outcome;
             try {
@@ -53,7 +57,7 @@ QFuture<std::optional<std::filesystem::path>> EditorModel::exportFile(AfterExpor
                 outcome.written = EditorExport::write(
                     source, edit, format, codec, reservation->destination(),
                     [&](double fraction) { promise.setProgressValue(progressStep(fraction)); },
-                    closing.get());
+                    stop.get());
                 if (makePoster) {
                     outcome.poster = makePoster(outcome.written, edit.outputDuration());
                 }
@@ -112,6 +116,24 @@ QFuture<std::optional<std::filesystem::path>> EditorModel::currentExport() {
 
 void EditorModel::startExport() {
     exportFile(AfterExport::showCard);
+}
+
+void EditorModel::stopRunningExports() {
+    for (const auto& running : runningExports_) {
+        if (const auto flag = running.lock()) {
+            flag->store(true);
+        }
+    }
+    runningExports_.clear();
+}
+
+void EditorModel::cancelExport() {
+    stopRunningExports();
+    if (exportProgress_) {
+        // Its result is dropped as an overtaken one's would be.
+        setExportID(checkedIncrement(exportID_, "the editor's export counter"));
+        setExportProgress(std::nullopt);
+    }
 }
 
 } // namespace lumenvale

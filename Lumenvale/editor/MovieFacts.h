@@ -3,6 +3,8 @@
 #include "LumenvaleKit/PixelSize.h"
 
 #include <filesystem>
+#include <string>
+#include <vector>
 
 namespace lumenvale {
 
@@ -11,6 +13,9 @@ struct MovieFacts {
     double durationSeconds = 0; // the longest track's end
     PixelSize videoSize;        // the first video track's picture size
     int audioTracks = 0;        // source audio tracks (a Lumenvale mix is not counted)
+    // What the movie calls each source audio track, in the order the edit's volumes
+    // number them from 1: its own name, else "Audio Track N".
+    std::vector<std::string> audioTrackNames;
 };
 
 // Reads the movie's facts. Blocking: call it on a worker thread.

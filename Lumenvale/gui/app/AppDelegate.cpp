@@ -43,6 +43,8 @@ AppDelegate::AppDelegate(Mode mode, QObject* parent)
     connect(&HotkeyCenter::shared(), &HotkeyCenter::combosChanged, this,
             &AppDelegate::reportStoreProblem);
     connect(&EditorWindow::shared(), &EditorWindow::noticeShown, this, &AppDelegate::notify);
+    EditorWindow::shared().attach(windows_,
+                                  [this](const Recording& movie) { panels_.showCard(movie); });
     connect(
         &Updates::shared(), &Updates::checkedByHand, this,
         [this](const QString& text, const QUrl& page) { windows_.showUpdateCheck(text, page); });
@@ -50,6 +52,7 @@ AppDelegate::AppDelegate(Mode mode, QObject* parent)
 
 AppDelegate::~AppDelegate() {
     recorder_.setUi(nullptr); // the recorder outlives the panels
+    EditorWindow::shared().closeAll();
     // The views read the models below; they go first.
     windows_.destroyAll();
 }

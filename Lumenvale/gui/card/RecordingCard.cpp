@@ -1,35 +1,25 @@
 #include "gui/card/RecordingCard.h"
 
 #include "LumenvaleKit/Clock.h"
-#include "desktop/OpenWith.h"
 #include "desktop/Screens.h"
 #include "editor/QtImage.h"
+#include "gui/card/ShareMenu.h"
 #include "gui/panels/OverlayPanel.h"
 #include "gui/windows/Windows.h"
 
 #include <QClipboard>
 #include <QCursor>
 #include <QDBusConnection>
-#include <QDBusConnectionInterface>
 #include <QDBusMessage>
-#include <QDBusMetaType>
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
-#include <QDBusUnixFileDescriptor>
 #include <QDesktopServices>
-#include <QFile>
 #include <QGuiApplication>
 #include <QImage>
-#include <QMenu>
 #include <QMimeData>
-#include <QMimeDatabase>
 #include <QMutex>
-#include <QProcess>
 #include <QQuickImageProvider>
 #include <QQuickWindow>
-#include <QStandardPaths>
-#include <fcntl.h>
-#include <unistd.h>
 
 namespace lumenvale {
 
@@ -60,35 +50,6 @@ namespace {
 
 constexpr int hideAfterMilliseconds = 8000;
 constexpr double edgeDistance = 16; // points from the right and bottom of the usable area
-
-const QString portalService = QStringLiteral("org.freedesktop.portal.Desktop");
-const QString portalPath = QStringLiteral("/org/freedesktop/portal/desktop");
-
-bool serviceAvailable(const QString& name) {
-    QDBusConnectionInterface* bus = QDBusConnection::sessionBus().interface();
-    if (bus == nullptr) {
-        return false;
-    }
-    if (bus->isServiceRegistered(name).value()) {
-        return true;
-    }
-    const QDBusReply<QStringList> activatable =
-        QDBusConnection::sessionBus().call(QDBusMessage::createMethodCall(
-            QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
-            QStringLiteral("org.freedesktop.DBus"), QStringLiteral("ListActivatableNames")));
-    return activatable.isValid() && activatable.value().contains(name);
-}
-
-// A read-only descriptor of `path` for a portal; invalid when it cannot be opened.
-QDBusUnixFileDescriptor openForPortal(const QString& path) {
-    const int fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) {
-        return {};
-    }
-    QDBusUnixFileDescriptor descriptor(fd); // duplicates it
-    ::close(fd);
-    return descriptor;
-}
 
 } // namespace
 
@@ -254,75 +215,8 @@ void RecordingCard::share(double x, double y) {
         return;
     }
     cancelHide(); // the card stays while the user chooses
-    auto* menu = new QMenu;
-    menu->setAttribute(Qt::WA_DeleteOnClose);
-    menu->setAccessibleName(QStringLiteral("Share"));
-    const QString openWith = QStringLiteral("Open With…");
-    if (serviceAvailable(portalService)) {
-        menu->addAction(openWith, this, &RecordingCard::chooseApplication);
-    } else {
-        addApplications(*menu->addMenu(openWith));
-    }
-    menu->addAction(QStringLiteral("Email…"), this, &RecordingCard::email);
-    menu->popup(QPoint(static_cast<int>(x), static_cast<int>(y)));
-}
-
-void RecordingCard::addApplications(QMenu& menu) {
-    const QString path = fileUrl().toLocalFile();
-    const QString type = QMimeDatabase().mimeTypeForFile(path).name();
-    const std::vector<OpenWith::Application> applications = OpenWith::applicationsFor(type);
-    if (applications.empty()) {
-        menu.addAction(QStringLiteral("No Applications for Movies"))->setEnabled(false);
-        return;
-    }
-    for (const OpenWith::Application& application : applications) {
-        menu.addAction(application.name, this, [this, application, path] {
-            if (!OpenWith::open(application, path)) {
-                notify_(QStringLiteral("Couldn’t open the movie with ") + application.name +
-                        QStringLiteral("."));
-            }
-        });
-    }
-}
-
-void RecordingCard::chooseApplication() {
-    if (!recording_) {
-        return;
-    }
-    // The desktop's own chooser of the applications for the file's type.
-    QDBusMessage call = QDBusMessage::createMethodCall(
-        portalService, portalPath, QStringLiteral("org.freedesktop.portal.OpenURI"),
-        QStringLiteral("OpenFile"));
-    call << QString() << QVariant::fromValue(openForPortal(fileUrl().toLocalFile()))
-         << QVariantMap{{QStringLiteral("ask"), true}};
-    if (QDBusConnection::sessionBus().call(call, QDBus::Block, 10000).type() ==
-        QDBusMessage::ErrorMessage) {
-        notify_(QStringLiteral("Couldn’t open the movie: the desktop offered no applications."));
-    }
-}
-
-void RecordingCard::email() {
-    if (!recording_) {
-        return;
-    }
-    const QString path = fileUrl().toLocalFile();
-    if (serviceAvailable(portalService)) {
-        qDBusRegisterMetaType<QList<QDBusUnixFileDescriptor>>();
-        QDBusMessage call = QDBusMessage::createMethodCall(
-            portalService, portalPath, QStringLiteral("org.freedesktop.portal.Email"),
-            QStringLiteral("ComposeEmail"));
-        const QList<QDBusUnixFileDescriptor> attachments{openForPortal(path)};
-        call << QString()
-             << QVariantMap{{QStringLiteral("attachment_fds"), QVariant::fromValue(attachments)}};
-        if (QDBusConnection::sessionBus().call(call, QDBus::Block, 10000).type() !=
-            QDBusMessage::ErrorMessage) {
-            return;
-        }
-    }
-    if (QStandardPaths::findExecutable(QStringLiteral("xdg-email")).isEmpty() ||
-        !QProcess::startDetached(QStringLiteral("xdg-email"), {QStringLiteral("--attach"), path})) {
-        notify_(QStringLiteral("Couldn’t start an email: no mail application was found."));
-    }
+    ShareMenu::popup(fileUrl().toLocalFile(), QPoint(static_cast<int>(x), static_cast<int>(y)),
+                     notify_);
 }
 
 } // namespace lumenvale

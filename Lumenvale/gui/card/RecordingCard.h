@@ -11,7 +11,6 @@
 #include <memory>
 #include <optional>
 
-class QMenu;
 class QQuickWindow;
 
 namespace lumenvale {
@@ -73,9 +72,6 @@ class RecordingCard : public QObject {
   private:
     void scheduleHide();
     void cancelHide();
-    void chooseApplication();
-    void addApplications(QMenu& menu);
-    void email();
 
     Windows& windows_;
     std::function<void(const QString&)> notify_;

@@ -2,13 +2,54 @@
 
 #include "base/PathText.h"
 #include "editor/EditorServices.h"
+#include "gui/editor/EditorViewModel.h"
+#include "gui/windows/Windows.h"
 
 #include <QFileDialog>
+#include <QMutex>
+#include <QQuickImageProvider>
+#include <QQuickWindow>
 #include <QStandardPaths>
 #include <system_error>
 #include <utility>
 
 namespace lumenvale {
+
+// "image://editorthumbs/N/I": picture I of the filmstrip of editor window N.
+class ThumbnailImages : public QQuickImageProvider {
+  public:
+    ThumbnailImages() : QQuickImageProvider(QQuickImageProvider::Image) {}
+
+    void set(int window, QList<QImage> pictures) {
+        QMutexLocker lock(&mutex_);
+        pictures_[window] = std::move(pictures);
+    }
+    void remove(int window) {
+        QMutexLocker lock(&mutex_);
+        pictures_.erase(window);
+    }
+
+    QImage requestImage(const QString& id, QSize* size, const QSize&) override {
+        const QStringList parts = id.split(QLatin1Char('/'));
+        QMutexLocker lock(&mutex_);
+        QImage picture;
+        if (parts.size() == 2) {
+            const auto found = pictures_.find(parts[0].toInt());
+            const int index = parts[1].toInt();
+            if (found != pictures_.end() && index >= 0 && index < found->second.size()) {
+                picture = found->second[index];
+            }
+        }
+        if (size != nullptr) {
+            *size = picture.size();
+        }
+        return picture;
+    }
+
+  private:
+    QMutex mutex_; // the engine may ask from its loader thread
+    std::map<int, QList<QImage>> pictures_;
+};
 
 namespace {
 
@@ -28,6 +69,15 @@ QString couldNotOpen(const QString& name, const QString& reason) {
     return QStringLiteral("Couldn’t open ") + name + QStringLiteral(". ") + reason;
 }
 
+void bringForward(QQuickWindow& window) {
+    window.show();
+    if (window.windowStates() & Qt::WindowMinimized) {
+        window.setWindowStates(window.windowStates() & ~Qt::WindowMinimized);
+    }
+    window.raise();
+    window.requestActivate();
+}
+
 } // namespace
 
 EditorWindow::EditorWindow(QObject* parent) : QObject(parent) {}
@@ -35,6 +85,13 @@ EditorWindow::EditorWindow(QObject* parent) : QObject(parent) {}
 EditorWindow& EditorWindow::shared() {
     static auto* windows = new EditorWindow;
     return *windows;
+}
+
+void EditorWindow::attach(Windows& windows, std::function<void(const Recording&)> showCard) {
+    windows_ = &windows;
+    showCard_ = std::move(showCard);
+    thumbnails_ = new ThumbnailImages;
+    windows.addImageProvider(QStringLiteral("editorthumbs"), thumbnails_);
 }
 
 void EditorWindow::choose() {
@@ -52,8 +109,17 @@ void EditorWindow::choose() {
 }
 
 EditorModel* EditorWindow::model(const std::filesystem::path& file) const {
-    const auto found = windows_.find(registryKey(file));
-    return found == windows_.end() ? nullptr : found->second.get();
+    const auto found = open_.find(registryKey(file));
+    return found == open_.end() ? nullptr : found->second.model.get();
+}
+
+QQuickWindow* EditorWindow::window(const EditorModel& model) const {
+    for (const auto& [key, open] : open_) {
+        if (open.model.get() == &model) {
+            return open.window.get();
+        }
+    }
+    return nullptr;
 }
 
 void EditorWindow::open(const QUrl& file) {
@@ -64,33 +130,96 @@ void EditorWindow::open(const QUrl& file) {
         return;
     }
     const std::filesystem::path key = registryKey(toPath(file.toLocalFile()));
-    if (const auto found = windows_.find(key); found != windows_.end()) {
-        bringForward(*found->second);
+    if (const auto found = open_.find(key); found != open_.end()) {
+        bringForward(*found->second.window);
+        return;
+    }
+    if (windows_ == nullptr) {
+        emit noticeShown(couldNotOpen(nameOf(key), QStringLiteral("The editor is not ready.")));
         return;
     }
     if (!loading_.insert(key).second) {
         return; // its window appears when the load ends
     }
-    EditorModel::load(key, EditorServices::standard(), this,
-                      [this, key](EditorModel::LoadResult result) {
-                          loading_.erase(key);
-                          if (!result.model) {
-                              emit noticeShown(couldNotOpen(nameOf(key), result.error));
-                              return;
-                          }
-                          show(key, std::move(result.model));
-                      });
+    EditorServices services = EditorServices::standard();
+    services.showCard = showCard_;
+    EditorModel::load(key, std::move(services), this, [this, key](EditorModel::LoadResult result) {
+        loading_.erase(key);
+        if (!result.model) {
+            emit noticeShown(couldNotOpen(nameOf(key), result.error));
+            return;
+        }
+        show(key, std::move(result.model));
+    });
 }
 
 void EditorWindow::show(std::filesystem::path key, std::unique_ptr<EditorModel> model) {
-    EditorModel& shown = *model;
-    windows_.emplace(std::move(key), std::move(model));
-    bringForward(shown);
+    Open entry;
+    entry.number = ++opened_;
+    entry.model = std::move(model);
+    entry.view = std::make_unique<EditorViewModel>(
+        *entry.model,
+        QStringLiteral("image://editorthumbs/%1/").arg(entry.number),
+        [this](const QString& text) { emit noticeShown(text); });
+    entry.window.reset(windows_->create(
+        QStringLiteral("EditorView"),
+        {{QStringLiteral("editor"), QVariant::fromValue(static_cast<QObject*>(entry.view.get()))}}));
+    if (!entry.window) {
+        emit noticeShown(couldNotOpen(nameOf(key), QStringLiteral("The editor window failed.")));
+        return;
+    }
+    const int number = entry.number;
+    EditorModel& shown = *entry.model;
+    connect(&shown, &EditorModel::thumbnailsChanged, this, [this, number, &shown] {
+        QList<QImage> pictures;
+        for (const EditorThumbnail& thumbnail : shown.thumbnails()) {
+            pictures.append(thumbnail.image);
+        }
+        thumbnails_->set(number, std::move(pictures));
+    });
+    connect(&shown, &EditorModel::errorChanged, this, [this, &shown] {
+        if (!shown.error().isEmpty()) {
+            emit noticeShown(QStringLiteral("Couldn’t export the movie. ") + shown.error());
+        }
+    });
+    // A closed window is hidden, never minimised away: that is its end.
+    connect(entry.window.get(), &QWindow::visibleChanged, this, [this, key](bool visible) {
+        if (!visible) {
+            closed(key);
+        }
+    });
+    QQuickWindow& window = *entry.window;
+    Windows::centre(window);
+    open_.emplace(std::move(key), std::move(entry));
+    bringForward(window);
 }
 
-void EditorWindow::bringForward(const EditorModel& model) {
-    // Where the window will be raised and activated.
-    emit noticeShown(QStringLiteral("Editing comes in a later version: ") + nameOf(model.path()));
+void EditorWindow::closeAll() {
+    for (auto& [key, entry] : open_) {
+        entry.model->close();
+        thumbnails_->remove(entry.number);
+        entry.window.reset(); // before the view and model it reads
+    }
+    open_.clear();
+}
+
+void EditorWindow::closed(const std::filesystem::path& key) {
+    const auto found = open_.find(key);
+    if (found == open_.end()) {
+        return;
+    }
+    found->second.model->close();
+    thumbnails_->remove(found->second.number);
+    // The window is inside its own close event: it and what its view reads go later.
+    auto* window = found->second.window.release();
+    auto* view = found->second.view.release();
+    auto* model = found->second.model.release();
+    open_.erase(found);
+    window->deleteLater();
+    connect(window, &QObject::destroyed, view, [view, model] {
+        delete view;
+        delete model;
+    });
 }
 
 } // namespace lumenvale

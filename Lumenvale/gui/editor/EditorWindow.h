@@ -1,25 +1,30 @@
 #pragma once
 
+#include "LumenvaleMedia/RecordingFiles.h"
 #include "editor/EditorModel.h"
+#include "gui/editor/EditorViewModel.h"
 
 #include <QObject>
+#include <QQuickWindow>
 #include <QString>
 #include <QUrl>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <memory>
 #include <set>
 
 namespace lumenvale {
 
-// The editor windows: one window and one EditorModel per recording, kept in a registry
-// by the recording's path, and the one way to open a movie in the editor (the command
-// line's FILEs, the desktop's Open, later the menu and the recording card).
-//
-// THE WINDOW ITSELF IS NOT BUILT YET. Until it is, showing a loaded model registers it
-// and shows the notice "Editing comes in a later version: NAME" where the window would
-// appear, and bringing an open window forward shows that notice again. The registry,
-// the load and the "Couldn’t open" notices are what the window will use as they are.
+class ThumbnailImages;
+class Windows;
+
+// The editor windows: one window (EditorView.qml, 1120 × 720, at least 760 × 520) and
+// one EditorModel per recording, kept in a registry by the recording's path, and the
+// one way to open a movie in the editor (the command line's FILEs, the desktop's Open,
+// the menu's Edit Last Recording… and Open Recording…, the card's Edit). Editor windows
+// are ordinary windows and show in the task bar; when the last one closes only the
+// tray remains.
 //
 // Threads: the GUI thread. Movies are read on worker threads (EditorModel::load).
 class EditorWindow final : public QObject {
@@ -28,6 +33,10 @@ class EditorWindow final : public QObject {
   public:
     // The application's editor windows, created on first use and never destroyed.
     static EditorWindow& shared();
+
+    // Where the windows come from and how an export's card is shown; set once by the
+    // application before anything opens. Without it, opening shows a notice.
+    void attach(Windows& windows, std::function<void(const Recording&)> showCard);
 
     // Opens `file` in the editor: brings its window forward when the recording is open
     // already (or is being opened); otherwise loads it and shows a window for it. A
@@ -39,22 +48,38 @@ class EditorWindow final : public QObject {
     // the desktop portal's where one runs, and opens each. Returns at once.
     void choose();
 
+    // Closes every editor window: before the views' engine goes away.
+    void closeAll();
+
     // The model of the open window for `file` (any spelling of its path), or nullptr.
     // Owned by the registry.
     EditorModel* model(const std::filesystem::path& file) const;
+    // The window showing `model`, or nullptr.
+    QQuickWindow* window(const EditorModel& model) const;
 
   signals:
-    // A notice to show the user (the tray shows it).
+    // A notice to show the user.
     void noticeShown(const QString& text);
 
   private:
+    struct Open {
+        int number = 0; // names its filmstrip pictures
+        std::unique_ptr<EditorModel> model;
+        std::unique_ptr<EditorViewModel> view;
+        std::unique_ptr<QQuickWindow> window;
+    };
+
     explicit EditorWindow(QObject* parent = nullptr);
 
     void show(std::filesystem::path key, std::unique_ptr<EditorModel> model);
-    void bringForward(const EditorModel& model);
+    void closed(const std::filesystem::path& key);
 
-    std::map<std::filesystem::path, std::unique_ptr<EditorModel>> windows_;
+    Windows* windows_ = nullptr;
+    std::function<void(const Recording&)> showCard_;
+    ThumbnailImages* thumbnails_ = nullptr; // owned by the views' engine
+    std::map<std::filesystem::path, Open> open_;
     std::set<std::filesystem::path> loading_;
+    int opened_ = 0;
 };
 
 } // namespace lumenvale

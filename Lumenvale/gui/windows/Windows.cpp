@@ -117,15 +117,18 @@ QQuickWindow* Windows::make(View view) {
     }
     windows_[view] = made;
     if (view != View::menu) {
-        // A window opens in the middle of the screen the pointer is on.
-        QScreen* screen = QGuiApplication::screenAt(QCursor::pos());
-        if (screen == nullptr) {
-            screen = QGuiApplication::primaryScreen();
-        }
-        const QRect area = screen->availableGeometry();
-        made->setPosition(area.center() - QPoint(made->width() / 2, made->height() / 2));
+        centre(*made);
     }
     return made;
+}
+
+void Windows::centre(QQuickWindow& window) {
+    QScreen* screen = QGuiApplication::screenAt(QCursor::pos());
+    if (screen == nullptr) {
+        screen = QGuiApplication::primaryScreen();
+    }
+    const QRect area = screen->availableGeometry();
+    window.setPosition(area.center() - QPoint(window.width() / 2, window.height() / 2));
 }
 
 QQuickWindow* Windows::show(View view) {

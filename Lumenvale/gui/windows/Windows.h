@@ -68,6 +68,10 @@ class Windows : public QObject {
     // error).
     QQuickWindow* create(const QString& name, const QVariantMap& properties = {});
 
+    // Places `window` in the middle of the usable part of the screen with the pointer,
+    // as every window but the menu opens.
+    static void centre(QQuickWindow& window);
+
     // Destroys every window made so far: before the models their views read go away.
     void destroyAll();
 

@@ -37,6 +37,7 @@ struct TrackPlan {
         0; // audio: the number used in EditDecision::volumes (0 = a mix track); video: 0
     bool isMix = false; // a Lumenvale mix of the source tracks (rebuilt, not gained, on re-encode)
     double gain = 1;    // audio: the edit's volume for sourceTrack
+    std::string name;   // what the movie calls the track; empty when it gives no name
     std::vector<Segment> segments;
 };
 

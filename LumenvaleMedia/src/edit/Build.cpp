@@ -76,6 +76,7 @@ Built resolveEdit(const SourceMovie& movie, const EditDecision& edit) {
     for (const int index : movie.audioStreams) {
         TrackPlan plan = planFor(index, TrackKind::audio);
         plan.isMix = isMixTrack(movie.stream(index));
+        plan.name = trackName(movie.stream(index));
         plan.sourceTrack = plan.isMix ? 0 : ++sourceTrack;
         plan.gain = plan.isMix ? 1 : edit.volume(plan.sourceTrack);
         built.tracks.push_back(plan);

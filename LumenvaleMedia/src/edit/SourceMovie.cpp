@@ -7,6 +7,7 @@ extern "C" {
 }
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstring>
 #include <fstream>
@@ -156,6 +157,21 @@ TimeRange trackRange(const SourceMovie& movie, int streamIndex) {
 
 bool isMixTrack(const AVStream* stream) {
     return hasTag(stream, "title", mixTrackName) || hasTag(stream, "handler_name", mixTrackName);
+}
+
+std::string trackName(const AVStream* stream) {
+    // Muxers write their own placeholder as the handler's name when the track has none.
+    static constexpr std::array<std::string_view, 4> placeholders{
+        "SoundHandler", "VideoHandler", "Core Media Audio", "Core Media Video"};
+    for (const char* key : {"title", "handler_name"}) {
+        const AVDictionaryEntry* entry = av_dict_get(stream->metadata, key, nullptr, 0);
+        if (entry != nullptr && *entry->value != '\0' &&
+            std::find(placeholders.begin(), placeholders.end(), entry->value) ==
+                placeholders.end()) {
+            return entry->value;
+        }
+    }
+    return {};
 }
 
 } // namespace lumenvale::edit

@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <string>
 #include <sys/types.h>
 #include <vector>
 
@@ -58,6 +59,9 @@ TimeRange trackRange(const SourceMovie& movie, int streamIndex);
 // True for the mixed track Lumenvale writes when both system audio and microphone
 // are recorded (recognised by its title or handler name).
 bool isMixTrack(const AVStream* stream);
+// The name the movie gives the track (its title, else its handler's name unless that is
+// a muxer's placeholder), or empty.
+std::string trackName(const AVStream* stream);
 
 // Resolves the edit against the opened movie (see EditRenderer::build).
 EditRenderer::Built resolveEdit(const SourceMovie& movie, const EditDecision& edit);
