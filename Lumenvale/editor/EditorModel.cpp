@@ -19,8 +19,8 @@ namespace {
 constexpr std::chrono::milliseconds observerInterval{33};
 // How many pictures the filmstrip holds.
 constexpr int filmstripPictures = 48;
-// One step of the frame-step buttons, whatever the recording's own frame rate.
-constexpr double stepSeconds = 1.0 / 30.0;
+// The frame-step buttons step 1/30 s, whatever the recording's own frame rate.
+constexpr double stepsPerSecond = 30;
 // Playing from this close to the end starts again at the beginning.
 constexpr double endSlackSeconds = 0.05;
 // Builds are what the user waits for; they go ahead of filmstrip work in the pool.
@@ -256,7 +256,9 @@ void EditorModel::togglePlay() {
 void EditorModel::step(int frames) {
     player_->pause();
     setIsPlaying(false);
-    seek(time_ + frames * stepSeconds);
+    // Counted on the grid of frames, so steps land on frame times exactly and many of
+    // them add up without drift.
+    seek((std::round(time_ * stepsPerSecond) + frames) / stepsPerSecond);
 }
 
 void EditorModel::close() {

@@ -43,15 +43,6 @@ HTML
   python3 "$(dirname "$e2e_script")/lib/browser_eval.py" "$work/page.html" 60 2>&1 || true
 }
 
-# A 6 s movie of 30 frames a second whose frame N is coloured to tell N (red and green
-# carry its two hexadecimal digits), with a keyframe every 2 s and a tone.
-coded_movie() {
-  ffmpeg -v error -y -f lavfi \
-    -i "color=black:size=320x240:rate=30,format=rgb24,geq=r='mod(N,16)*16+8':g='floor(N/16)*16+8':b=128" \
-    -f lavfi -i sine=frequency=440:sample_rate=48000 -t 6 -c:v libx264 -pix_fmt yuv420p -g 60 \
-    -keyint_min 60 -sc_threshold 0 -c:a aac "$1"
-}
-
 # A recording paused twice: three parts joined into one movie.
 record_in_background --no-countdown --folder "$movies"
 for _ in 1 2; do

@@ -157,6 +157,19 @@ void EditorWindow::show(std::filesystem::path key, std::unique_ptr<EditorModel> 
     Open entry;
     entry.number = ++opened_;
     entry.model = std::move(model);
+    // The pictures reach the provider before the views hear of them (the filmstrip
+    // may have loaded already).
+    const int number = entry.number;
+    EditorModel& shown = *entry.model;
+    const auto publishThumbnails = [this, number, &shown] {
+        QList<QImage> pictures;
+        for (const EditorThumbnail& thumbnail : shown.thumbnails()) {
+            pictures.append(thumbnail.image);
+        }
+        thumbnails_->set(number, std::move(pictures));
+    };
+    publishThumbnails();
+    connect(&shown, &EditorModel::thumbnailsChanged, this, publishThumbnails);
     entry.view = std::make_unique<EditorViewModel>(
         *entry.model,
         QStringLiteral("image://editorthumbs/%1/").arg(entry.number),
@@ -168,15 +181,7 @@ void EditorWindow::show(std::filesystem::path key, std::unique_ptr<EditorModel> 
         emit noticeShown(couldNotOpen(nameOf(key), QStringLiteral("The editor window failed.")));
         return;
     }
-    const int number = entry.number;
-    EditorModel& shown = *entry.model;
-    connect(&shown, &EditorModel::thumbnailsChanged, this, [this, number, &shown] {
-        QList<QImage> pictures;
-        for (const EditorThumbnail& thumbnail : shown.thumbnails()) {
-            pictures.append(thumbnail.image);
-        }
-        thumbnails_->set(number, std::move(pictures));
-    });
+
     connect(&shown, &EditorModel::errorChanged, this, [this, &shown] {
         if (!shown.error().isEmpty()) {
             emit noticeShown(QStringLiteral("Couldn’t export the movie. ") + shown.error());

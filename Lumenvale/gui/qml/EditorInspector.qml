@@ -58,9 +58,11 @@ ColumnLayout {
         visible: inspector.editor.audioTracks.length > 0
     }
     Repeater {
-        model: inspector.editor.audioTracks
+        // By count, so a slider lives through the changes its drag makes.
+        model: inspector.editor.audioTracks.length
         ColumnLayout {
-            required property var modelData
+            required property int index
+            readonly property var modelData: inspector.editor.audioTracks[index]
             Layout.fillWidth: true
             spacing: 0
             Text {

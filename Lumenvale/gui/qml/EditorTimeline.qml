@@ -30,11 +30,11 @@ Item {
         }
         Row {
             Repeater {
-                model: timeline.editor.clips
+                // By count, so a drag's clip view lives while the edit changes under it.
+                model: timeline.editor.clips.length
                 ClipView {
-                    required property var modelData
                     editor: timeline.editor
-                    clip: modelData
+                    clip: timeline.editor.clips[index]
                     scale: timeline.scale
                 }
             }

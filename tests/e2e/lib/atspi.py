@@ -18,6 +18,7 @@ keys (xdotool, into the window, which is made the active one first).
                                     print NAME's name or description; --following:
                                     of the first shown ROLE object after NAME;
                                     --expect: wait until it is TEXT
+    atspi.py where NAME             print NAME's middle and size on the screen: X Y W H
     atspi.py state NAME STATE --expect yes|no
                                     wait until NAME has (or lacks) the state, e.g.
                                     "checked"
@@ -227,6 +228,13 @@ def read(args):
                          else f"no such object:\n{seen(args.role, args.window)}"))
 
 
+def where(args):
+    _, target = find(args.name, args.role, args.window, args.timeout)
+    extents = target.queryComponent().getExtents(pyatspi.DESKTOP_COORDS)
+    print(extents.x + extents.width // 2, extents.y + extents.height // 2, extents.width,
+          extents.height)
+
+
 def state(args):
     wanted = getattr(pyatspi, "STATE_" + args.state.upper().replace(" ", "_"))
     expect = args.expect == "yes"
@@ -254,9 +262,10 @@ def main():
         sub = commands.add_parser(command.__name__, parents=[common])
         sub.add_argument("name", nargs="?")
         sub.set_defaults(run=command)
-    sub = commands.add_parser("press", parents=[common])
-    sub.add_argument("name")
-    sub.set_defaults(run=press)
+    for command in (press, where):
+        sub = commands.add_parser(command.__name__, parents=[common])
+        sub.add_argument("name")
+        sub.set_defaults(run=command)
     sub = commands.add_parser("keys", parents=[common])
     sub.add_argument("--to")
     sub.add_argument("keys", nargs="+")

@@ -142,3 +142,28 @@ a11y_bus_up() {
   dbus-send --session --print-reply=literal --dest=org.freedesktop.DBus / \
     org.freedesktop.DBus.NameHasOwner string:org.a11y.Bus 2>/dev/null | grep -q true
 }
+
+# coded_movie FILE [SECONDS] [SIZE]: a movie (6 s, 320x240 by default) of 30 frames a
+# second whose frame N is coloured to tell N (red and green carry its two hexadecimal
+# digits; N counts modulo 256), with a keyframe every 2 s and a 440 Hz tone.
+coded_movie() {
+  ffmpeg -v error -y -f lavfi \
+    -i "color=black:size=${3:-320x240}:rate=30,format=rgb24,geq=r='mod(N,16)*16+8':g='mod(floor(N/16),16)*16+8':b=128" \
+    -f lavfi -i sine=frequency=440:sample_rate=48000 -t "${2:-6}" -c:v libx264 -pix_fmt yuv420p \
+    -g 60 -keyint_min 60 -sc_threshold 0 -c:a aac "$1"
+}
+
+# coded_frames MOVIE: the number coded in each decoded frame of MOVIE, in order, on one
+# line (read at the picture's middle).
+coded_frames() {
+  local size
+  size=$(ffprobe -v error -select_streams v:0 -show_entries stream=width,height -of csv=p=0:s=x "$1")
+  ffmpeg -v error -i "$1" -map 0:v:0 -f rawvideo -pix_fmt rgb24 - | python3 -c "
+import sys
+w, h = map(int, '$size'.split('x'))
+data = sys.stdin.buffer.read()
+frame = w * h * 3
+at = ((h // 2) * w + w // 2) * 3
+print(' '.join(str(data[i + at + 1] // 16 * 16 + data[i + at] // 16)
+               for i in range(0, len(data) - frame + 1, frame)))"
+}
