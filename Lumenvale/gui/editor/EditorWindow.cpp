@@ -200,12 +200,14 @@ void EditorWindow::show(std::filesystem::path key, std::unique_ptr<EditorModel> 
 }
 
 void EditorWindow::closeAll() {
-    for (auto& [key, entry] : open_) {
+    // Out of the registry first: a window hides as it goes, which would close it again.
+    std::map<std::filesystem::path, Open> closing = std::move(open_);
+    open_.clear();
+    for (auto& [key, entry] : closing) {
         entry.model->close();
         thumbnails_->remove(entry.number);
         entry.window.reset(); // before the view and model it reads
     }
-    open_.clear();
 }
 
 void EditorWindow::closed(const std::filesystem::path& key) {

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <fstream>
+#include <iostream>
 #include <gtest/gtest.h>
 #include <set>
 #include <sys/stat.h>
@@ -216,6 +217,55 @@ TEST_F(EditorExporting, AFailedExportSaysWhyAndLeavesNothingBehind) {
     ASSERT_TRUE(written);
     EXPECT_EQ(*written, folder / "Take edited.mp4");
     EXPECT_EQ(model->lastExport(), written);
+}
+
+TEST_F(EditorExporting, ACancelledExportLeavesNothingAndTheNextOneWorks) {
+    model->change([](EditDecision& edit) { edit.speed = 2; }); // encoded: takes a while
+    QSignalSpy errors(model.get(), &EditorModel::errorChanged);
+    auto cancelled = model->exportFile(EditorModel::AfterExport::showCard);
+    ASSERT_TRUE(model->exportProgress());
+    model->cancelExport();
+    EXPECT_FALSE(model->exportProgress()); // Export is ready again at once
+    EXPECT_FALSE(await(std::move(cancelled)));
+    QTest::qWait(200);
+    EXPECT_EQ(errors.count(), 0);
+    EXPECT_FALSE(model->lastExport());
+    EXPECT_TRUE(cards.empty());
+    EXPECT_EQ(filesIn(folder.path()), (std::set<std::string>{"Take.mp4"}));
+    EXPECT_TRUE(await(model->exportFile(EditorModel::AfterExport::noCard)));
+}
+
+TEST_F(EditorExporting, ARecordingMovedAwayOrADiskFillingUpFailsTheExportAndKeepsTheEdit) {
+    cutOneSecond();
+    const EditDecision edit = model->edit();
+    std::filesystem::rename(movie, folder / "Elsewhere.mp4");
+    EXPECT_FALSE(await(model->exportFile(EditorModel::AfterExport::showCard)));
+    EXPECT_FALSE(model->error().isEmpty());
+    EXPECT_EQ(model->edit(), edit);
+    EXPECT_EQ(filesIn(folder.path()), (std::set<std::string>{"Elsewhere.mp4"}));
+    std::filesystem::rename(folder / "Elsewhere.mp4", movie);
+
+    // A disk with room for the recording and little more.
+    const auto disk = folder / "disk";
+    std::filesystem::create_directory(disk);
+    const auto room = std::to_string(std::filesystem::file_size(movie) + 16 * 1024);
+    if (std::system(("mount -t tmpfs -o size=" + room + " tmpfs '" + disk.string() +
+                     "' 2>/dev/null")
+                        .c_str()) != 0) {
+        GTEST_SKIP() << "cannot mount a small disk here";
+    }
+    std::filesystem::copy_file(movie, disk / "Full.mp4");
+    auto loaded = loadModel(disk / "Full.mp4");
+    ASSERT_TRUE(loaded.model);
+    loaded.model->change([](EditDecision& slower) { slower.speed = 0.5; }); // twice as long
+    EXPECT_FALSE(await(loaded.model->exportFile(EditorModel::AfterExport::noCard)));
+    const std::string error = loaded.model->error().toStdString();
+    EXPECT_FALSE(error.empty());
+    EXPECT_EQ(filesIn(disk), (std::set<std::string>{"Full.mp4"}));
+    EXPECT_EQ(std::filesystem::file_size(disk / "Full.mp4"), std::filesystem::file_size(movie));
+    loaded.model.reset();
+    EXPECT_EQ(std::system(("umount '" + disk.string() + "'").c_str()), 0);
+    std::cout << "a full disk reads: " << error << "\n";
 }
 
 } // namespace

@@ -1,22 +1,37 @@
-// The editor windows' registry: one window and one model per recording, however its
-// path is spelled and however often it is asked for.
+// The editor windows: one window and one model per recording, however its path is
+// spelled and however often it is asked for, gone with its model when it closes.
 
 #include "../editor/EditorTestSupport.h"
 #include "base/PathText.h"
 #include "gui/editor/EditorWindow.h"
+#include "gui/windows/Theme.h"
+#include "gui/windows/Windows.h"
 
+#include <QGuiApplication>
 #include <QSignalSpy>
 #include <gtest/gtest.h>
 
 namespace lumenvale::testing {
 namespace {
 
-TEST(EditorWindow, OpensOneWindowPerRecordingAndBringsItForwardWhenAskedAgain) {
+int shownWindowsTitled(const QString& title) {
+    int count = 0;
+    for (const QWindow* window : QGuiApplication::topLevelWindows()) {
+        count += window->isVisible() && window->title() == title ? 1 : 0;
+    }
+    return count;
+}
+
+TEST(EditorWindow, OpensOneWindowPerRecordingUntilItCloses) {
     TemporaryFolder folder;
     const auto movie = folder / "Talk.mp4";
     makeClip(movie, 1);
     std::filesystem::create_directory(folder / "sub");
+    Windows views;
+    Theme theme;
+    views.expose(QStringLiteral("theme"), &theme);
     EditorWindow& windows = EditorWindow::shared();
+    windows.attach(views, {});
     QSignalSpy notices(&windows, &EditorWindow::noticeShown);
     const auto fileUrl = [](const std::filesystem::path& path) {
         return QUrl::fromLocalFile(toQString(path));
@@ -25,22 +40,33 @@ TEST(EditorWindow, OpensOneWindowPerRecordingAndBringsItForwardWhenAskedAgain) {
     // Asked twice, under two spellings, while the first load still runs.
     windows.open(fileUrl(movie));
     windows.open(fileUrl(folder / "sub" / ".." / "Talk.mp4"));
-    ASSERT_TRUE(notices.wait(workerTimeoutMs));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return windows.model(movie) != nullptr; }, workerTimeoutMs));
     QTest::qWait(300);
-    ASSERT_EQ(notices.size(), 1);
-    EXPECT_EQ(notices.takeFirst().at(0).toString(),
-              QStringLiteral("Editing comes in a later version: Talk.mp4"));
     EditorModel* model = windows.model(movie);
-    ASSERT_NE(model, nullptr);
     EXPECT_EQ(windows.model(folder / "sub" / ".." / "Talk.mp4"), model);
+    QQuickWindow* window = windows.window(*model);
+    ASSERT_NE(window, nullptr);
+    EXPECT_TRUE(window->isVisible());
+    EXPECT_EQ(window->size(), QSize(1120, 720));
+    EXPECT_EQ(window->minimumSize(), QSize(760, 520));
+    EXPECT_EQ(shownWindowsTitled(QStringLiteral("Talk")), 1);
 
     // Asked again once open: the same window comes forward, nothing is loaded anew.
     windows.open(fileUrl(movie));
-    ASSERT_EQ(notices.size(), 1);
-    EXPECT_EQ(notices.takeFirst().at(0).toString(),
-              QStringLiteral("Editing comes in a later version: Talk.mp4"));
+    QTest::qWait(300);
     EXPECT_EQ(windows.model(movie), model);
+    EXPECT_EQ(shownWindowsTitled(QStringLiteral("Talk")), 1);
     EXPECT_EQ(windows.model(folder / "Other.mp4"), nullptr);
+    EXPECT_EQ(notices.size(), 0);
+
+    // Closed: the registry forgets it, and the next open makes a new window.
+    window->close();
+    EXPECT_EQ(windows.model(movie), nullptr);
+    ASSERT_TRUE(QTest::qWaitFor([] { return shownWindowsTitled(QStringLiteral("Talk")) == 0; }));
+    windows.open(fileUrl(movie));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return windows.model(movie) != nullptr; }, workerTimeoutMs));
+    EXPECT_EQ(shownWindowsTitled(QStringLiteral("Talk")), 1);
+    windows.closeAll();
 }
 
 } // namespace
