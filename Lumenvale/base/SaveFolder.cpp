@@ -8,11 +8,15 @@
 
 namespace lumenvale::SaveFolder {
 
-std::filesystem::path resolve(const RecordingOptions& options) {
+std::filesystem::path resolve(const RecordingOptions& options, FolderOrigin origin) {
+    const bool named = options.folderPath && !options.folderPath->empty();
+    if (named && origin == FolderOrigin::commandLine) {
+        return std::filesystem::path(*options.folderPath);
+    }
     if (std::optional<std::filesystem::path> test = Store::testFolder()) {
         return *test;
     }
-    if (options.folderPath && !options.folderPath->empty()) {
+    if (named) {
         return std::filesystem::path(*options.folderPath);
     }
     QString videos = QStandardPaths::writableLocation(QStandardPaths::MoviesLocation);

@@ -50,7 +50,9 @@ class RecordRun : public QObject {
     RecordRun(ScreenRecorder& recorder, RecordRequest request)
         : recorder_(recorder), request_(std::move(request)), ui_(recorder),
           signals_({SIGINT, SIGTERM, SIGUSR1}) {
-        recorder_.setRunOptions(applyFlags(recorder_.options(), request_));
+        recorder_.setRunOptions(applyFlags(recorder_.options(), request_),
+                                request_.folder ? SaveFolder::FolderOrigin::commandLine
+                                                : SaveFolder::FolderOrigin::settings);
         recorder_.setUi(&ui_);
         limit_.setSingleShot(true);
         limit_.setTimerType(Qt::PreciseTimer);
@@ -65,7 +67,7 @@ class RecordRun : public QObject {
     ~RecordRun() override { recorder_.setUi(nullptr); }
 
     int exec() {
-        StartupRecovery::run(SaveFolder::resolve(recorder_.optionsInForce()), this,
+        StartupRecovery::run(recorder_.saveFolder(), this,
                              [this](const StartupRecovery::Report& report) {
                                  for (const QString& notice : report.notices) {
                                      ui_.showNotice(notice);

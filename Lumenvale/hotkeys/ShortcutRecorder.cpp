@@ -145,8 +145,8 @@ void ShortcutRecorder::refresh() {
         label = QStringLiteral("Type Shortcut…");
     } else if (hasCombo) {
         const Combo& held = combo->second;
-        label = QString::fromStdString(KeyNames::linuxDisplay(
-            held.keyCode, held.mods, KeyboardLayout::character(held.keyCode)));
+        label = QString::fromStdString(
+            KeyNames::linuxDisplay(held.keyCode, held.mods, KeyboardLayout::label(held.keyCode)));
     } else {
         label = QStringLiteral("Record Shortcut");
     }

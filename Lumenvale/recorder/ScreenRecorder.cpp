@@ -102,8 +102,10 @@ void ScreenRecorder::setOptions(const RecordingOptions& options) {
     }
 }
 
-void ScreenRecorder::setRunOptions(std::optional<RecordingOptions> options) {
+void ScreenRecorder::setRunOptions(std::optional<RecordingOptions> options,
+                                   SaveFolder::FolderOrigin folderOrigin) {
     runOptions_ = std::move(options);
+    runFolderOrigin_ = folderOrigin;
 }
 
 const RecordingOptions& ScreenRecorder::optionsInForce() const {

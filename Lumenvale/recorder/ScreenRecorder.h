@@ -5,6 +5,7 @@
 #include "LumenvaleKit/RecordingOptions.h"
 #include "LumenvaleMedia/PartLock.h"
 #include "LumenvaleMedia/RecordingFiles.h"
+#include "base/SaveFolder.h"
 #include "recorder/RecorderPhase.h"
 #include "recorder/RecorderTypes.h"
 #include "recorder/RecorderUiNull.h"
@@ -73,9 +74,13 @@ class ScreenRecorder : public QObject {
 
     // Options for the recordings of this process only, never saved (the command
     // line's flags); nothing returns to options(). The options a start uses are
-    // optionsInForce().
-    void setRunOptions(std::optional<RecordingOptions> options);
+    // optionsInForce(). `folderOrigin` says whether their folderPath was named on the
+    // command line, which outranks the test folder (SaveFolder::resolve).
+    void setRunOptions(std::optional<RecordingOptions> options,
+                       SaveFolder::FolderOrigin folderOrigin = SaveFolder::FolderOrigin::settings);
     const RecordingOptions& optionsInForce() const;
+    // Where the next recording is saved, by optionsInForce().
+    std::filesystem::path saveFolder() const;
 
     const std::optional<Recording>& last() const { return last_; }
 
@@ -168,13 +173,13 @@ class ScreenRecorder : public QObject {
     void waitForPending(std::int64_t finishSession, std::size_t index);
     void save(std::int64_t finishSession);
     void endFinish(std::optional<Recording> recording, const QString& failure);
-    std::filesystem::path saveFolder() const;
 
     RecorderUiNull nullUi_{*this};
     RecorderUi* ui_ = &nullUi_; // never null
     Phase phase_ = Phase::idle;
     RecordingOptions options_;
     std::optional<RecordingOptions> runOptions_;
+    SaveFolder::FolderOrigin runFolderOrigin_ = SaveFolder::FolderOrigin::settings;
     std::optional<Recording> last_;
     std::vector<std::uint32_t> keptWindows_;
     bool excludesSelf_ = false;

@@ -130,7 +130,8 @@ void ScreenRecorder::endFinish(std::optional<Recording> recording, const QString
 }
 
 std::filesystem::path ScreenRecorder::saveFolder() const {
-    return SaveFolder::resolve(optionsInForce());
+    return runOptions_ ? SaveFolder::resolve(*runOptions_, runFolderOrigin_)
+                       : SaveFolder::resolve(options_);
 }
 
 // MARK: waiting for parts

@@ -188,124 +188,12 @@ constexpr std::pair<int, std::int64_t> evdevToVirtual[] = {
     {123, 0x66},
 };
 
-// UTF-8 decoding of one code point at `index`; nothing for a malformed sequence.
-std::optional<char32_t> decodeAt(const std::string& text, std::size_t& index) {
-    const auto lead = static_cast<unsigned char>(text[index]);
-    std::size_t length = 0;
-    char32_t point = 0;
-    if (lead < 0x80) {
-        length = 1;
-        point = lead;
-    } else if ((lead & 0xE0) == 0xC0) {
-        length = 2;
-        point = lead & 0x1F;
-    } else if ((lead & 0xF0) == 0xE0) {
-        length = 3;
-        point = lead & 0x0F;
-    } else if ((lead & 0xF8) == 0xF0) {
-        length = 4;
-        point = lead & 0x07;
-    } else {
-        return std::nullopt;
-    }
-    if (index + length > text.size()) {
-        return std::nullopt;
-    }
-    for (std::size_t i = 1; i < length; ++i) {
-        const auto next = static_cast<unsigned char>(text[index + i]);
-        if ((next & 0xC0) != 0x80) {
-            return std::nullopt;
-        }
-        point = (point << 6) | (next & 0x3F);
-    }
-    index += length;
-    return point;
-}
-
-void appendUtf8(std::string& text, char32_t point) {
-    if (point < 0x80) {
-        text += static_cast<char>(point);
-    } else if (point < 0x800) {
-        text += static_cast<char>(0xC0 | (point >> 6));
-        text += static_cast<char>(0x80 | (point & 0x3F));
-    } else if (point < 0x10000) {
-        text += static_cast<char>(0xE0 | (point >> 12));
-        text += static_cast<char>(0x80 | ((point >> 6) & 0x3F));
-        text += static_cast<char>(0x80 | (point & 0x3F));
-    } else {
-        text += static_cast<char>(0xF0 | (point >> 18));
-        text += static_cast<char>(0x80 | ((point >> 12) & 0x3F));
-        text += static_cast<char>(0x80 | ((point >> 6) & 0x3F));
-        text += static_cast<char>(0x80 | (point & 0x3F));
-    }
-}
-
-// Upper case of the letters a keyboard layout prints: ASCII, Latin-1, Latin
-// Extended-A, basic Greek and Cyrillic. Other characters are returned as they are.
-void appendUpper(std::string& text, char32_t point) {
-    if (point >= U'a' && point <= U'z') {
-        point -= 0x20;
-    } else if (point == 0xDF) { // ß has no single upper-case letter
-        text += "SS";
-        return;
-    } else if (point >= 0xE0 && point <= 0xFE && point != 0xF7) {
-        point -= 0x20;
-    } else if (point == 0xFF) {
-        point = 0x178;
-    } else if (point == 0x131) { // dotless i
-        point = U'I';
-    } else if ((point >= 0x100 && point <= 0x137) || (point >= 0x14A && point <= 0x177)) {
-        point &= ~char32_t{1}; // pairs: even upper, odd lower
-    } else if ((point >= 0x139 && point <= 0x148) || (point >= 0x179 && point <= 0x17E)) {
-        if (point % 2 == 0) { // pairs: odd upper, even lower
-            point -= 1;
-        }
-    } else if (point == 0x17F) { // long s
-        point = U'S';
-    } else if (point == 0x3C2) { // final sigma
-        point = 0x3A3;
-    } else if ((point >= 0x3B1 && point <= 0x3C1) || (point >= 0x3C3 && point <= 0x3CB)) {
-        point -= 0x20;
-    } else if (point == 0x3AC) {
-        point = 0x386;
-    } else if (point >= 0x3AD && point <= 0x3AF) {
-        point -= 0x25;
-    } else if (point == 0x3CC) {
-        point = 0x38C;
-    } else if (point == 0x3CD || point == 0x3CE) {
-        point -= 0x3F;
-    } else if (point >= 0x430 && point <= 0x44F) {
-        point -= 0x20;
-    } else if (point >= 0x450 && point <= 0x45F) {
-        point -= 0x50;
-    }
-    appendUtf8(text, point);
-}
-
-std::string upperCased(const std::string& character) {
-    std::string text;
-    std::size_t index = 0;
-    while (index < character.size()) {
-        const std::size_t before = index;
-        if (const auto point = decodeAt(character, index)) {
-            appendUpper(text, *point);
-        } else {
-            text += character[before]; // not UTF-8: kept byte by byte
-            index = before + 1;
-        }
-    }
-    return text;
-}
-
-std::string keyName(std::int64_t keyCode, const std::optional<std::string>& character,
+std::string keyName(std::int64_t keyCode, const std::optional<std::string>& label,
                     const char* SpecialKey::*nameOf) {
     if (const SpecialKey* key = findSpecial(keyCode)) {
         return key->*nameOf;
     }
-    if (character) {
-        return upperCased(*character);
-    }
-    return "?";
+    return label ? *label : "?";
 }
 
 } // namespace
@@ -327,13 +215,12 @@ const std::set<std::int64_t>& functionKeys() {
     return keys;
 }
 
-std::string display(std::int64_t keyCode, Mods mods, const std::optional<std::string>& character) {
-    return mods.symbols() + keyName(keyCode, character, &SpecialKey::glyphName);
+std::string display(std::int64_t keyCode, Mods mods, const std::optional<std::string>& label) {
+    return mods.symbols() + keyName(keyCode, label, &SpecialKey::glyphName);
 }
 
-std::string linuxDisplay(std::int64_t keyCode, Mods mods,
-                         const std::optional<std::string>& character) {
-    return mods.linuxNames() + keyName(keyCode, character, &SpecialKey::linuxName);
+std::string linuxDisplay(std::int64_t keyCode, Mods mods, const std::optional<std::string>& label) {
+    return mods.linuxNames() + keyName(keyCode, label, &SpecialKey::linuxName);
 }
 
 std::optional<std::int64_t> fromEvdev(int evdevCode) {

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # The command line itself: malformed commands, starts that cannot happen, a folder
-# whose name is not UTF-8, the self-test's refusal, and a stop during the countdown.
+# whose name is not UTF-8 (named over APP_STORE), the self-test's refusal, and a stop during the countdown.
 set -euo pipefail
 source "$(dirname "$0")/lib/common.bash"
 
@@ -41,12 +41,14 @@ DISPLAY=:999 expect_start_failure "Lumenvale canâ€™t connect to the X display â€
 expect_start_failure "The area lies outside every screen." --area 5000,5000,100,100
 pass "a start without a display or off every screen says what is wrong"
 
-# A folder named in bytes that are not UTF-8 is used as it is named.
+# A folder named in bytes that are not UTF-8 is used as it is named, also when a test
+# folder (APP_STORE) is set: the command line outranks the environment.
 folder=$work/$'films \xe9t\xe9'
-record --no-countdown --no-system-audio --seconds 1 --folder "$folder"
+APP_STORE=$work/store record --no-countdown --no-system-audio --seconds 1 --folder "$folder"
 [[ $status -eq 0 ]] || fail "record into a non-UTF-8 folder exited $status: $err"
 [[ -f "$out" && "$(dirname "$out")" == "$folder" ]] || fail "the printed path '$out' is not in the folder"
-pass "a folder whose name is not UTF-8 holds the movie, and its path is printed as it is"
+[[ -z "$(find "$work/store" -name '*.mp4' 2>/dev/null)" ]] || fail "the movie went to APP_STORE"
+pass "a folder whose name is not UTF-8 holds the movie, whatever APP_STORE says, and its path is printed as it is"
 
 set +e
 env -u APP_STORE "$LUMENVALE" --selftest >"$work/out" 2>&1

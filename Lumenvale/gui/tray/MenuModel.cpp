@@ -21,8 +21,7 @@ std::string shortcutText(const HotkeyCenter& hotkeys, RecAction action) {
         return {};
     }
     const Combo& combo = found->second;
-    return KeyNames::linuxDisplay(combo.keyCode, combo.mods,
-                                  KeyboardLayout::character(combo.keyCode));
+    return KeyNames::linuxDisplay(combo.keyCode, combo.mods, KeyboardLayout::label(combo.keyCode));
 }
 
 QVariantMap lineMap(const TrayMenu::Line& line) {

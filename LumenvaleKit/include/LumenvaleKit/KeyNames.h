@@ -21,16 +21,15 @@ const std::map<std::int64_t, std::string>& special();
 const std::set<std::int64_t>& functionKeys();
 
 // The glyph form: mods.symbols() followed by the key name ("⌃⇧R", "⌘F5", "F5").
-// The key name is the special name, else the character upper-cased, else "?".
-// Upper-casing covers the letters keyboard layouts print: ASCII, Latin-1 (ß becomes
-// "SS", ÿ becomes Ÿ), Latin Extended-A, basic Greek (with tonos; ς becomes Σ) and
-// Cyrillic; any other character, and bytes that are not UTF-8, are shown as given.
-std::string display(std::int64_t keyCode, Mods mods, const std::optional<std::string>& character);
+// The key name is the special name, else `label`, else "?". The label is what the
+// keyboard layout prints on the key, as the application reads it: the character the
+// key types, already upper-cased (Unicode's case rules live outside the core); it is
+// shown byte for byte.
+std::string display(std::int64_t keyCode, Mods mods, const std::optional<std::string>& label);
 
 // The Linux form shown in the application: "Ctrl+Alt+Shift+Super+R". Special keys
 // take their Linux names ("Return", "Space", "Left", "F5", ...).
-std::string linuxDisplay(std::int64_t keyCode, Mods mods,
-                         const std::optional<std::string>& character);
+std::string linuxDisplay(std::int64_t keyCode, Mods mods, const std::optional<std::string>& label);
 
 // The stored virtual key code of an evdev key code (X11 key code minus 8), and
 // back; nothing for a key that has no stored code.

@@ -37,7 +37,9 @@ std::filesystem::path folderOf(const std::filesystem::path& destination) {
 
 } // namespace
 
-FileOutput::FileOutput(const EditRenderer::Destination& destination) : destination_(destination) {
+FileOutput::FileOutput(const EditRenderer::Destination& destination,
+                       const std::atomic<bool>* cancel)
+    : destination_(destination), cancel_(cancel) {
     const std::filesystem::path& path = destination_.path;
     const std::filesystem::path folder = folderOf(path);
     const std::string stem = path.stem().string();
@@ -102,6 +104,13 @@ bool FileOutput::fail(std::string sentence) {
     return false;
 }
 
+bool FileOutput::goOn() {
+    if (cancel_ != nullptr && cancel_->load(std::memory_order_relaxed)) {
+        return fail(exportCancelled);
+    }
+    return !failure_;
+}
+
 bool FileOutput::failWriting(int error) {
     return fail(files::writeFailure(file_->folder(), error));
 }
@@ -110,8 +119,10 @@ int FileOutput::write(void* opaque, std::uint8_t* data, int size) {
     auto* self = static_cast<FileOutput*>(opaque);
     const auto bytes = static_cast<std::size_t>(size);
     const std::int64_t from = self->source_ != nullptr ? self->source_->offsetOf(data, bytes) : -1;
-    const bool done = from >= 0 ? self->queueCopy(from, bytes)
-                                : self->flushCopy() && self->writeAll(data, bytes, self->position_);
+    const bool done =
+        self->goOn() &&
+        (from >= 0 ? self->queueCopy(from, bytes)
+                   : self->flushCopy() && self->writeAll(data, bytes, self->position_));
     if (!done) {
         return AVERROR(EIO);
     }
@@ -214,6 +225,97 @@ std::int64_t FileOutput::seek(void* opaque, std::int64_t offset, int whence) {
         return AVERROR(EINVAL);
     }
     return self->position_;
+}
+
+// MARK: reading back
+
+namespace {
+
+// Where a read-back stands in the file.
+struct ReadBack {
+    FileOutput* file = nullptr;
+    std::int64_t position = 0;
+};
+
+} // namespace
+
+void FileOutput::serveReadsTo(AVFormatContext* muxer) {
+    muxer->opaque = this;
+    muxer->io_open = &FileOutput::openReadBack;
+    muxer->io_close2 = &FileOutput::closeReadBack;
+}
+
+int FileOutput::openReadBack(AVFormatContext* muxer, AVIOContext** reader, const char* /*url*/,
+                             int flags, AVDictionary** /*options*/) {
+    auto* self = static_cast<FileOutput*>(muxer->opaque);
+    // The muxer's own output is the only file served, and only for reading; what is
+    // queued to be copied must be in the file before it is read.
+    if ((flags & AVIO_FLAG_WRITE) != 0) {
+        return AVERROR(EPERM);
+    }
+    if (!self->flushCopy()) {
+        return AVERROR(EIO);
+    }
+    auto* buffer = static_cast<unsigned char*>(av_malloc(headerBufferBytes));
+    auto* state = new ReadBack{self, 0};
+    *reader = buffer == nullptr
+                  ? nullptr
+                  : avio_alloc_context(buffer, headerBufferBytes, 0, state, &FileOutput::readBack,
+                                       nullptr, &FileOutput::seekReadBack);
+    if (*reader == nullptr) {
+        av_free(buffer);
+        delete state;
+        return AVERROR(ENOMEM);
+    }
+    return 0;
+}
+
+int FileOutput::closeReadBack(AVFormatContext* /*muxer*/, AVIOContext* reader) {
+    delete static_cast<ReadBack*>(reader->opaque);
+    av_freep(&reader->buffer);
+    avio_context_free(&reader);
+    return 0;
+}
+
+int FileOutput::readBack(void* opaque, std::uint8_t* data, int size) {
+    auto* state = static_cast<ReadBack*>(opaque);
+    FileOutput& file = *state->file;
+    if (!file.goOn()) {
+        return AVERROR_EXIT;
+    }
+    ssize_t read = -1;
+    do {
+        read = ::pread(file.descriptor_, data, static_cast<std::size_t>(size), state->position);
+    } while (read < 0 && errno == EINTR);
+    if (read < 0) {
+        file.failWriting(errno);
+        return AVERROR(EIO);
+    }
+    if (read == 0) {
+        return AVERROR_EOF;
+    }
+    state->position += read;
+    return static_cast<int>(read);
+}
+
+std::int64_t FileOutput::seekReadBack(void* opaque, std::int64_t offset, int whence) {
+    auto* state = static_cast<ReadBack*>(opaque);
+    switch (whence & ~AVSEEK_FORCE) {
+    case AVSEEK_SIZE:
+        return state->file->end_;
+    case SEEK_SET:
+        state->position = offset;
+        break;
+    case SEEK_CUR:
+        state->position += offset;
+        break;
+    case SEEK_END:
+        state->position = state->file->end_ + offset;
+        break;
+    default:
+        return AVERROR(EINVAL);
+    }
+    return state->position;
 }
 
 } // namespace lumenvale::edit

@@ -5,16 +5,19 @@
 // Writes are passed straight to the file (no copy into an intermediate buffer, no flush
 // per packet); writes of a source's stand-in bytes (SourceBytes) are done by the
 // kernel with copy_file_range, and runs of them that continue each other in both files
-// (packets copied in the source's own interleaving) become one call. Internal to the
-// edit area; used by the one thread that exports.
+// (packets copied in the source's own interleaving) become one call. The muxer may
+// read back what it wrote (serveReadsTo). Internal to the edit area; used by the one
+// thread that exports.
 
 extern "C" {
+#include <libavformat/avformat.h>
 #include <libavformat/avio.h>
 }
 
 #include "LumenvaleMedia/EditRenderer.h"
 #include "files/HiddenFile.h"
 
+#include <atomic>
 #include <cstdint>
 #include <filesystem>
 #include <memory>
@@ -26,12 +29,18 @@ namespace lumenvale::edit {
 
 class SourceBytes;
 
+// What an export that was cancelled says.
+inline constexpr char exportCancelled[] = "The export was cancelled.";
+
 class FileOutput {
   public:
     // Creates the hidden file, first removing what an export of the same name that was
     // killed left there. Throws MediaError naming the file and folder, also when the
-    // destination is exact and its name is taken already.
-    explicit FileOutput(const EditRenderer::Destination& destination);
+    // destination is exact and its name is taken already. Once `*cancel` is set (when
+    // given), every write and read-back fails with exportCancelled, so that a long step
+    // inside the muxer (moving the index) stops too.
+    explicit FileOutput(const EditRenderer::Destination& destination,
+                        const std::atomic<bool>* cancel = nullptr);
     // The hidden file is removed unless it was published.
     ~FileOutput();
     FileOutput(const FileOutput&) = delete;
@@ -39,6 +48,11 @@ class FileOutput {
 
     // The I/O context for the muxer; owned by this object.
     AVIOContext* context() const { return context_; }
+
+    // Serves `muxer`'s reopening of its output for reading (its io_open), as the MPEG-4
+    // muxer does to move the index in front of the samples: from this file's
+    // descriptor, whatever the hidden file is named. This object must outlive `muxer`.
+    void serveReadsTo(AVFormatContext* muxer);
 
     // Stand-in bytes of `source` are copied from its file by the kernel.
     void copyFrom(const SourceBytes* source) { source_ = source; }
@@ -57,6 +71,13 @@ class FileOutput {
   private:
     static int write(void* opaque, std::uint8_t* data, int size);
     static std::int64_t seek(void* opaque, std::int64_t offset, int whence);
+    static int openReadBack(AVFormatContext* muxer, AVIOContext** reader, const char* url,
+                            int flags, AVDictionary** options);
+    static int closeReadBack(AVFormatContext* muxer, AVIOContext* reader);
+    static int readBack(void* opaque, std::uint8_t* data, int size);
+    static std::int64_t seekReadBack(void* opaque, std::int64_t offset, int whence);
+    // False, with failure_ saying so, once cancellation was asked for.
+    bool goOn();
     // Queues a kernel copy of source bytes [from, from + size) to the current position,
     // joining it to the queued one when they continue each other; false when an earlier
     // copy fails (failure_ says why).
@@ -81,6 +102,7 @@ class FileOutput {
     std::int64_t end_ = 0;
     AVIOContext* context_ = nullptr;
     const SourceBytes* source_ = nullptr;
+    const std::atomic<bool>* cancel_ = nullptr;
     PendingCopy pending_;
     bool kernelCopies_ = true; // until the file system refuses copy_file_range
     std::vector<std::uint8_t> bounce_;

@@ -126,7 +126,7 @@ std::filesystem::path EditRenderer::exportGIF(const std::filesystem::path& sourc
     edit::GifWriter writer(destination, width, height);
     for (std::size_t i = 0; i < times.size(); ++i) {
         if (cancel != nullptr && cancel->load(std::memory_order_relaxed)) {
-            throw MediaError("The export was cancelled.");
+            throw MediaError(edit::exportCancelled);
         }
         const Location at = edit.locate(times[i]);
         const std::uint8_t* rgb = scaler.convert(picker.nearest(at.source));

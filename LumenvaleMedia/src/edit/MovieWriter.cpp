@@ -29,7 +29,8 @@ constexpr double progressStep = 0.002;
 
 MovieWriter::MovieWriter(const EditRenderer::Destination& destination, double outputSeconds,
                          const EditRenderer::Progress& progress, const std::atomic<bool>* cancel)
-    : file_(destination), outputSeconds_(outputSeconds), progress_(progress), cancel_(cancel) {
+    : file_(destination, cancel), outputSeconds_(outputSeconds), progress_(progress),
+      cancel_(cancel) {
     AVFormatContext* raw = nullptr;
     const int made = avformat_alloc_output_context2(&raw, nullptr, "mp4", nullptr);
     output_.reset(raw);
@@ -38,6 +39,9 @@ MovieWriter::MovieWriter(const EditRenderer::Destination& destination, double ou
     output_->flags |= AVFMT_FLAG_CUSTOM_IO;
     // Packets go straight to the file, never flushed one by one.
     output_->flush_packets = 0;
+    // The index is moved in front of the samples when the file is finished, which
+    // reads the file back.
+    file_.serveReadsTo(output_.get());
 }
 
 MovieWriter::~MovieWriter() {
@@ -119,7 +123,15 @@ void MovieWriter::copyMovieTags(const AVFormatContext* source) {
 }
 
 void MovieWriter::start() {
-    check(avformat_write_header(output_.get(), nullptr), "Couldn’t start writing the movie");
+    // "Fast start": the index (moov) before the samples (mdat), so that a movie shared
+    // as a link plays before it has fully arrived. When finishing, the muxer moves the
+    // samples up by the index's size: it reads the hidden file back once and writes it
+    // again in place (cancellable, as every write is); the name is given only after.
+    AVDictionary* options = nullptr;
+    av_dict_set(&options, "movflags", "+faststart", 0);
+    const int started = avformat_write_header(output_.get(), &options);
+    av_dict_free(&options);
+    check(started, "Couldn’t start writing the movie");
 }
 
 void MovieWriter::write(int stream, AVPacket* packet) {
@@ -136,7 +148,7 @@ void MovieWriter::write(int stream, AVPacket* packet) {
 
 void MovieWriter::checkCancel() const {
     if (cancel_ != nullptr && cancel_->load(std::memory_order_relaxed)) {
-        throw MediaError("The export was cancelled.");
+        throw MediaError(exportCancelled);
     }
 }
 

@@ -1,9 +1,9 @@
 #pragma once
 
-// The MPEG-4 file an export writes: its streams, packet interleaving, progress by
-// output time, cancellation, and publication under its name once complete (nothing is
-// left behind when the export fails). Internal to the edit area. Used by the one
-// thread that exports.
+// The MPEG-4 file an export writes, indexed at its front: its streams, packet
+// interleaving, progress by output time, cancellation, and publication under its name
+// once complete (nothing is left behind when the export fails). Internal to the edit
+// area. Used by the one thread that exports.
 
 #include "LumenvaleMedia/EditRenderer.h"
 #include "edit/FileOutput.h"
@@ -49,7 +49,8 @@ class MovieWriter {
     // Throws MediaError("The export was cancelled.") when cancellation was asked for.
     void checkCancel() const;
 
-    // Flushes the interleaver and writes the index: the file is complete.
+    // Flushes the interleaver and writes the index in front of the samples (which moves
+    // them once more, the longer the movie the longer): the file is complete.
     void finish();
     // Puts the complete file under its name, reports progress 1 and returns the path.
     std::filesystem::path publish();

@@ -64,7 +64,7 @@ HiddenFile::HiddenFile(std::filesystem::path folder, const std::string& stem)
     for (int attempt = 0; fd_ < 0; ++attempt) {
         const std::string suffix = Uuid::random().text().substr(0, randomDigits);
         path_ = folder_ / ("." + stem + "-" + suffix + std::string(hiddenSuffix));
-        fd_ = ::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        fd_ = ::open(path_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
         if (fd_ < 0 && (errno != EEXIST || attempt > 100)) {
             throw CreateFailed(folder_, errno);
         }

@@ -42,7 +42,8 @@ class HiddenFile {
     HiddenFile(const HiddenFile&) = delete;
     HiddenFile& operator=(const HiddenFile&) = delete;
 
-    // Open for writing (not appending) until this object dies.
+    // Open for reading and writing (not appending) until this object dies: a writer may
+    // read back what it wrote.
     int descriptor() const { return fd_; }
     // The hidden name until publication, the final one afterwards.
     const std::filesystem::path& path() const { return path_; }

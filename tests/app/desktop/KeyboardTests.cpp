@@ -1,6 +1,6 @@
 // The session's keyboard as xkbcommon reads it from the X server: what keys type in
 // the current layout, and which key types a symbol, both through the one table of
-// stored key codes.
+// stored key codes; and the labels keys show, upper-cased by Unicode's rules.
 
 #include "desktop/Desktop.h"
 #include "desktop/KeyboardLayout.h"
@@ -18,7 +18,7 @@ void setLayout(const QString& layout) {
 TEST(Keyboard, WhatKeysTypeInTheCurrentLayout) {
     ASSERT_NO_FATAL_FAILURE(setLayout(QStringLiteral("us")));
     const std::unique_ptr<Keyboard> keyboard = Desktop::makeKeyboard();
-    EXPECT_EQ(KeyboardLayout::character(15), "r");
+    EXPECT_EQ(KeyboardLayout::label(15), "R");
     EXPECT_EQ(keyboard->character(0x10), "y");
     EXPECT_EQ(keyboard->character(0x2B), ",");
     EXPECT_EQ(keyboard->character(53), std::nullopt) << "Escape types no printable character";
@@ -43,9 +43,24 @@ TEST(Keyboard, WhatKeysTypeInTheCurrentLayout) {
     // A German layout swaps Y and Z; the next call reads it.
     ASSERT_NO_FATAL_FAILURE(setLayout(QStringLiteral("de")));
     EXPECT_EQ(keyboard->character(0x10), "z");
-    EXPECT_EQ(KeyboardLayout::character(0x10), "z");
+    EXPECT_EQ(KeyboardLayout::label(0x10), "Z");
+    EXPECT_EQ(KeyboardLayout::label(0x1B), "ß") << "the key right of 0 keeps its one letter";
     EXPECT_EQ(keyboard->keysTyping({"y"}).front(), 0x06);
     ASSERT_NO_FATAL_FAILURE(setLayout(QStringLiteral("us")));
+}
+
+TEST(Keyboard, LabelsAreUpperCasedByUnicode) {
+    const std::pair<const char*, const char*> cases[] = {
+        // clang-format off
+        {"r", "R"}, {",", ","}, {"ö", "Ö"}, {"ÿ", "Ÿ"}, {"ж", "Ж"}, {"ς", "Σ"},
+        {"ș", "Ș"}, {"ơ", "Ơ"}, {"ə", "Ə"}, {"ґ", "Ґ"}, {"ա", "Ա"},
+        // More than one letter in upper case: kept as typed (KeyboardLayout.h says why).
+        {"ß", "ß"}, {"ŉ", "ŉ"},
+        // clang-format on
+    };
+    for (const auto& [typed, shown] : cases) {
+        EXPECT_EQ(KeyboardLayout::labelOf(typed), shown) << typed;
+    }
 }
 
 } // namespace

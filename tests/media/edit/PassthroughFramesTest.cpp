@@ -1,11 +1,13 @@
 // The picture of a cut-only export: exactly the chosen frames, copied byte for byte
-// except from each cut to the next keyframe, under the source's one sample description.
+// except from each cut to the next keyframe, under the source's one sample description,
+// indexed at the front of the file.
 
 #include "LumenvaleMedia/EditRenderer.h"
 #include "PassthroughMovies.h"
 #include "Probe.h"
 
 #include <gtest/gtest.h>
+#include <map>
 #include <memory>
 #include <set>
 
@@ -114,6 +116,13 @@ TEST_P(PassthroughFramesTest, ShowsTheChosenFramesAndCopiesAllButTheCutHeads) {
     EXPECT_EQ(traceCount(output, codec == Codec::h264 ? "type:'avcC'" : "type:'hvcC'"), 1);
     EXPECT_EQ(traceCount(output, "edit_count = 1"), 2);
     EXPECT_EQ(traceCount(output, "edit_count ="), 2);
+    // Fast start: the index before the samples, so a movie plays while it downloads.
+    std::map<std::string, std::uint64_t> boxAt;
+    for (const testing::Box& box : testing::mp4Boxes(output)) {
+        boxAt.emplace(box.type, box.offset);
+    }
+    ASSERT_TRUE(boxAt.count("moov") == 1 && boxAt.count("mdat") == 1);
+    EXPECT_LT(boxAt["moov"], boxAt["mdat"]);
     const auto info = testing::probe(output);
     ASSERT_EQ(info.ofType("video").size(), 1U);
     EXPECT_NEAR(info.ofType("video")[0].durationSeconds, edit.outputDuration(), 1e-3);
