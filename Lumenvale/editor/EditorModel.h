@@ -64,6 +64,7 @@ class EditorModel final : public QObject {
     Q_PROPERTY(bool cropping READ cropping WRITE setCropping NOTIFY croppingChanged)
     Q_PROPERTY(qint64 generation READ generation NOTIFY generationChanged)
     Q_PROPERTY(qint64 exportID READ exportID NOTIFY exportIDChanged)
+    Q_PROPERTY(QObject* previewPlayer READ previewPlayer CONSTANT)
 
   public:
     using ExportFormat = EditorExport::Format;
@@ -122,6 +123,8 @@ class EditorModel final : public QObject {
     const std::optional<ExportRecord>& exported() const { return exported_; }
     const std::optional<EditDecision>& gestureStart() const { return gestureStart_; }
     PreviewPlayer& player() { return *player_; }
+    // The player as a QObject when it is one (the view shows its pictures), else null.
+    QObject* previewPlayer() const { return dynamic_cast<QObject*>(player_.get()); }
 
     // Assigns the edit without recording history or rebuilding the preview: for the
     // steps of a gesture between beginGesture() and endGesture().

@@ -43,6 +43,7 @@ struct TrackPlan {
 
 // An edit resolved against a real movie: what to take from which track.
 struct Built {
+    std::filesystem::path source;     // the movie the edit was resolved against
     std::vector<TrackPlan> tracks;    // video track first, then audio tracks in file order
     int audioTracks = 0;              // source audio tracks, mixes not counted
     PixelSize videoSize;              // the source's picture size

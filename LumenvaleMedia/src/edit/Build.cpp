@@ -54,6 +54,7 @@ Built resolveEdit(const SourceMovie& movie, const EditDecision& edit) {
         throw MediaError("The edit can’t be used: " + *problem);
     }
     Built built;
+    built.source = movie.path;
     built.edit = edit;
 
     const AVStream* video = movie.stream(movie.videoStream);
