@@ -55,6 +55,12 @@ cmake --build --preset release --target record_cpu -j 2 >/dev/null
 cmake --build --preset release --target lumenvale -j 2 >/dev/null
 LUMENVALE="$build/Lumenvale/lumenvale" bash "$root/bench/tray_startup_idle.sh" 60
 
+# --- preview: the editor's mpv preview after a change (new cut, speed, crop) until the
+# new 1080p frame shows, against `ffmpeg -ss T -frames:v 1` decoding the same frame.
+# Needs a display with OpenGL: runs inside the test session.
+cmake --build --preset release --target preview -j 2 >/dev/null
+bash "$root/tests/session.sh" "$build/bench/preview" "$work/preview" 2>/dev/null
+
 # --- recording_panels: the shortcut-to-picker time on two 4K displays, and the CPU of
 # a recording with the control, outline and camera bubble shown against one without.
 LUMENVALE="$build/Lumenvale/lumenvale" bash "$root/bench/recording_panels.sh" 10
