@@ -61,9 +61,8 @@ void EditorModel::load(const std::filesystem::path& movie, EditorServices servic
 EditorModel::EditorModel(std::filesystem::path movie, const MovieFacts& facts,
                          EditorServices services)
     : path_(std::move(movie)), videoSize_(facts.videoSize), audioTracks_(facts.audioTracks),
-      audioTrackNames_(facts.audioTrackNames),
-      services_(std::move(services)), edit_(facts.durationSeconds),
-      player_([this]() -> std::unique_ptr<PreviewPlayer> {
+      audioTrackNames_(facts.audioTrackNames), services_(std::move(services)),
+      edit_(facts.durationSeconds), player_([this]() -> std::unique_ptr<PreviewPlayer> {
           auto made = services_.makePlayer ? services_.makePlayer() : nullptr;
           return made ? std::move(made) : std::make_unique<PreviewPlayerNull>();
       }()) {
@@ -269,7 +268,9 @@ void EditorModel::close() {
 
 void EditorModel::observePlayer() {
     const double rate = player_->rate();
-    if (rate != 0) {
+    // While playing, and once more when playback stopped by itself (at the end), so the
+    // playhead rests where the player did.
+    if (rate != 0 || isPlaying_) {
         setTime(player_->currentTimeSeconds());
     }
     setIsPlaying(rate != 0);

@@ -32,9 +32,9 @@ MovieFacts readMovieFacts(const std::filesystem::path& movie) {
     facts.audioTracks = plan.audioTracks;
     for (const auto& track : plan.tracks) {
         if (track.kind == EditRenderer::TrackKind::audio && !track.isMix) {
-            facts.audioTrackNames.push_back(
-                track.name.empty() ? "Audio Track " + std::to_string(track.sourceTrack)
-                                   : track.name);
+            facts.audioTrackNames.push_back(track.name.empty()
+                                                ? "Audio Track " + std::to_string(track.sourceTrack)
+                                                : track.name);
         }
     }
     return facts;

@@ -24,8 +24,7 @@ EditorViewModel::EditorViewModel(EditorModel& model, QString thumbnailSource,
     connect(&model_, &EditorModel::editChanged, this, &EditorViewModel::pictureSizeChanged);
     connect(&model_, &EditorModel::croppingChanged, this, &EditorViewModel::pictureSizeChanged);
     connect(&model_, &EditorModel::thumbnailsChanged, this, &EditorViewModel::thumbnailsChanged);
-    connect(&model_, &EditorModel::exportProgressChanged, this,
-            &EditorViewModel::exportingChanged);
+    connect(&model_, &EditorModel::exportProgressChanged, this, &EditorViewModel::exportingChanged);
     connect(&model_, &EditorModel::formatChanged, this, &EditorViewModel::formatChanged);
 }
 
@@ -36,7 +35,7 @@ QString EditorViewModel::format() const {
 
 void EditorViewModel::setFormat(const QString& format) {
     model_.setFormat(format == QLatin1String("gif") ? EditorModel::ExportFormat::gif
-                                                     : EditorModel::ExportFormat::movie);
+                                                    : EditorModel::ExportFormat::movie);
 }
 
 QString EditorViewModel::title() const {
@@ -116,8 +115,7 @@ double EditorViewModel::rulerStep(double pointsPerSecond) {
     return EditorGeometry::rulerStepSeconds(pointsPerSecond);
 }
 
-double EditorViewModel::playheadX(double timeSeconds, double pointsPerSecond,
-                                  double widthPoints) {
+double EditorViewModel::playheadX(double timeSeconds, double pointsPerSecond, double widthPoints) {
     return EditorGeometry::playheadX(timeSeconds, pointsPerSecond, widthPoints);
 }
 
@@ -207,9 +205,8 @@ void EditorViewModel::dragCrop(int handle, double dx, double dy) {
         moved.x += dx;
         moved.y += dy;
     } else {
-        moved = EditorGeometry::resizeCrop(*cropStart_,
-                                           static_cast<EditorGeometry::CropCorner>(handle % 4),
-                                           dx, dy);
+        moved = EditorGeometry::resizeCrop(
+            *cropStart_, static_cast<EditorGeometry::CropCorner>(handle % 4), dx, dy);
     }
     EditDecision edit = model_.edit();
     edit.crop = EditorGeometry::clampCrop(moved);

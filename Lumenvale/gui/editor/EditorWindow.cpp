@@ -3,6 +3,8 @@
 #include "base/PathText.h"
 #include "editor/EditorServices.h"
 #include "gui/editor/EditorViewModel.h"
+#include "gui/editor/PreviewPlayerMpv.h"
+#include "gui/editor/PreviewSurface.h"
 #include "gui/windows/Windows.h"
 
 #include <QFileDialog>
@@ -90,6 +92,7 @@ EditorWindow& EditorWindow::shared() {
 void EditorWindow::attach(Windows& windows, std::function<void(const Recording&)> showCard) {
     windows_ = &windows;
     showCard_ = std::move(showCard);
+    PreviewSurface::registerQmlType(); // where the application has not yet
     thumbnails_ = new ThumbnailImages;
     windows.addImageProvider(QStringLiteral("editorthumbs"), thumbnails_);
 }
@@ -142,6 +145,7 @@ void EditorWindow::open(const QUrl& file) {
         return; // its window appears when the load ends
     }
     EditorServices services = EditorServices::standard();
+    services.makePlayer = &makeMpvPreviewPlayer;
     services.showCard = showCard_;
     EditorModel::load(key, std::move(services), this, [this, key](EditorModel::LoadResult result) {
         loading_.erase(key);
@@ -171,12 +175,12 @@ void EditorWindow::show(std::filesystem::path key, std::unique_ptr<EditorModel> 
     publishThumbnails();
     connect(&shown, &EditorModel::thumbnailsChanged, this, publishThumbnails);
     entry.view = std::make_unique<EditorViewModel>(
-        *entry.model,
-        QStringLiteral("image://editorthumbs/%1/").arg(entry.number),
+        *entry.model, QStringLiteral("image://editorthumbs/%1/").arg(entry.number),
         [this](const QString& text) { emit noticeShown(text); });
-    entry.window.reset(windows_->create(
-        QStringLiteral("EditorView"),
-        {{QStringLiteral("editor"), QVariant::fromValue(static_cast<QObject*>(entry.view.get()))}}));
+    entry.window.reset(
+        windows_->create(QStringLiteral("EditorView"),
+                         {{QStringLiteral("editor"),
+                           QVariant::fromValue(static_cast<QObject*>(entry.view.get()))}}));
     if (!entry.window) {
         emit noticeShown(couldNotOpen(nameOf(key), QStringLiteral("The editor window failed.")));
         return;

@@ -1,11 +1,11 @@
 #pragma once
 
+#include "gui/editor/PreviewPlayerMpv.h"
+
 #include <QPointer>
 #include <QQuickFramebufferObject>
 
 namespace lumenvale {
-
-class PreviewPlayerMpv;
 
 // Shows the pictures of a PreviewPlayerMpv in Qt Quick, drawn by mpv's OpenGL renderer
 // into the item's framebuffer: the video fitted into the item with its aspect kept,

@@ -2,6 +2,7 @@ import QtQuick
 import QtQuick.Controls
 import QtQuick.Layouts
 import QtQuick.Window
+import Lumenvale.Editor
 
 // The editor window of one recording (EditorViewModel over its EditorModel): the
 // preview with the crop box, the transport bar, the timeline and the inspector.
@@ -59,9 +60,10 @@ Window {
                                                       (height - picture.height * fit) / 2,
                                                       picture.width * fit, picture.height * fit)
 
-                Item {
+                PreviewSurface {
                     id: preview
                     anchors.fill: parent
+                    player: window.model.previewPlayer
                     Accessible.role: Accessible.Animation
                     Accessible.name: "Preview"
                 }

@@ -3,6 +3,7 @@
 #include "base/AppIdentity.h"
 #include "gui/app/AppDelegate.h"
 #include "gui/editor/EditorWindow.h"
+#include "gui/editor/PreviewSurface.h"
 #include "gui/instance/AppInstance.h"
 #include "gui/selftest/SelfTest.h"
 #include "gui/snapshot/Snapshot.h"
@@ -60,6 +61,8 @@ void identify() {
     QApplication::setApplicationVersion(QStringLiteral(LUMENVALE_VERSION));
     QGuiApplication::setDesktopFileName(QString::fromLatin1(applicationID));
     QApplication::setQuitOnLastWindowClosed(false);
+    // Before any window: the editor's preview draws through OpenGL.
+    PreviewSurface::registerQmlType();
 }
 
 } // namespace

@@ -4,8 +4,8 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <fstream>
-#include <iostream>
 #include <gtest/gtest.h>
+#include <iostream>
 #include <set>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -249,9 +249,9 @@ TEST_F(EditorExporting, ARecordingMovedAwayOrADiskFillingUpFailsTheExportAndKeep
     const auto disk = folder / "disk";
     std::filesystem::create_directory(disk);
     const auto room = std::to_string(std::filesystem::file_size(movie) + 16 * 1024);
-    if (std::system(("mount -t tmpfs -o size=" + room + " tmpfs '" + disk.string() +
-                     "' 2>/dev/null")
-                        .c_str()) != 0) {
+    if (std::system(
+            ("mount -t tmpfs -o size=" + room + " tmpfs '" + disk.string() + "' 2>/dev/null")
+                .c_str()) != 0) {
         GTEST_SKIP() << "cannot mount a small disk here";
     }
     std::filesystem::copy_file(movie, disk / "Full.mp4");
