@@ -72,7 +72,8 @@ pushd "$APP_STORE" >/dev/null
 launch "$(basename "$movie")"
 popd >/dev/null
 [[ $status -eq 0 ]] || fail "opening a movie exited $status: $err"
-wait_for "the movie did not reach the editor" tray_says "Editing comes in a later version: $(basename "$movie")"
+editor_shows() { [[ -n "$(xdotool search --onlyvisible --name "^$(basename "$movie" .mp4)\$")" ]]; }
+wait_for "the movie did not reach the editor" editor_shows
 echo "not a movie" >"$work/notes.txt"
 launch "$work/missing.mp4" "$work/notes.txt"
 [[ $status -eq 0 ]] || fail "opening two files exited $status: $err"
