@@ -7,6 +7,8 @@
 #     the last clip left with the pointer, set 2×, export (Ctrl+E): the movie holds
 #     exactly the kept frames at twice the speed (decoded), and the card shows it.
 #   - Crop with the box's corner handle: the export is the cropped size.
+#   - The preview shows the frame the edit puts at a time; it plays the sound, and
+#     muting the track silences it.
 #   - Undo back to the start and export again: the original frames, copied.
 #   - A file that is not a movie gives its notice and opens nothing.
 #   - Ctrl+W closes the window; the application stays in the tray.
@@ -69,6 +71,19 @@ xdotool mousemove "$hx" "$hy" mousedown 1 sleep 0.1 mousemove $((hx - 10)) "$hy"
   mousemove $((hx - width / 3)) "$hy" sleep 0.2 mouseup 1
 ui exists --window "$window" "Clip 2, 00:03 to 00:05" || fail "dragging the end did not trim the clip to about 5 s"
 ui press --window "$window" "Speed 2×" || fail "pressing Speed 2×"
+# The preview shows the edit: the second clip starts at 1 s of output with source frame
+# 90; three frames of output later (0.1 s at 2×) it shows frame 96.
+ui press --window "$window" "Clip 2, 00:03 to 00:05" || fail "pressing the second clip"
+ui keys --window "$window" -- --repeat 3 --delay 30 Right || fail "stepping three frames"
+read -r px py _ < <(ui where --window "$window" Preview)
+preview_shows() {
+  ffmpeg -v error -y -f x11grab -video_size 1x1 -i "$DISPLAY+$px,$py" -frames:v 1 -f rawvideo \
+    -pix_fmt rgb24 "$work/pixel.rgb" &&
+    [[ $(od -An -tu1 "$work/pixel.rgb" | awk '{ print int($2 / 16) * 16 + int($1 / 16) }') == "$1" ]]
+}
+until_true 5 preview_shows 96 ||
+  fail "at 1.1 s of output the preview shows frame $(od -An -tu1 "$work/pixel.rgb" | awk '{ print int($2 / 16) * 16 + int($1 / 16) }'), not 96"
+pass "the preview shows the edit: frame 96 at 1.1 s of output"
 fast=$(export_now 1)
 ui exists --window "Recording saved" Copy --timeout 20 || fail "no card after the export"
 frames=$(coded_frames "$fast")
@@ -109,6 +124,25 @@ frames=$(coded_frames "$whole")
 [[ "$frames" == "$(seq_text 0 179)" ]] || fail "the export after undoing everything has frames $frames"
 [[ $(stream_value "$whole" v:0 width) == 320 ]] || fail "the export after undoing everything is not 320 wide"
 pass "undo back to the start exports the original 180 frames"
+
+# --- the preview's sound ----------------------------------------------------------------------
+# mean_level: the mean level (dB) of what the speakers play over one second of playback.
+mean_level() {
+  ui press --window "$window" "Clip 1, 00:00 to 00:06" || fail "pressing the clip"
+  ui keys --window "$window" space || fail "typing Space"
+  sleep 0.5
+  timeout 1 parec -d lumenvale_speakers.monitor --rate=48000 --channels=1 --format=s16le --raw \
+    >"$work/heard.raw" || true
+  ui keys --window "$window" space || fail "typing Space"
+  ffmpeg -hide_banner -nostats -f s16le -ar 48000 -ac 1 -i "$work/heard.raw" -af volumedetect \
+    -f null - 2>&1 | sed -n 's/.*mean_volume: \(-*[0-9.]*\) dB.*/\1/p'
+}
+loud=$(mean_level)
+ui press --window "$window" "Mute Audio Track 1" || fail "pressing Mute"
+quiet=$(mean_level)
+awk -v l="$loud" -v q="$quiet" 'BEGIN { exit !(l > -40 && (q == "" || q < -70)) }' ||
+  fail "the preview's sound: ${loud:-nothing} dB playing, ${quiet:-nothing} dB muted"
+pass "the preview plays the tone (${loud} dB) and muting the track silences it (${quiet:+$quiet dB}${quiet:-nothing heard})"
 
 # --- a file that is not a movie -------------------------------------------------------------
 echo "not a movie" >"$movies/Notes.mp4"
