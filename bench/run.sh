@@ -38,8 +38,8 @@ cmake --build --preset release --target gif -j 2 >/dev/null
 cmake --build --preset release --target reencode -j 2 >/dev/null
 "$build/bench/reencode" "$work/reencode"
 
-# --- thumbnails: 48 filmstrip pictures of the cut benchmark's 10-minute recording,
-# against ffmpeg's keyframe-only pass.
+# --- thumbnails: 48 filmstrip pictures of the cut benchmark's 10-minute recording and
+# of a one-hour one, against ffmpeg's keyframe-only pass.
 cmake --build --preset release --target thumbnails -j 2 >/dev/null
 "$build/bench/thumbnails" "$work/cut"
 
@@ -64,3 +64,9 @@ bash "$root/tests/session.sh" "$build/bench/preview" "$work/preview" 2>/dev/null
 # --- recording_panels: the shortcut-to-picker time on two 4K displays, and the CPU of
 # a recording with the control, outline and camera bubble shown against one without.
 LUMENVALE="$build/Lumenvale/lumenvale" bash "$root/bench/recording_panels.sh" 10
+
+# --- editor_window: the editor with the one-hour recording open: time to the window,
+# resident memory (against the tray alone and ffplay with the same movie) and frame
+# times while scrubbing. Runs inside the test session.
+cmake --build --preset release --target lumenvale -j 2 >/dev/null
+LUMENVALE="$build/Lumenvale/lumenvale" bash "$root/bench/editor_window.sh" "$work/cut/hour.mp4"

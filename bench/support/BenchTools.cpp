@@ -108,4 +108,17 @@ fs::path tenMinuteRecording(const fs::path& work) {
     return ten;
 }
 
+fs::path oneHourRecording(const fs::path& work) {
+    const fs::path hour = work / "hour.mp4";
+    if (fs::exists(hour)) {
+        return hour;
+    }
+    const fs::path ten = tenMinuteRecording(work);
+    std::cout << "making a one-hour 1080p recording (once)...\n" << std::flush;
+    shell("ffmpeg -v error -y -stream_loop 5 -i " + quoted(ten) + " -map 0 -c copy -t 3600 " +
+          quoted(work / "hour-looped.mp4"));
+    fs::rename(work / "hour-looped.mp4", hour);
+    return hour;
+}
+
 } // namespace lumenvale::bench

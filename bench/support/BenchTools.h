@@ -40,5 +40,7 @@ std::filesystem::path workFolder(int argc, char** argv, const std::string& name)
 // microphone). Keyframes fall every 2 s, frames on multiples of 1/30 s. Made in `work`
 // once and kept.
 std::filesystem::path tenMinuteRecording(const std::filesystem::path& work);
+// tenMinuteRecording() played six times over, copied: "hour.mp4" in `work`, made once.
+std::filesystem::path oneHourRecording(const std::filesystem::path& work);
 
 } // namespace lumenvale::bench

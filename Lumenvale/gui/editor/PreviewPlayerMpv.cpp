@@ -97,6 +97,11 @@ PreviewPlayerMpv::Made PreviewPlayerMpv::create() {
         {"pause", "yes"},
         {"audio-pitch-correction", "yes"},
         {"audio-client-name", "Lumenvale"},
+        // A local file needs no cache beyond the demuxer's own read-ahead; the default
+        // back buffer alone would hold 50 MiB of a long recording.
+        {"cache", "no"},
+        {"demuxer-max-back-bytes", "0"},
+        {"demuxer-max-bytes", "16MiB"},
     };
     for (const auto& [name, value] : options) {
         if (const int status = mpv_set_option_string(core.get(), name, value); status < 0) {
