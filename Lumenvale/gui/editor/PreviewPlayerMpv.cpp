@@ -16,6 +16,8 @@ namespace {
 
 // Observed properties, told apart by their reply numbers.
 enum class Watched : std::uint64_t { position = 1, paused, ended };
+// Marks the replies to seeks, which are sent without waiting for the player's core.
+constexpr std::uint64_t seekReply = 100;
 
 std::string decimal(double value) {
     char text[64];
@@ -260,7 +262,10 @@ void PreviewPlayerMpv::load() {
 void PreviewPlayerMpv::applySeek(double outputSeconds) {
     const std::string target = decimal(outputSeconds * (plan_ ? plan_->speed : 1));
     const char* command[] = {"seek", target.c_str(), "absolute+exact", nullptr};
-    if (mpv_command(core_.get(), command) < 0) {
+    // Without waiting: while the user scrubs, the core is busy decoding up to the last
+    // target, and the window must not wait for it.
+    seekTargetSeconds_ = outputSeconds;
+    if (mpv_command_async(core_.get(), seekReply, command) < 0) {
         pendingSeekSeconds_ = outputSeconds; // not seekable yet: once loaded
         loaded_ = false;
     }
@@ -300,6 +305,13 @@ void PreviewPlayerMpv::handle(const mpv_event& event) {
         }
         break;
     }
+    case MPV_EVENT_COMMAND_REPLY:
+        if (event.reply_userdata == seekReply && event.error < 0 && seekTargetSeconds_ &&
+            !pendingSeekSeconds_) {
+            pendingSeekSeconds_ = seekTargetSeconds_; // not seekable yet: once loaded
+            loaded_ = false;
+        }
+        break;
     case MPV_EVENT_START_FILE:
         startedEntry_ = static_cast<const mpv_event_start_file*>(event.data)->playlist_entry_id;
         break;

@@ -82,6 +82,7 @@ class PreviewPlayerMpv final : public QObject, public PreviewPlayer {
     std::int64_t startedEntry_ = -1;
     bool loaded_ = false;
     std::optional<double> pendingSeekSeconds_; // output seconds, applied once loaded
+    std::optional<double> seekTargetSeconds_;  // the last seek sent to the core
     double positionSeconds_ = 0;               // output seconds
     bool paused_ = true;
     bool ended_ = false;
