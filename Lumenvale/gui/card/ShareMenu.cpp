@@ -52,13 +52,13 @@ QDBusUnixFileDescriptor openForPortal(const QString& path) {
     return descriptor;
 }
 
+void chooseApplication(const QString& path, const Notify& notify);
+
+// The applications whose desktop entries list the file's type; where the desktop portal
+// runs, its own chooser after them.
 void addApplications(QMenu& menu, const QString& path, const Notify& notify) {
     const QString type = QMimeDatabase().mimeTypeForFile(path).name();
     const std::vector<OpenWith::Application> applications = OpenWith::applicationsFor(type);
-    if (applications.empty()) {
-        menu.addAction(QStringLiteral("No Applications for Movies"))->setEnabled(false);
-        return;
-    }
     for (const OpenWith::Application& application : applications) {
         menu.addAction(application.name, &menu, [application, path, notify] {
             if (!OpenWith::open(application, path)) {
@@ -66,6 +66,17 @@ void addApplications(QMenu& menu, const QString& path, const Notify& notify) {
                        QStringLiteral("."));
             }
         });
+    }
+    const bool portal = serviceAvailable(portalService);
+    if (applications.empty() && !portal) {
+        menu.addAction(QStringLiteral("No Applications for Movies"))->setEnabled(false);
+    }
+    if (portal) {
+        if (!applications.empty()) {
+            menu.addSeparator();
+        }
+        menu.addAction(QStringLiteral("Other Application…"), &menu,
+                       [path, notify] { chooseApplication(path, notify); });
     }
 }
 
@@ -109,12 +120,7 @@ void popup(const QString& path, QPoint at, std::function<void(const QString&)> n
     auto* menu = new QMenu;
     menu->setAttribute(Qt::WA_DeleteOnClose);
     menu->setAccessibleName(QStringLiteral("Share"));
-    const QString openWith = QStringLiteral("Open With…");
-    if (serviceAvailable(portalService)) {
-        menu->addAction(openWith, menu, [path, notify] { chooseApplication(path, notify); });
-    } else {
-        addApplications(*menu->addMenu(openWith), path, notify);
-    }
+    addApplications(*menu->addMenu(QStringLiteral("Open With…")), path, notify);
     menu->addAction(QStringLiteral("Email…"), menu, [path, notify] { email(path, notify); });
     if (closed) {
         QObject::connect(menu, &QMenu::aboutToHide, menu, std::move(closed));

@@ -6,11 +6,10 @@
 
 namespace lumenvale {
 
-// The share menu of a movie file: "Open With…" (the desktop portal's chooser of the
-// applications for the file's type where the portal runs, else a submenu of the
-// applications whose desktop entries list that type) and "Email…" (the portal's mail
-// composer with the file attached, else `xdg-email --attach`). Failures reach the user
-// through `notify`.
+// The share menu of a movie file: "Open With…" (a submenu of the applications whose
+// desktop entries list the file's type, then, where the desktop portal runs, "Other
+// Application…" for its chooser) and "Email…" (the portal's mail composer with the
+// file attached, else `xdg-email --attach`). Failures reach the user through `notify`.
 //
 // Threads: the GUI thread.
 namespace ShareMenu {
