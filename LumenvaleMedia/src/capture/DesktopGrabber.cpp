@@ -177,6 +177,24 @@ std::optional<SourceImage> DesktopGrabber::wait() {
                        PixelSize{requested_.width, requested_.height}, requested_.x, requested_.y};
 }
 
+TargetPlace DesktopGrabber::place() const {
+    return {connection_.root(), region_.x, region_.y, region_.x, region_.y};
+}
+
+// The patches over this process's windows show what lies under them, and the
+// display reports no change there when a window under one of ours is drawn.
+std::vector<PixelRect> DesktopGrabber::unwatchedParts() {
+    if (!topLevels_) {
+        return {};
+    }
+    std::vector<PixelRect> parts = topLevels_->ownParts(intersection(region_, root_));
+    for (PixelRect& part : parts) {
+        part.x -= region_.x;
+        part.y -= region_.y;
+    }
+    return parts;
+}
+
 // A window's move, map or restack is reported before the reply of any grab the
 // server handled after it, so the events drained after a grab tell whether this
 // process's windows were already elsewhere than the patches assumed when it was taken.

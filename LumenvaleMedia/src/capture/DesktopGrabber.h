@@ -33,6 +33,8 @@ class DesktopGrabber final : public Grabber {
     std::optional<SourceImage> wait() override;
     std::int64_t memoryGeneration() const override { return memoryGeneration_; }
     bool needsRetake() override;
+    TargetPlace place() const override;
+    std::vector<PixelRect> unwatchedParts() override;
 
   private:
     // More windows than this are patched as one rectangle around them all.
