@@ -19,7 +19,7 @@ build_packages=(
   dpkg-dev file
 )
 runtime_packages=(
-  xvfb openbox pulseaudio pulseaudio-utils dbus dbus-x11 xdotool x11-utils x11-apps x11-xserver-utils ffmpeg
+  xvfb openbox pulseaudio pulseaudio-utils dbus dbus-x11 xdotool xterm x11-utils x11-apps x11-xserver-utils ffmpeg
   chromium python3 bc
   desktop-file-utils appstream man-db
   at-spi2-core python3-pyatspi python3-dbus python3-gi xclip xcompmgr
