@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <gtest/gtest.h>
+#include <thread>
 
 namespace lumenvale::testing {
 namespace {
@@ -35,6 +36,40 @@ TEST(CaptureContent, AreaShowsTheWindowsUnderItAtItsOwnSize) {
     EXPECT_TRUE(near(picture->at(160, 75), blue)) << describe(picture->at(160, 75));
     EXPECT_TRUE(near(picture->at(299, 149), blue));
     EXPECT_GE(capture.stats().delivered, 1);
+}
+
+// A still target is handed over again without being read, as the same picture; a
+// window mapped over part of it marks only its rows: for an area and for a window.
+TEST(CaptureContent, StillTargetsAreNotReadAgainAndChangesMarkOnlyTheirRows) {
+    const x11::XConnection& connection = testConnection();
+    TestWindow backdrop(connection, {100, 100, 320, 240}, blue, Management::unmanaged);
+    for (const bool window : {false, true}) {
+        SCOPED_TRACE(window ? "window" : "area");
+        const CaptureTarget target = window ? CaptureTarget{CaptureWindow{backdrop.id()}}
+                                            : CaptureTarget{CaptureArea{{100, 100, 320, 240}}};
+        FrameCatcher catcher;
+        CaptureX11 capture(captureRequest(target, {320, 240}));
+        capture.start(catcher.frames(), catcher.stopped());
+        ASSERT_TRUE(catcher.waitFor([](const Picture& p) {
+            return near(p.at(160, 20), blue) && p.change == FrameChange::rows &&
+                   p.changedRows.empty();
+        })) << "frames of the still target say nothing changed";
+        std::this_thread::sleep_for(300ms);
+        EXPECT_GE(capture.stats().unchanged, 5) << "and were not read again";
+
+        const std::int64_t top = window ? 150 : 100;
+        paintChild(connection, backdrop.id(), {0, top, 320, 20}, red);
+        const auto changed =
+            catcher.waitFor([&](const Picture& p) { return near(p.at(160, top + 10), red); });
+        ASSERT_TRUE(changed);
+        EXPECT_EQ(changed->change, FrameChange::rows);
+        EXPECT_TRUE(changed->rowChanged(top) && changed->rowChanged(top + 19));
+        EXPECT_FALSE(changed->rowChanged(top - 4) || changed->rowChanged(top + 24) ||
+                     changed->rowChanged(10))
+            << "only the rows of the new window";
+        EXPECT_TRUE(near(changed->at(160, 20), blue));
+        EXPECT_EQ(capture.stats().repeated, 0);
+    }
 }
 
 TEST(CaptureContent, AreaPartlyOffTheDesktopIsBlackThere) {
