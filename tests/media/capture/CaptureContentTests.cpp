@@ -39,16 +39,24 @@ TEST(CaptureContent, AreaShowsTheWindowsUnderItAtItsOwnSize) {
 }
 
 // A still target is handed over again without being read, as the same picture; a
-// window mapped over part of it marks only its rows: for an area and for a window.
+// window mapped over part of it marks only its rows: for an area (also with this
+// process's windows hidden, where every window is drawn offscreen first) and for a
+// window.
 TEST(CaptureContent, StillTargetsAreNotReadAgainAndChangesMarkOnlyTheirRows) {
     const x11::XConnection& connection = testConnection();
     TestWindow backdrop(connection, {100, 100, 320, 240}, blue, Management::unmanaged);
-    for (const bool window : {false, true}) {
-        SCOPED_TRACE(window ? "window" : "area");
-        const CaptureTarget target = window ? CaptureTarget{CaptureWindow{backdrop.id()}}
-                                            : CaptureTarget{CaptureArea{{100, 100, 320, 240}}};
+    enum class Case { area, areaWithOwnWindowsHidden, window };
+    for (const Case which : {Case::area, Case::areaWithOwnWindowsHidden, Case::window}) {
+        SCOPED_TRACE(static_cast<int>(which));
+        CaptureRequest request = captureRequest(
+            CaptureArea{{100, 100, 320, 240}}, {320, 240},
+            which == Case::areaWithOwnWindowsHidden ? OwnWindows::hidden : OwnWindows::shown,
+            {backdrop.id()});
+        if (which == Case::window) {
+            request.target = CaptureWindow{backdrop.id()};
+        }
         FrameCatcher catcher;
-        CaptureX11 capture(captureRequest(target, {320, 240}));
+        CaptureX11 capture(request);
         capture.start(catcher.frames(), catcher.stopped());
         ASSERT_TRUE(catcher.waitFor([](const Picture& p) {
             return near(p.at(160, 20), blue) && p.change == FrameChange::rows &&
@@ -57,7 +65,7 @@ TEST(CaptureContent, StillTargetsAreNotReadAgainAndChangesMarkOnlyTheirRows) {
         std::this_thread::sleep_for(300ms);
         EXPECT_GE(capture.stats().unchanged, 5) << "and were not read again";
 
-        const std::int64_t top = window ? 150 : 100;
+        const std::int64_t top = 60 + 50 * static_cast<std::int64_t>(which);
         paintChild(connection, backdrop.id(), {0, top, 320, 20}, red);
         const auto changed =
             catcher.waitFor([&](const Picture& p) { return near(p.at(160, top + 10), red); });
