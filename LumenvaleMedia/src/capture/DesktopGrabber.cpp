@@ -182,7 +182,10 @@ TargetPlace DesktopGrabber::place() const {
 }
 
 // The patches over this process's windows show what lies under them, and the
-// display reports no change there when a window under one of ours is drawn.
+// display reports no change there when a window under one of ours is drawn. And
+// with every window drawn offscreen (own windows hidden), the display does not
+// always report a window moved, mapped or restacked over the root (one covering
+// the whole screen moved into view goes unreported): then everything is read.
 std::vector<PixelRect> DesktopGrabber::unwatchedParts() {
     if (!topLevels_) {
         return {};
@@ -191,6 +194,20 @@ std::vector<PixelRect> DesktopGrabber::unwatchedParts() {
     for (PixelRect& part : parts) {
         part.x -= region_.x;
         part.y -= region_.y;
+    }
+    const std::vector<TopLevel>& windows = topLevels_->windows();
+    const bool moved =
+        windows.size() != placements_.size() ||
+        !std::equal(windows.begin(), windows.end(), placements_.begin(),
+                    [](const TopLevel& window, const Placement& placement) {
+                        return placement == Placement{window.id, window.rect, window.viewable};
+                    });
+    if (moved) {
+        placements_.clear();
+        for (const TopLevel& window : windows) {
+            placements_.push_back({window.id, window.rect, window.viewable});
+        }
+        parts.push_back({0, 0, region_.width, region_.height});
     }
     return parts;
 }
