@@ -1,24 +1,27 @@
 // CPU cost of recording the screen: the RecordingPipeline with CaptureX11, side by
-// side with `ffmpeg -f x11grab` and the same encoder settings, at 1080p30, 1080p60
-// and 4K30, each on its own Xvfb of that size with moving pictures on it. Prints CPU
+// side with `ffmpeg -f x11grab` and the same encoder settings, each on its own Xvfb
+// of the run's size: desk work at 1080p30 (text typed into a terminal, the rest of
+// the screen still), and moving pictures at 1080p30, 1080p60 and 4K30. Prints CPU
 // seconds per wall-clock second (100 % = one core), the run's wall time, the frames
-// really captured and encoded, the frames missing from duration x fps, and the CPU
-// ratio. Asserts nothing.
+// really captured and encoded, the frames missing from duration x fps, the bytes
+// written per minute of movie, and the CPU ratio. Asserts nothing.
 //
 // When the encoder cannot keep up, the two behave differently: the pipeline stays on
 // time and drops frames (a recording must not fall behind), ffmpeg falls behind real
 // time (a wall time above the duration) and fills its output with duplicates, which
 // are not counted as frames here.
 //
-//   record_cpu [SECONDS [h264|hevc]]       (default 10 seconds per run, H.264)
+//   record_cpu [SECONDS [h264|hevc [RUN...]]]   (default 10 seconds per run, H.264,
+//                                               every run; RUN names one, "desk 1080p30")
 //
 // Only the recorder's own process is measured (getrusage of this process for the
-// pipeline, of the child for ffmpeg); Xvfb and the animation run in processes of
-// their own, the same for both.
+// pipeline, of the child for ffmpeg); Xvfb, the animation, the terminal and the
+// typing run in processes of their own, the same for both.
 
 #include "LumenvaleMedia/CaptureX11.h"
 #include "LumenvaleMedia/RecordingPipeline.h"
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -43,11 +46,20 @@ using namespace lumenvale;
 
 namespace {
 
+// What moves on the screen while it is recorded.
+enum class Scene {
+    // Text typed into a terminal at about 12 characters a second; the rest still.
+    deskWork,
+    // Coloured bars sliding over a third of the screen at 60 steps a second.
+    fullMotion,
+};
+
 struct Config {
     const char* name;
     int width;
     int height;
     int fps;
+    Scene scene;
 };
 
 struct Result {
@@ -56,7 +68,20 @@ struct Result {
     std::int64_t frames = 0;
     std::int64_t dropped = 0;
     std::int64_t captureDropped = -1; // of those, frames the capture itself could not deliver
+    std::int64_t unchanged = -1;      // frames the capture found unchanged (not read)
+    std::int64_t bytes = 0;           // the movie's size
+    double movieSeconds = 0;
 };
+
+std::int64_t folderBytes(const fs::path& folder) {
+    std::int64_t bytes = 0;
+    for (const auto& entry : fs::recursive_directory_iterator(folder)) {
+        if (entry.is_regular_file()) {
+            bytes += static_cast<std::int64_t>(entry.file_size());
+        }
+    }
+    return bytes;
+}
 
 double seconds(const timeval& time) {
     return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
@@ -125,10 +150,28 @@ pid_t spawn(const std::vector<std::string>& arguments, const std::string& errors
     }
 }
 
+// A terminal at the top left with the pointer resting in it (the keyboard goes
+// where the pointer is when no window manager runs), and text typed into it, a
+// shell line with a newline after every few words, until killed.
+pid_t typeIntoTerminal(pid_t& terminal) {
+    terminal = spawn({"xterm", "-geometry", "100x40+40+40", "-fa", "Monospace", "-fs", "11"});
+    for (int attempt = 0; attempt < 100; ++attempt) {
+        if (!output("xdotool search --class xterm 2>/dev/null").empty()) {
+            break;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    std::system("xdotool mousemove 300 300 >/dev/null 2>&1");
+    return spawn({"sh", "-c",
+                  "while :; do xdotool type --delay 240 'echo the quick brown fox jumps over "
+                  "the lazy dog '; xdotool key Return; done"});
+}
+
 struct Display {
     std::string name;
     pid_t server = -1;
     pid_t animation = -1;
+    pid_t terminal = -1;
 };
 
 Display startDisplay(const Config& config, int number) {
@@ -146,17 +189,23 @@ Display startDisplay(const Config& config, int number) {
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
     }
-    display.animation = ::fork();
-    if (display.animation == 0) {
-        animate(config.width, config.height);
+    if (config.scene == Scene::deskWork) {
+        display.animation = typeIntoTerminal(display.terminal);
+    } else {
+        display.animation = ::fork();
+        if (display.animation == 0) {
+            animate(config.width, config.height);
+        }
     }
     return display;
 }
 
 void stopDisplay(const Display& display) {
-    for (const pid_t pid : {display.animation, display.server}) {
-        ::kill(pid, SIGTERM);
-        ::waitpid(pid, nullptr, 0);
+    for (const pid_t pid : {display.animation, display.terminal, display.server}) {
+        if (pid > 0) {
+            ::kill(pid, SIGTERM);
+            ::waitpid(pid, nullptr, 0);
+        }
     }
 }
 
@@ -176,14 +225,16 @@ Result recordWithPipeline(const Config& config, Codec codec, const fs::path& fol
     const auto start = std::chrono::steady_clock::now();
     pipeline.start();
     std::this_thread::sleep_for(std::chrono::duration<double>(duration));
-    const std::int64_t captureDropped = captureStats.stats().dropped;
+    const CaptureStats capturedStats = captureStats.stats();
     pipeline.stop();
     const auto end = std::chrono::steady_clock::now();
     rusage after{};
     ::getrusage(RUSAGE_SELF, &after);
     const RecordingStats stats = pipeline.stats();
     return {cpuOf(after) - cpuOf(before), std::chrono::duration<double>(end - start).count(),
-            stats.framesWritten, stats.framesDropped, captureDropped};
+            stats.framesWritten,          stats.framesDropped,
+            capturedStats.dropped,        capturedStats.unchanged,
+            folderBytes(folder),          stats.writtenSeconds};
 }
 
 // The same settings as record::makeVideoEncoder (src/record/VideoEncoder.h).
@@ -246,6 +297,8 @@ Result recordWithFfmpeg(const Config& config, Codec codec, const Display& displa
         result.frames -= std::atoll(errors.c_str() + duplicated + 4);
     }
     result.dropped = static_cast<std::int64_t>(duration * config.fps) - result.frames;
+    result.bytes = static_cast<std::int64_t>(fs::file_size(movie));
+    result.movieSeconds = duration;
     return result;
 }
 
@@ -254,7 +307,13 @@ void print(const char* who, const Result& result) {
                 100 * result.cpuSeconds / result.wallSeconds, result.wallSeconds,
                 static_cast<long long>(result.frames), static_cast<long long>(result.dropped));
     if (result.captureDropped >= 0) {
-        std::printf("   (capture dropped %lld)", static_cast<long long>(result.captureDropped));
+        std::printf("   (capture dropped %lld, unchanged %lld)",
+                    static_cast<long long>(result.captureDropped),
+                    static_cast<long long>(result.unchanged));
+    }
+    if (result.movieSeconds > 0) {
+        std::printf("   %.1f MB a minute",
+                    static_cast<double>(result.bytes) / 1e6 * 60 / result.movieSeconds);
     }
     std::printf("\n");
 }
@@ -268,8 +327,16 @@ int main(int argc, char** argv) {
     const fs::path work =
         fs::temp_directory_path() / ("lumenvale-bench-record-" + std::to_string(::getpid()));
     fs::create_directories(work);
-    const std::vector<Config> configs{
-        {"1080p30", 1920, 1080, 30}, {"1080p60", 1920, 1080, 60}, {"4K30", 3840, 2160, 30}};
+    std::vector<Config> configs{{"desk 1080p30", 1920, 1080, 30, Scene::deskWork},
+                                {"1080p30", 1920, 1080, 30, Scene::fullMotion},
+                                {"1080p60", 1920, 1080, 60, Scene::fullMotion},
+                                {"4K30", 3840, 2160, 30, Scene::fullMotion}};
+    if (argc > 3) {
+        const std::vector<std::string> wanted(argv + 3, argv + argc);
+        std::erase_if(configs, [&](const Config& config) {
+            return std::find(wanted.begin(), wanted.end(), config.name) == wanted.end();
+        });
+    }
     std::printf("record_cpu: %g s per run, %s, %u cores\n", duration,
                 codec == Codec::hevc ? "HEVC ultrafast CRF 22" : "H.264 veryfast CRF 20",
                 std::thread::hardware_concurrency());

@@ -44,8 +44,10 @@ cmake --build --preset release --target thumbnails -j 2 >/dev/null
 "$build/bench/thumbnails" "$work/cut"
 
 # --- record_cpu: capture and encoding CPU of the recording pipeline with CaptureX11
-# against `ffmpeg -f x11grab` with the same x264 settings, at 1080p30, 1080p60 and
-# 4K30, each on an Xvfb of that size with moving pictures. Needs Xvfb and xdpyinfo.
+# against `ffmpeg -f x11grab` with the same x264 settings: desk work at 1080p30 (text
+# typed into an xterm, the rest still; also the bytes written a minute), and moving
+# pictures at 1080p30, 1080p60 and 4K30, each on an Xvfb of that size. Needs Xvfb,
+# xdpyinfo, xterm and xdotool.
 cmake --build --preset release --target record_cpu -j 2 >/dev/null
 "$build/bench/record_cpu" 10 2>/dev/null
 

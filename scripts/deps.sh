@@ -13,12 +13,13 @@ build_packages=(
   libavformat-dev libavcodec-dev libavfilter-dev libavutil-dev libswscale-dev libswresample-dev
   libxcb1-dev libxcb-shm0-dev libxcb-composite0-dev libxcb-render0-dev libxcb-xfixes0-dev
   libxcb-randr0-dev libxcb-xinput-dev libxcb-shape0-dev libxcb-xkb-dev libxcb-xtest0-dev
+  libxcb-damage0-dev
   libxkbcommon-dev libxkbcommon-x11-dev
   libpulse-dev libmpv-dev libyuv-dev
   dpkg-dev file
 )
 runtime_packages=(
-  xvfb openbox pulseaudio pulseaudio-utils dbus dbus-x11 xdotool x11-utils x11-apps x11-xserver-utils ffmpeg
+  xvfb openbox pulseaudio pulseaudio-utils dbus dbus-x11 xdotool xterm x11-utils x11-apps x11-xserver-utils ffmpeg
   chromium python3 bc
   desktop-file-utils appstream man-db
   at-spi2-core python3-pyatspi python3-dbus python3-gi xclip xcompmgr

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Runs a command inside a private desktop session made of real parts:
 #   - a D-Bus session bus (dbus-run-session),
-#   - Xvfb (1920x1080, or LUMENVALE_SCREEN_SIZE, 24-bit, with MIT-SHM and Composite) and the
-#     openbox window manager,
+#   - Xvfb (1920x1080, or LUMENVALE_SCREEN_SIZE, 24-bit, with MIT-SHM, Composite and DAMAGE)
+#     and the openbox window manager,
 #   - a PulseAudio server with a null sink "lumenvale_speakers" (the default sink:
 #     its monitor is the system audio) and a virtual microphone "lumenvale_mic"
 #     (a null sink's monitor remapped into an ordinary, non-monitor source; play a
@@ -32,11 +32,13 @@ trap cleanup EXIT
 display=99
 while [[ -e /tmp/.X11-unix/X$display || -e /tmp/.X$display-lock ]]; do display=$((display + 1)); done
 Xvfb ":$display" -screen 0 "${LUMENVALE_SCREEN_SIZE:-1920x1080}x24" -nolisten tcp +extension Composite +extension MIT-SHM \
-  +extension XFIXES +extension XInputExtension +extension RANDR >"$runtime/xvfb.log" 2>&1 &
+  +extension XFIXES +extension XInputExtension +extension RANDR +extension DAMAGE >"$runtime/xvfb.log" 2>&1 &
 pids+=($!)
 export DISPLAY=":$display"
 for _ in $(seq 100); do xdpyinfo >/dev/null 2>&1 && break; sleep 0.05; done
 xdpyinfo >/dev/null 2>&1 || { echo "Xvfb did not start:" >&2; cat "$runtime/xvfb.log" >&2; exit 1; }
+# The capture reads only what changed, as DAMAGE reports it; without it every frame is read.
+[[ "$(xdpyinfo -queryExtensions)" == *DAMAGE* ]] || { echo "Xvfb lacks the DAMAGE extension" >&2; exit 1; }
 
 openbox >"$runtime/openbox.log" 2>&1 &
 pids+=($!)

@@ -5,9 +5,25 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <span>
 #include <string>
 
 namespace lumenvale {
+
+// Rows [top, bottom) of a picture, top row 0.
+struct RowSpan {
+    std::int64_t top = 0;
+    std::int64_t bottom = 0;
+    friend bool operator==(const RowSpan&, const RowSpan&) = default;
+};
+
+// How much of a frame's picture may differ from the frame handed over before it.
+enum class FrameChange {
+    // Anything may have changed (the first frame, or the source does not know).
+    whole,
+    // Only the rows in VideoFrame::changedRows (none at all: the same picture again).
+    rows,
+};
 
 // One captured picture, already at the movie's pixel size, in BGRA (8 bits per
 // channel, alpha ignored), top row first. The pixels are valid only during the
@@ -21,6 +37,12 @@ struct VideoFrame {
     // Frame number since start(): frame n is due at start + n / fps. Numbers skipped
     // by the source are frames it could not deliver in time (dropped).
     std::int64_t index = 0;
+    // What changed since the previous frame handed over: a consumer that keeps what it
+    // made of that frame may redo only these rows. `bgra` always holds the whole
+    // picture. The spans are sorted, apart, start and end on even rows (or the last
+    // row), and are valid only during the handler call.
+    FrameChange change = FrameChange::whole;
+    std::span<const RowSpan> changedRows;
 };
 
 // Counters of a running source, read at any time from any thread.
@@ -31,11 +53,15 @@ struct VideoFrame {
 // - repeated: due frames for which nothing could be read (the grab failed, or the
 //   target could not be read, such as a minimized window), so the previous
 //   picture (black before the first) was handed over again under the new number.
-//   A screen that simply did not change is not a repeat: it is captured afresh.
+//   A screen that simply did not change is not a repeat.
+// - unchanged: delivered frames for which nothing was read at all, because nothing
+//   on the target, the pointer or the click rings changed since the frame before
+//   (the previous picture again, with FrameChange::rows and no rows).
 struct CaptureStats {
     std::int64_t delivered = 0;
     std::int64_t dropped = 0;
     std::int64_t repeated = 0;
+    std::int64_t unchanged = 0;
 };
 
 // A source of paced video frames (the screen, an area or a window).

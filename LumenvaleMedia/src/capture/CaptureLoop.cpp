@@ -45,7 +45,8 @@ void requireImageFormat(const XConnection& connection) {
 } // namespace
 
 CaptureLoop::CaptureLoop(const CaptureRequest& request, CaptureCounters& counters)
-    : request_(request), counters_(counters), canvas_(request.size) {
+    : request_(request), counters_(counters), canvas_(request.size), damage_(connection_),
+      changed_(request.size.height) {
     requireImageFormat(connection_);
     if (!connection_.extensions().shm) {
         throw MediaError(
@@ -125,6 +126,7 @@ void CaptureLoop::drainEvents(int& presses) {
             continue; // an error about a window that went away meanwhile
         }
         grabber_->observe(*event);
+        damage_.observe(*event);
         if (pointer_) {
             pointer_->observe(*event);
         }
@@ -146,9 +148,13 @@ std::optional<RecError> CaptureLoop::makeFrame(std::int64_t index,
         return ended;
     }
 
-    // Every request of the frame goes out together and is answered in one round trip.
     const PixelSize source = grabber_->sourceSize();
     const FitPlan plan = planFit(source, request_.size);
+    const TargetPlace place = grabber_->place();
+    watchTarget(place, plan);
+
+    // The pointer and the changed area are asked for together, in one round trip;
+    // the picture only when something changed.
     const bool wantsPointer = pointer_ || clicks_;
     xcb_query_pointer_cookie_t pointerCookie{};
     if (wantsPointer) {
@@ -157,11 +163,63 @@ std::optional<RecError> CaptureLoop::makeFrame(std::int64_t index,
     if (pointer_) {
         pointer_->request();
     }
+    const bool readsDamage = damage_.pending();
+    if (readsDamage) {
+        damage_.request();
+    }
+    connection_.flush();
+    Reply<xcb_query_pointer_reply_t> position{
+        wantsPointer ? xcb_query_pointer_reply(connection_.get(), pointerCookie, nullptr)
+                     : nullptr};
+    if (pointer_) {
+        pointer_->wait();
+    }
+    if (readsDamage) {
+        noteDamage(damage_.wait(), plan);
+    }
+    if (connection_.broken()) {
+        return RecError::displayGone;
+    }
+
+    const bool pointerHere = position && position->same_screen != 0;
+    if (clicks_ && pointerHere) {
+        for (int press = 0; press < presses; ++press) {
+            clicks_->add(position->root_x, position->root_y, now);
+        }
+    }
+    const auto toPicture = [&place](PixelRect rect) {
+        rect.x -= place.rootX;
+        rect.y -= place.rootY;
+        return rect;
+    };
+    std::optional<PixelRect> pointerAt;
+    if (pointer_ && pointerHere) {
+        pointerAt = toPicture(pointer_->bounds(position->root_x, position->root_y));
+    }
+    std::vector<PixelRect> rings;
+    if (clicks_) {
+        for (const PixelRect& ring : clicks_->bounds(now)) {
+            rings.push_back(toPicture(ring));
+        }
+    }
+    noteOverlays(pointerAt, rings, plan);
+    for (const PixelRect& part : grabber_->unwatchedParts()) {
+        markPicture(part, plan);
+    }
+    if (!changed_.any()) {
+        // Nothing changed: the picture handed over last, neither read nor converted.
+        if (pass == Pass::recording) {
+            ++counters_.unchanged;
+        }
+        deliverPrevious(index, due, pass, FrameChange::rows);
+        return std::nullopt;
+    }
+
     const bool readable = source.width > 0 && source.height > 0;
     if (readable) {
         grabber_->request(plan.grab);
+        connection_.flush();
     }
-    connection_.flush();
     std::optional<SourceImage> image = readable ? grabber_->wait() : std::nullopt;
     // Look again while the grabber says the picture may hold what it must not; if
     // the desktop does not settle, hand over the previous picture rather than that.
@@ -178,55 +236,118 @@ std::optional<RecError> CaptureLoop::makeFrame(std::int64_t index,
         connection_.flush();
         image = grabber_->wait();
     }
-    Reply<xcb_query_pointer_reply_t> position{
-        wantsPointer ? xcb_query_pointer_reply(connection_.get(), pointerCookie, nullptr)
-                     : nullptr};
-    if (pointer_) {
-        pointer_->wait();
-    }
     if (connection_.broken()) {
         return RecError::displayGone;
     }
-
-    const bool pointerHere = position && position->same_screen != 0;
-    if (clicks_ && pointerHere) {
-        for (int press = 0; press < presses; ++press) {
-            clicks_->add(position->root_x, position->root_y, now);
-        }
-    }
     if (!image) {
-        // Nothing new: the previous picture again (black before the first).
+        // Nothing new: the previous picture again (black before the first). What
+        // changed meanwhile stays noted for the next picture read.
         if (pass == Pass::recording) {
             ++counters_.repeated;
         }
-        if (previous_ == Previous::direct && previousGeneration_ == grabber_->memoryGeneration()) {
-            deliver(previousDirect_, index, due, pass);
-        } else {
-            deliver(canvas_.view(), index, due, pass);
-        }
+        deliverPrevious(index, due, pass, FrameChange::whole);
         return std::nullopt;
     }
     if (clicks_) {
         clicks_->draw(*image, now);
     }
-    if (pointer_ && pointerHere) {
+    if (pointerAt) {
         pointer_->draw(*image, position->root_x, position->root_y);
     }
+    pointerDrawn_ = pointerAt;
+    cursorSerial_ = pointer_ ? pointer_->serial() : 0;
+    ringsDrawn_ = std::move(rings);
+    const FrameChange change = changed_.change();
+    const std::vector<RowSpan>& rows = changed_.spans();
     if (plan.mode == FitMode::direct) {
         previous_ = Previous::direct;
         previousDirect_ = *image;
         previousGeneration_ = grabber_->memoryGeneration();
-        deliver(*image, index, due, pass);
+        deliver(*image, index, due, pass, change, rows);
     } else {
         canvas_.paint(*image, plan);
         previous_ = Previous::canvas;
-        deliver(canvas_.view(), index, due, pass);
+        deliver(canvas_.view(), index, due, pass, change, rows);
+    }
+    // A rehearsal hands nothing over: the first frame handed over is read whole.
+    changed_.clear();
+    if (pass == Pass::rehearsal) {
+        changed_.markWhole();
     }
     return std::nullopt;
 }
 
+void CaptureLoop::watchTarget(const TargetPlace& place, const FitPlan& plan) {
+    if (!damage_.available() || place.drawable == XCB_NONE) {
+        changed_.markWhole();
+        place_.reset();
+        return;
+    }
+    if (place.drawable != damage_.drawable()) {
+        damage_.watch(place.drawable);
+    }
+    if (!place_ || place != *place_ || plan != plan_ || previous_ == Previous::none) {
+        changed_.markWhole();
+    }
+    place_ = place;
+    plan_ = plan;
+}
+
+void CaptureLoop::noteDamage(const std::optional<std::vector<PixelRect>>& damaged,
+                             const FitPlan& plan) {
+    if (!damaged || !place_) {
+        changed_.markWhole();
+        return;
+    }
+    for (PixelRect rect : *damaged) {
+        rect.x -= place_->drawableX;
+        rect.y -= place_->drawableY;
+        markPicture(rect, plan);
+    }
+}
+
+void CaptureLoop::noteOverlays(const std::optional<PixelRect>& pointer,
+                               std::vector<PixelRect> rings, const FitPlan& plan) {
+    // Both places of a moved pointer change: the old one shows what was under it.
+    if (pointer != pointerDrawn_ || (pointer_ && pointer_->serial() != cursorSerial_)) {
+        for (const std::optional<PixelRect>& drawn : {pointer, pointerDrawn_}) {
+            if (drawn) {
+                markPicture(*drawn, plan);
+            }
+        }
+    }
+    // A ring changes every frame while it lives, and its last place once after.
+    rings.insert(rings.end(), ringsDrawn_.begin(), ringsDrawn_.end());
+    for (const PixelRect& ring : rings) {
+        markPicture(ring, plan);
+    }
+}
+
+void CaptureLoop::markPicture(const PixelRect& part, const FitPlan& plan) {
+    const PixelRect inside = intersection(part, {0, 0, plan.grab.width, plan.grab.height});
+    if (inside.empty()) {
+        return;
+    }
+    if (plan.mode == FitMode::scale) {
+        changed_.markWhole(); // a scaled row blends its neighbours
+        return;
+    }
+    changed_.mark(inside.y + plan.placement.y, inside.y + inside.height + plan.placement.y);
+}
+
+void CaptureLoop::deliverPrevious(std::int64_t index, FramePacer::Clock::time_point time, Pass pass,
+                                  FrameChange change) {
+    if (previous_ == Previous::direct && previousGeneration_ == grabber_->memoryGeneration()) {
+        deliver(previousDirect_, index, time, pass, change, {});
+    } else {
+        const bool same = previous_ == Previous::canvas;
+        deliver(canvas_.view(), index, time, pass, same ? change : FrameChange::whole, {});
+    }
+}
+
 void CaptureLoop::deliver(const SourceImage& image, std::int64_t index,
-                          FramePacer::Clock::time_point time, Pass pass) {
+                          FramePacer::Clock::time_point time, Pass pass, FrameChange change,
+                          std::span<const RowSpan> rows) {
     if (pass == Pass::rehearsal) {
         return;
     }
@@ -236,6 +357,8 @@ void CaptureLoop::deliver(const SourceImage& image, std::int64_t index,
     frame.size = request_.size;
     frame.time = time.time_since_epoch();
     frame.index = index;
+    frame.change = change;
+    frame.changedRows = rows;
     ++counters_.delivered;
     if (onFrame_) {
         onFrame_(frame);

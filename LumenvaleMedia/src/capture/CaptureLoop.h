@@ -6,7 +6,9 @@
 
 #include "LumenvaleMedia/Capture.h"
 #include "LumenvaleMedia/VideoSource.h"
+#include "capture/ChangedRows.h"
 #include "capture/ClickRings.h"
+#include "capture/DamageWatch.h"
 #include "capture/FrameFit.h"
 #include "capture/FramePacer.h"
 #include "capture/Grabber.h"
@@ -27,8 +29,11 @@ struct CaptureCounters {
     std::atomic<std::int64_t> delivered{0};
     std::atomic<std::int64_t> dropped{0};
     std::atomic<std::int64_t> repeated{0};
+    std::atomic<std::int64_t> unchanged{0};
 
-    CaptureStats snapshot() const { return {delivered.load(), dropped.load(), repeated.load()}; }
+    CaptureStats snapshot() const {
+        return {delivered.load(), dropped.load(), repeated.load(), unchanged.load()};
+    }
 };
 
 class CaptureLoop {
@@ -62,8 +67,20 @@ class CaptureLoop {
     std::optional<RecError> makeFrame(std::int64_t index, FramePacer::Clock::time_point due,
                                       Pass pass);
     void drainEvents(int& presses);
+    // Gathers what changed since the picture handed over last into changed_: the
+    // target's damage, a moved or changed pointer (its old and new place), the click
+    // rings, and everything when the target moved, resized or was replaced.
+    void watchTarget(const TargetPlace& place, const FitPlan& plan);
+    void noteDamage(const std::optional<std::vector<PixelRect>>& damaged, const FitPlan& plan);
+    void noteOverlays(const std::optional<PixelRect>& pointer, std::vector<PixelRect> rings,
+                      const FitPlan& plan);
+    // Marks the movie rows that `part` (picture coordinates) covers.
+    void markPicture(const PixelRect& part, const FitPlan& plan);
+    // The previous picture again: `change` says whether it can be taken as the same.
+    void deliverPrevious(std::int64_t index, FramePacer::Clock::time_point time, Pass pass,
+                         FrameChange change);
     void deliver(const SourceImage& image, std::int64_t index, FramePacer::Clock::time_point time,
-                 Pass pass);
+                 Pass pass, FrameChange change, std::span<const RowSpan> rows);
 
     const CaptureRequest request_;
     CaptureCounters& counters_;
@@ -75,6 +92,17 @@ class CaptureLoop {
     Previous previous_ = Previous::none;
     SourceImage previousDirect_;
     std::int64_t previousGeneration_ = 0;
+
+    // What changed since the picture handed over last, and what that picture was
+    // made of: where the target lay, how it was fitted, and where the pointer
+    // (cursor `cursorSerial_`) and the click rings were drawn, in picture coordinates.
+    DamageWatch damage_;
+    ChangedRows changed_;
+    std::optional<TargetPlace> place_;
+    FitPlan plan_;
+    std::optional<PixelRect> pointerDrawn_;
+    std::uint32_t cursorSerial_ = 0;
+    std::vector<PixelRect> ringsDrawn_;
 
     VideoSource::FrameHandler onFrame_;
     VideoSource::StoppedHandler onStopped_;

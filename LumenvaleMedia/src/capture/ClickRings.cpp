@@ -68,6 +68,19 @@ void ClickRings::draw(const SourceImage& image, Clock::time_point now) const {
     }
 }
 
+std::vector<PixelRect> ClickRings::bounds(Clock::time_point now) const {
+    // The largest ring, with its outline and smoothing, around the ring's pixel.
+    constexpr auto reach =
+        static_cast<std::int64_t>(endRadius + strokeWidth / 2 + outlineWidth) + 2;
+    std::vector<PixelRect> painted;
+    for (const Ring& ring : rings_) {
+        if (ring.alive && now >= ring.start && now - ring.start < lifetime) {
+            painted.push_back({ring.x - reach, ring.y - reach, 2 * reach + 1, 2 * reach + 1});
+        }
+    }
+    return painted;
+}
+
 void drawRing(const SourceImage& image, double cx, double cy, double radius, double opacity) {
     const double halfStroke = ClickRings::strokeWidth / 2;
     const double reach = radius + halfStroke + outlineWidth + 1;

@@ -10,6 +10,7 @@
 #include <array>
 #include <chrono>
 #include <cstdint>
+#include <vector>
 
 namespace lumenvale::x11 {
 
@@ -33,6 +34,8 @@ class ClickRings {
     void add(std::int64_t x, std::int64_t y, Clock::time_point now);
     // Draws the rings still alive at `now` into `image`.
     void draw(const SourceImage& image, Clock::time_point now) const;
+    // Where the rings alive at `now` may paint, in root coordinates.
+    std::vector<PixelRect> bounds(Clock::time_point now) const;
 
   private:
     struct Ring {

@@ -177,6 +177,41 @@ std::optional<SourceImage> DesktopGrabber::wait() {
                        PixelSize{requested_.width, requested_.height}, requested_.x, requested_.y};
 }
 
+TargetPlace DesktopGrabber::place() const {
+    return {connection_.root(), region_.x, region_.y, region_.x, region_.y};
+}
+
+// The patches over this process's windows show what lies under them, and the
+// display reports no change there when a window under one of ours is drawn. And
+// with every window drawn offscreen (own windows hidden), the display does not
+// always report a window moved, mapped or restacked over the root (one covering
+// the whole screen moved into view goes unreported): then everything is read.
+std::vector<PixelRect> DesktopGrabber::unwatchedParts() {
+    if (!topLevels_) {
+        return {};
+    }
+    std::vector<PixelRect> parts = topLevels_->ownParts(intersection(region_, root_));
+    for (PixelRect& part : parts) {
+        part.x -= region_.x;
+        part.y -= region_.y;
+    }
+    const std::vector<TopLevel>& windows = topLevels_->windows();
+    const bool moved =
+        windows.size() != placements_.size() ||
+        !std::equal(windows.begin(), windows.end(), placements_.begin(),
+                    [](const TopLevel& window, const Placement& placement) {
+                        return placement == Placement{window.id, window.rect, window.viewable};
+                    });
+    if (moved) {
+        placements_.clear();
+        for (const TopLevel& window : windows) {
+            placements_.push_back({window.id, window.rect, window.viewable});
+        }
+        parts.push_back({0, 0, region_.width, region_.height});
+    }
+    return parts;
+}
+
 // A window's move, map or restack is reported before the reply of any grab the
 // server handled after it, so the events drained after a grab tell whether this
 // process's windows were already elsewhere than the patches assumed when it was taken.

@@ -33,6 +33,8 @@ class DesktopGrabber final : public Grabber {
     std::optional<SourceImage> wait() override;
     std::int64_t memoryGeneration() const override { return memoryGeneration_; }
     bool needsRetake() override;
+    TargetPlace place() const override;
+    std::vector<PixelRect> unwatchedParts() override;
 
   private:
     // More windows than this are patched as one rectangle around them all.
@@ -50,6 +52,15 @@ class DesktopGrabber final : public Grabber {
     std::int64_t memoryGeneration_ = 0;
     std::unique_ptr<TopLevels> topLevels_;          // with own windows hidden
     std::unique_ptr<DesktopCompositor> compositor_; // with own windows hidden
+    // Where the top-level windows lay and which showed, bottom to top, when
+    // unwatchedParts() last looked (with own windows hidden).
+    struct Placement {
+        xcb_window_t id = XCB_NONE;
+        PixelRect rect;
+        bool viewable = false;
+        friend bool operator==(const Placement&, const Placement&) = default;
+    };
+    std::vector<Placement> placements_;
     bool displaysStale_ = false;
     std::chrono::steady_clock::time_point nextDisplayPoll_{};
 

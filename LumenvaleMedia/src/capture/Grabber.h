@@ -5,10 +5,12 @@
 
 #include "LumenvaleKit/PixelSize.h"
 #include "LumenvaleKit/RecError.h"
+#include "capture/PixelRect.h"
 
 #include <chrono>
 #include <cstdint>
 #include <optional>
+#include <vector>
 #include <xcb/xcb.h>
 
 namespace lumenvale::x11 {
@@ -22,6 +24,19 @@ struct SourceImage {
     // Root coordinates of the top-left pixel, to place the pointer.
     std::int64_t rootX = 0;
     std::int64_t rootY = 0;
+};
+
+// Where a target's picture lies now: in the drawable whose changes the display
+// reports (the root for the desktop, the frame for a window), and on the desktop.
+struct TargetPlace {
+    xcb_drawable_t drawable = XCB_NONE;
+    // The picture's top-left pixel in the drawable's coordinates.
+    std::int64_t drawableX = 0;
+    std::int64_t drawableY = 0;
+    // And in root coordinates, to place the pointer.
+    std::int64_t rootX = 0;
+    std::int64_t rootY = 0;
+    friend bool operator==(const TargetPlace&, const TargetPlace&) = default;
 };
 
 class Grabber {
@@ -48,6 +63,12 @@ class Grabber {
     // Changes whenever the shared memory is replaced (a target grew beyond it):
     // pictures from before are gone.
     virtual std::int64_t memoryGeneration() const = 0;
+    // Where the picture lies, after update(); no drawable while the target cannot be
+    // read (then every frame tries to read it).
+    virtual TargetPlace place() const = 0;
+    // After update(): parts of the picture (in its own coordinates) that can change
+    // without the drawable reporting it, and so are read again every frame.
+    virtual std::vector<PixelRect> unwatchedParts() { return {}; }
 };
 
 } // namespace lumenvale::x11

@@ -28,6 +28,11 @@ class PointerOverlay {
 
     // Blends the cursor into `image` with its hotspot at root position (x, y).
     void draw(const SourceImage& image, std::int64_t x, std::int64_t y) const;
+    // Where draw() puts the cursor for a pointer at root position (x, y), in root
+    // coordinates.
+    PixelRect bounds(std::int64_t x, std::int64_t y) const {
+        return {x - hotspotX_, y - hotspotY_, width_, height_};
+    }
 
     std::uint32_t serial() const { return serial_; }
 

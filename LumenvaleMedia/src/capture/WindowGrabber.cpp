@@ -80,6 +80,7 @@ void WindowGrabber::readGeometry() {
         return;
     }
     const std::int64_t border = frame->border_width;
+    borderWidth_ = border;
     frameRect_ = {frame->x, frame->y, frame->width + 2 * border, frame->height + 2 * border};
     insetLeft_ = insetTop_ = insetRight_ = insetBottom_ = 0;
     if (client && offset && shadow.size() == 4) {
@@ -117,6 +118,7 @@ void WindowGrabber::observe(const xcb_generic_event_t& event) {
             break;
         }
         const std::int64_t border = configured.border_width;
+        borderWidth_ = border;
         const PixelRect moved{configured.x, configured.y, configured.width + 2 * border,
                               configured.height + 2 * border};
         if (moved.width != frameRect_.width || moved.height != frameRect_.height) {

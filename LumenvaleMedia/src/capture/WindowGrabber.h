@@ -26,6 +26,12 @@ class WindowGrabber final : public Grabber {
     void request(PixelSize part) override;
     std::optional<SourceImage> wait() override;
     std::int64_t memoryGeneration() const override { return memoryGeneration_; }
+    // The frame's damage counts from inside its border; its storage includes it.
+    // No drawable while the frame has no storage (minimized): nothing to watch.
+    TargetPlace place() const override {
+        return {storage_ ? frame_ : xcb_drawable_t{XCB_NONE}, visible_.x - borderWidth_,
+                visible_.y - borderWidth_, frameRect_.x + visible_.x, frameRect_.y + visible_.y};
+    }
 
   private:
     // Finds the frame, watches it and reads its geometry; false when the client is gone.
@@ -38,6 +44,7 @@ class WindowGrabber final : public Grabber {
     xcb_window_t frame_ = XCB_NONE;
     PixelRect frameRect_; // root coordinates, border included
     PixelRect visible_;   // the part of the frame's storage shown, relative to it
+    std::int64_t borderWidth_ = 0;
     // Insets of the visible part within the frame: a client-drawn shadow (_GTK_FRAME_EXTENTS).
     std::int64_t insetLeft_ = 0, insetTop_ = 0, insetRight_ = 0, insetBottom_ = 0;
     ServerResource storage_; // the frame's pixmap

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <string_view>
 #include <xcb/composite.h>
+#include <xcb/damage.h>
 #include <xcb/randr.h>
 #include <xcb/render.h>
 #include <xcb/shape.h>
@@ -93,7 +94,7 @@ void XConnection::queryExtensions() {
     // Prefetch every extension's presence in one round trip.
     for (xcb_extension_t* extension :
          {&xcb_shm_id, &xcb_composite_id, &xcb_render_id, &xcb_xfixes_id, &xcb_randr_id,
-          &xcb_input_id, &xcb_shape_id, &xresExtension}) {
+          &xcb_input_id, &xcb_shape_id, &xresExtension, &xcb_damage_id}) {
         xcb_prefetch_extension_data(c, extension);
     }
     const bool hasShm = present(c, &xcb_shm_id);
@@ -104,6 +105,7 @@ void XConnection::queryExtensions() {
     const bool hasInput = present(c, &xcb_input_id);
     extensions_.shape = present(c, &xcb_shape_id);
     const bool hasXres = present(c, &xresExtension);
+    const bool hasDamage = present(c, &xcb_damage_id);
 
     // Version queries are required before other requests of XFIXES and XInput 2,
     // and tell which requests the others support. Sent together, answered together.
@@ -113,6 +115,7 @@ void XConnection::queryExtensions() {
     xcb_xfixes_query_version_cookie_t xfixes{};
     xcb_randr_query_version_cookie_t randr{};
     xcb_input_xi_query_version_cookie_t input{};
+    xcb_damage_query_version_cookie_t damage{};
     unsigned int xres = 0;
     if (hasShm) {
         shm = xcb_shm_query_version(c);
@@ -134,6 +137,9 @@ void XConnection::queryExtensions() {
     }
     if (hasXres) {
         xres = requestXResVersion(c);
+    }
+    if (hasDamage) {
+        damage = xcb_damage_query_version(c, 1, 1);
     }
 
     if (hasShm) {
@@ -170,6 +176,14 @@ void XConnection::queryExtensions() {
     }
     if (hasXres) {
         extensions_.xres = xresVersionAtLeast12(c, xres);
+    }
+    if (hasDamage) {
+        Reply<xcb_damage_query_version_reply_t> reply{
+            xcb_damage_query_version_reply(c, damage, nullptr)};
+        // Damage is handed over as an XFIXES region, which needs XFIXES 2 or later.
+        extensions_.damage = extensions_.xfixes && reply &&
+                             atLeast(reply->major_version, reply->minor_version, 1, 1);
+        extensions_.damageFirstEvent = xcb_get_extension_data(c, &xcb_damage_id)->first_event;
     }
 }
 

@@ -44,8 +44,10 @@ struct Extensions {
     bool xinput2 = false;   // XInput 2.2+: raw button events
     bool shape = false;     // SHAPE: window outlines
     bool xres = false;      // X-Resource 1.2+: which clients belong to which process
+    bool damage = false;    // DAMAGE 1.1+ (with XFIXES 2+ regions): what changed on screen
     std::uint8_t xfixesFirstEvent = 0;
     std::uint8_t randrFirstEvent = 0;
+    std::uint8_t damageFirstEvent = 0;
     std::uint8_t xinputOpcode = 0;
 };
 

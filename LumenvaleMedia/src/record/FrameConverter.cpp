@@ -1,12 +1,13 @@
 #include "record/FrameConverter.h"
 
+#include <algorithm>
 #include <libyuv/convert.h>
 
 namespace lumenvale::record {
 
 FrameConverter::FrameConverter(PixelSize size) : size_(size) {
     if (size.width * size.height >= splitFromPixels) {
-        splitRow_ = static_cast<int>(size.height / 4 * 2);
+        hasHelper_ = true;
         helper_ = std::thread([this] { helperLoop(); });
     }
 }
@@ -22,32 +23,50 @@ FrameConverter::~FrameConverter() {
     }
 }
 
-void FrameConverter::convertRows(const Job& job, int firstRow, int rowCount) const {
+void FrameConverter::convertRows(const Job& job) const {
     AVFrame& out = *job.destination;
-    const int chromaRow = firstRow / 2;
+    const int chromaRow = job.firstRow / 2;
     libyuv::ARGBToI420(
-        job.bgra + job.strideBytes * firstRow, static_cast<int>(job.strideBytes),
-        out.data[0] + static_cast<std::ptrdiff_t>(out.linesize[0]) * firstRow, out.linesize[0],
+        job.bgra + job.strideBytes * job.firstRow, static_cast<int>(job.strideBytes),
+        out.data[0] + static_cast<std::ptrdiff_t>(out.linesize[0]) * job.firstRow, out.linesize[0],
         out.data[1] + static_cast<std::ptrdiff_t>(out.linesize[1]) * chromaRow, out.linesize[1],
         out.data[2] + static_cast<std::ptrdiff_t>(out.linesize[2]) * chromaRow, out.linesize[2],
-        static_cast<int>(size_.width), rowCount);
+        static_cast<int>(size_.width), job.rowCount);
 }
 
 void FrameConverter::convert(const std::uint8_t* bgra, std::int64_t strideBytes,
                              AVFrame& destination) {
-    const Job job{bgra, strideBytes, &destination};
-    const int height = static_cast<int>(size_.height);
-    if (splitRow_ == 0) {
-        convertRows(job, 0, height);
+    convertSpan(bgra, strideBytes, destination, 0, static_cast<int>(size_.height));
+}
+
+void FrameConverter::convert(const std::uint8_t* bgra, std::int64_t strideBytes,
+                             AVFrame& destination, std::span<const RowSpan> rows) {
+    for (const RowSpan& span : rows) {
+        const std::int64_t top = std::clamp<std::int64_t>(span.top / 2 * 2, 0, size_.height);
+        const std::int64_t bottom = std::clamp<std::int64_t>(span.bottom, top, size_.height);
+        if (bottom > top) {
+            convertSpan(bgra, strideBytes, destination, static_cast<int>(top),
+                        static_cast<int>(bottom - top));
+        }
+    }
+}
+
+void FrameConverter::convertSpan(const std::uint8_t* bgra, std::int64_t strideBytes,
+                                 AVFrame& destination, int firstRow, int rowCount) {
+    const Job job{bgra, strideBytes, &destination, firstRow, rowCount};
+    if (!hasHelper_ || size_.width * rowCount < splitFromPixels) {
+        convertRows(job);
         return;
     }
+    // The upper half here, the lower half (from an even row) on the helper.
+    const int upperRows = rowCount / 4 * 2;
     {
         std::lock_guard lock(mutex_);
-        job_ = job;
+        job_ = {bgra, strideBytes, &destination, firstRow + upperRows, rowCount - upperRows};
         hasJob_ = true;
     }
     wake_.notify_all();
-    convertRows(job, 0, splitRow_);
+    convertRows({bgra, strideBytes, &destination, firstRow, upperRows});
     std::unique_lock lock(mutex_);
     wake_.wait(lock, [this] { return !hasJob_; });
 }
@@ -61,7 +80,7 @@ void FrameConverter::helperLoop() {
         }
         const Job job = job_;
         lock.unlock();
-        convertRows(job, splitRow_, static_cast<int>(size_.height) - splitRow_);
+        convertRows(job);
         lock.lock();
         hasJob_ = false;
         wake_.notify_all();

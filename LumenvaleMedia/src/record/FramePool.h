@@ -18,6 +18,9 @@ namespace lumenvale::record {
 // BGRA, which holds 8/3 as many frames in the same memory.
 //
 // Threads: not locked itself; the pipeline guards acquire() and release().
+// One yuv420p picture of `size` in the recording's colour tags, its pages touched.
+ff::Frame makeRecordingPicture(PixelSize size);
+
 class FramePool {
   public:
     static constexpr std::int64_t budgetBytes = 192LL * 1024 * 1024;

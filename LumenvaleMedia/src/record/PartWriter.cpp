@@ -50,6 +50,9 @@ void PartWriter::releasePicture(int slot) {
 void PartWriter::push(Command command) {
     {
         std::lock_guard lock(mutex_);
+        if (command.kind == Command::Kind::frame || command.kind == Command::Kind::repeat) {
+            ++queuedFrames_;
+        }
         commands_.push_back(std::move(command));
     }
     wake_.notify_one();
@@ -64,6 +67,23 @@ void PartWriter::queueFrame(int slot, std::int64_t index, std::chrono::steady_cl
     command.time = time;
     command.part = part;
     push(std::move(command));
+}
+
+bool PartWriter::queueRepeat(std::int64_t index, std::chrono::steady_clock::duration time,
+                             int part) {
+    {
+        std::lock_guard lock(mutex_);
+        if (queuedFrames_ >= pool_.depth()) {
+            return false;
+        }
+    }
+    Command command;
+    command.kind = Command::Kind::repeat;
+    command.index = index;
+    command.time = time;
+    command.part = part;
+    push(std::move(command));
+    return true;
 }
 
 void PartWriter::openPart(PartSetup setup) {
@@ -107,6 +127,9 @@ void PartWriter::writerLoop() {
         while (!commands_.empty()) {
             Command command = std::move(commands_.front());
             commands_.pop_front();
+            if (command.kind == Command::Kind::frame || command.kind == Command::Kind::repeat) {
+                --queuedFrames_;
+            }
             lock.unlock();
             handle(command);
             lock.lock();
@@ -123,6 +146,7 @@ void PartWriter::writerLoop() {
 void PartWriter::handle(Command& command) {
     switch (command.kind) {
     case Command::Kind::frame:
+    case Command::Kind::repeat:
         writeFrame(command);
         break;
     case Command::Kind::open: {
@@ -147,23 +171,37 @@ void PartWriter::handle(Command& command) {
 }
 
 void PartWriter::writeFrame(Command& command) {
+    const bool repeat = command.kind == Command::Kind::repeat;
     Part* part = parts_.empty() ? nullptr : parts_.back().get();
     if (part == nullptr || part->videoClosed || part->setup.number != command.part ||
-        (part->firstIndex >= 0 && command.index < part->firstIndex + part->framesSpanned)) {
-        releasePicture(command.slot);
+        (part->firstIndex >= 0 && command.index < part->firstIndex + part->framesSpanned) ||
+        (repeat && (heldSlot_ < 0 || part->firstIndex < 0))) {
+        if (!repeat) {
+            releasePicture(command.slot);
+        }
         return;
     }
     if (part->firstIndex < 0) {
         part->firstIndex = command.index;
         part->audioStartPosition = audioPosition(command.time);
     }
-    AVFrame& picture = pool_.frame(command.slot);
+    if (!repeat) {
+        releaseHeld();
+        heldSlot_ = command.slot;
+    }
+    AVFrame& picture = pool_.frame(heldSlot_);
     picture.pts = command.index - part->firstIndex;
     picture.pict_type = picture.pts == 0 ? AV_PICTURE_TYPE_I : AV_PICTURE_TYPE_NONE;
     part->framesSpanned = picture.pts + 1;
     encodeVideo(*part, &picture);
-    releasePicture(command.slot);
     ++framesWritten_;
+}
+
+void PartWriter::releaseHeld() {
+    if (heldSlot_ >= 0) {
+        releasePicture(heldSlot_);
+        heldSlot_ = -1;
+    }
 }
 
 void PartWriter::encodeVideo(Part& part, AVFrame* picture) {
@@ -197,6 +235,7 @@ void PartWriter::closeVideo(std::int64_t totalFrames) {
         return;
     }
     encodeVideo(*part, nullptr);
+    releaseHeld(); // a later part starts with a picture of its own
     part->videoClosed = true;
     part->audioEnd = samplesAfter(totalFrames);
     // The whole picture goes to the disk now: a paused part may wait long for its

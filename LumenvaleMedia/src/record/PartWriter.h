@@ -58,6 +58,12 @@ class PartWriter {
     // Capture thread: queues the picture parked in `slot` for part `part`.
     void queueFrame(int slot, std::int64_t index, std::chrono::steady_clock::duration time,
                     int part);
+    // Capture thread: queues frame `index` of part `part` as the same picture as the
+    // frame queued before it in that part, which the encoder takes again (x264 makes
+    // it a skip frame that costs almost nothing). The part must have had a frame
+    // queued with queueFrame(). False (nothing queued) when the writer is a whole
+    // queue of frames behind: the frame is then dropped, as when no picture is free.
+    bool queueRepeat(std::int64_t index, std::chrono::steady_clock::duration time, int part);
     void releasePicture(int slot);
 
     // Controlling thread.
@@ -73,7 +79,7 @@ class PartWriter {
 
   private:
     struct Command {
-        enum class Kind { frame, open, close, finish } kind = Kind::frame;
+        enum class Kind { frame, repeat, open, close, finish } kind = Kind::frame;
         int slot = -1;
         std::int64_t index = 0;
         std::chrono::steady_clock::duration time{};
@@ -97,6 +103,8 @@ class PartWriter {
     void writerLoop();
     void handle(Command& command);
     void writeFrame(Command& command);
+    // Lets go of the picture kept for repeats.
+    void releaseHeld();
     void encodeVideo(Part& part, AVFrame* picture);
     void closeVideo(std::int64_t totalFrames);
     void pumpAudio(bool finishing);
@@ -112,12 +120,15 @@ class PartWriter {
     std::mutex mutex_;
     std::condition_variable wake_;
     std::deque<Command> commands_;
-    FramePool pool_; // guarded by mutex_
+    std::int64_t queuedFrames_ = 0; // frame and repeat commands in commands_
+    FramePool pool_;                // guarded by mutex_
 
     // Writer thread only.
     std::deque<std::unique_ptr<Part>> parts_; // oldest first; the back one takes video
     bool finishing_ = false;
     bool failureReported_ = false;
+    // The picture of the last frame encoded, kept for the repeats that follow it.
+    int heldSlot_ = -1;
     std::atomic<std::int64_t> framesWritten_{0};
 
     // The finishing thread's queue.

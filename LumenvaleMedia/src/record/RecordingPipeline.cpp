@@ -15,11 +15,11 @@ namespace lumenvale {
 using namespace record;
 
 // The controlling side of a recording: the sources, the capture thread's handler
-// that converts each frame to I420 straight into a picture of the writer's queue
-// (the copy the capture thread has to make anyway, since the frame's pixels are
-// only valid during the call, becomes the conversion), and the bookkeeping of which frames belong
-// to which part (under captureMutex_, which pause() and resume() take too, so a part's extent is
-// exact the moment it is detached).
+// that keeps the latest picture converted to I420 (redoing only the rows the source
+// says changed) and hands it to the writer, copied into a picture of its queue, or,
+// when nothing changed, as a repeat of the frame before without any copy; and the
+// bookkeeping of which frames belong to which part (under captureMutex_, which pause()
+// and resume() take too, so a part's extent is exact the moment it is detached).
 class RecordingPipeline::Engine {
   public:
     Engine(RecordingSources sources, Codec codec, std::filesystem::path partsFolder,
@@ -70,6 +70,12 @@ class RecordingPipeline::Engine {
     std::unique_ptr<AudioFeed> audio_;
     std::unique_ptr<PartWriter> writer_;
     std::unique_ptr<FrameConverter> converter_; // capture thread
+    // The latest frame converted (capture thread, under captureMutex_): it matches the
+    // source's frame before when `keptCurrent_`, and the writer's last queued picture
+    // when `writerCurrent_`.
+    ff::Frame kept_;
+    bool keptCurrent_ = false;
+    bool writerCurrent_ = false;
     std::atomic<bool> stoppedReported_{false};
 
     mutable std::mutex captureMutex_;
@@ -110,6 +116,7 @@ void RecordingPipeline::Engine::attach(PartSetup setup) {
     lateDrops_ = 0;
     writer_->openPart(std::move(setup));
     attached_ = true;
+    writerCurrent_ = false; // a part's first frame is a picture of its own
 }
 
 std::int64_t RecordingPipeline::Engine::detach() {
@@ -138,6 +145,7 @@ std::filesystem::path RecordingPipeline::Engine::start() {
     };
     writer_ = std::make_unique<PartWriter>(size_, fps_, *audio_, std::move(writerHandlers));
     converter_ = std::make_unique<FrameConverter>(size_);
+    kept_ = makeRecordingPicture(size_);
     PartSetup first = makePart();
     const std::filesystem::path path = first.file->path();
     attach(std::move(first));
@@ -216,19 +224,41 @@ void RecordingPipeline::Engine::stopAudioSources() {
 void RecordingPipeline::Engine::onFrame(const VideoFrame& frame) {
     std::lock_guard lock(captureMutex_);
     if (!attached_ || frame.index <= partLastIndex_) {
+        keptCurrent_ = false; // not converted while paused: the next frame is, whole
         return;
     }
     if (frame.size != size_ || frame.bgra == nullptr) {
+        keptCurrent_ = false;
         ++lateDrops_;
         return;
     }
-    int slot = -1;
-    AVFrame* picture = writer_->acquirePicture(slot);
-    if (picture == nullptr) {
-        ++lateDrops_;
-        return;
+    const bool partial = keptCurrent_ && frame.change == FrameChange::rows;
+    const bool same = partial && frame.changedRows.empty();
+    if (!partial) {
+        converter_->convert(frame.bgra, frame.strideBytes, *kept_);
+    } else if (!same) {
+        converter_->convert(frame.bgra, frame.strideBytes, *kept_, frame.changedRows);
     }
-    converter_->convert(frame.bgra, frame.strideBytes, *picture);
+    keptCurrent_ = true;
+    if (!same) {
+        writerCurrent_ = false;
+    }
+    if (writerCurrent_ && partFirstIndex_ >= 0) {
+        if (!writer_->queueRepeat(frame.index, frame.time, attachedPart_)) {
+            ++lateDrops_;
+            return;
+        }
+    } else {
+        int slot = -1;
+        AVFrame* picture = writer_->acquirePicture(slot);
+        if (picture == nullptr) {
+            ++lateDrops_;
+            return;
+        }
+        av_frame_copy(picture, kept_.get());
+        writer_->queueFrame(slot, frame.index, frame.time, attachedPart_);
+        writerCurrent_ = true;
+    }
     if (partFirstIndex_ < 0) {
         partFirstIndex_ = frame.index;
         framesDropped_ += lateDrops_;
@@ -237,7 +267,6 @@ void RecordingPipeline::Engine::onFrame(const VideoFrame& frame) {
     }
     lateDrops_ = 0;
     partLastIndex_ = frame.index;
-    writer_->queueFrame(slot, frame.index, frame.time, attachedPart_);
 }
 
 void RecordingPipeline::Engine::onSourceStopped(const std::string& reason) {

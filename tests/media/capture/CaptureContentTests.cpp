@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <gtest/gtest.h>
+#include <thread>
 
 namespace lumenvale::testing {
 namespace {
@@ -35,6 +36,48 @@ TEST(CaptureContent, AreaShowsTheWindowsUnderItAtItsOwnSize) {
     EXPECT_TRUE(near(picture->at(160, 75), blue)) << describe(picture->at(160, 75));
     EXPECT_TRUE(near(picture->at(299, 149), blue));
     EXPECT_GE(capture.stats().delivered, 1);
+}
+
+// A still target is handed over again without being read, as the same picture; a
+// window mapped over part of it marks only its rows: for an area (also with this
+// process's windows hidden, where every window is drawn offscreen first) and for a
+// window.
+TEST(CaptureContent, StillTargetsAreNotReadAgainAndChangesMarkOnlyTheirRows) {
+    const x11::XConnection& connection = testConnection();
+    TestWindow backdrop(connection, {100, 100, 320, 240}, blue, Management::unmanaged);
+    enum class Case { area, areaWithOwnWindowsHidden, window };
+    for (const Case which : {Case::area, Case::areaWithOwnWindowsHidden, Case::window}) {
+        SCOPED_TRACE(static_cast<int>(which));
+        CaptureRequest request = captureRequest(
+            CaptureArea{{100, 100, 320, 240}}, {320, 240},
+            which == Case::areaWithOwnWindowsHidden ? OwnWindows::hidden : OwnWindows::shown,
+            {backdrop.id()});
+        if (which == Case::window) {
+            request.target = CaptureWindow{backdrop.id()};
+        }
+        FrameCatcher catcher;
+        CaptureX11 capture(request);
+        capture.start(catcher.frames(), catcher.stopped());
+        ASSERT_TRUE(catcher.waitFor([](const Picture& p) {
+            return near(p.at(160, 20), blue) && p.change == FrameChange::rows &&
+                   p.changedRows.empty();
+        })) << "frames of the still target say nothing changed";
+        std::this_thread::sleep_for(300ms);
+        EXPECT_GE(capture.stats().unchanged, 5) << "and were not read again";
+
+        const std::int64_t top = 60 + 50 * static_cast<std::int64_t>(which);
+        paintChild(connection, backdrop.id(), {0, top, 320, 20}, red);
+        const auto changed =
+            catcher.waitFor([&](const Picture& p) { return near(p.at(160, top + 10), red); });
+        ASSERT_TRUE(changed);
+        EXPECT_EQ(changed->change, FrameChange::rows);
+        EXPECT_TRUE(changed->rowChanged(top) && changed->rowChanged(top + 19));
+        EXPECT_FALSE(changed->rowChanged(top - 4) || changed->rowChanged(top + 24) ||
+                     changed->rowChanged(10))
+            << "only the rows of the new window";
+        EXPECT_TRUE(near(changed->at(160, 20), blue));
+        EXPECT_EQ(capture.stats().repeated, 0);
+    }
 }
 
 TEST(CaptureContent, AreaPartlyOffTheDesktopIsBlackThere) {

@@ -102,6 +102,16 @@ TEST(CaptureOverlay, PointerFollowsItsMoves) {
         catcher.waitFor([](const Picture& p) { return differing(p, 260, 180, 16, grey) > 20; });
     ASSERT_TRUE(moved);
     EXPECT_EQ(differing(*moved, 60, 60, 16, grey), 0);
+    // Only the rows of its old and new places are said to have changed.
+    ASSERT_EQ(moved->change, FrameChange::rows);
+    EXPECT_TRUE(moved->rowChanged(62) && moved->rowChanged(182)) << "the old and the new place";
+    EXPECT_FALSE(moved->rowChanged(120) || moved->rowChanged(4) || moved->rowChanged(230))
+        << "not the rows between, above or below";
+    // Resting, the pointer changes nothing: the frames after are the same picture.
+    const auto resting = catcher.waitFor([](const Picture& p) { return p.changedRows.empty(); });
+    ASSERT_TRUE(resting);
+    EXPECT_EQ(resting->change, FrameChange::rows);
+    EXPECT_GT(differing(*resting, 260, 180, 16, grey), 20) << "still drawn where it rests";
 }
 
 bool amber(const Colour& colour) {
@@ -128,6 +138,8 @@ TEST(CaptureOverlay, ClickShowsAFadingRingAtThePointer) {
     const auto ring =
         catcher.waitFor([](const Picture& p) { return amberPixels(p, 160, 120, 30) > 40; }, 1000ms);
     ASSERT_TRUE(ring) << "a ring around the pointer";
+    EXPECT_TRUE(ring->rowChanged(120 - 20) && ring->rowChanged(120 + 20)) << "the ring's rows";
+    EXPECT_FALSE(ring->rowChanged(40)) << "and no others";
     EXPECT_EQ(amberPixels(*ring, 160, 120, 8), 0) << "a ring, not a disc";
     EXPECT_EQ(amberPixels(*ring, 60, 60, 20), 0) << "only where the pointer is";
     EXPECT_TRUE(

@@ -1,5 +1,6 @@
 #include "CaptureTestSupport.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <sys/uio.h>
@@ -54,6 +55,12 @@ Colour Picture::at(std::int64_t x, std::int64_t y) const {
     return {pixel[2], pixel[1], pixel[0]};
 }
 
+bool Picture::rowChanged(std::int64_t y) const {
+    return change == FrameChange::whole ||
+           std::any_of(changedRows.begin(), changedRows.end(),
+                       [y](const RowSpan& span) { return y >= span.top && y < span.bottom; });
+}
+
 // MARK: FrameCatcher
 
 VideoSource::FrameHandler FrameCatcher::frames() {
@@ -62,6 +69,8 @@ VideoSource::FrameHandler FrameCatcher::frames() {
         latest_.size = frame.size;
         latest_.index = frame.index;
         latest_.time = frame.time;
+        latest_.change = frame.change;
+        latest_.changedRows.assign(frame.changedRows.begin(), frame.changedRows.end());
         const auto rowBytes = static_cast<std::size_t>(frame.size.width * 4);
         latest_.bgra.resize(rowBytes * static_cast<std::size_t>(frame.size.height));
         for (std::int64_t row = 0; row < frame.size.height; ++row) {

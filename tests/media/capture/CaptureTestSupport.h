@@ -49,7 +49,12 @@ struct Picture {
     std::vector<std::uint8_t> bgra;
     std::int64_t index = 0;
     std::chrono::steady_clock::duration time{};
+    // What the frame said changed since the frame before.
+    FrameChange change = FrameChange::whole;
+    std::vector<RowSpan> changedRows;
     Colour at(std::int64_t x, std::int64_t y) const;
+    // True when the frame said row `y` may have changed.
+    bool rowChanged(std::int64_t y) const;
 };
 
 // How many pixels of the square of `radius` around (x, y) satisfy `wanted`.

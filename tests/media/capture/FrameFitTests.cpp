@@ -1,6 +1,7 @@
 // Fitting a target's picture into the fixed movie size, the drawing helpers, and
 // the small decoders the capture relies on.
 
+#include "capture/ChangedRows.h"
 #include "capture/ClickRings.h"
 #include "capture/FrameFit.h"
 #include "capture/PixelRect.h"
@@ -68,6 +69,31 @@ TEST(FrameFit, CanvasScalesIntoPlaceAndKeepsTheBarsBlack) {
     view = canvas.view();
     EXPECT_GT(blue(0, 0), 0xf0) << "a 2:1 picture fills the 2:1 movie";
     EXPECT_GT(blue(7, 3), 0xf0);
+}
+
+TEST(ChangedRows, MarksBecomeSortedSpansOfWholeRowPairsInsideTheFrame) {
+    ChangedRows rows(101); // an odd height: the last pair is one row
+    EXPECT_EQ(rows.change(), FrameChange::whole) << "everything, before any frame";
+    EXPECT_EQ(rows.spans(), (std::vector<RowSpan>{{0, 101}}));
+    rows.clear();
+    EXPECT_FALSE(rows.any());
+    EXPECT_EQ(rows.change(), FrameChange::rows);
+    EXPECT_TRUE(rows.spans().empty());
+
+    rows.mark(41, 44);  // odd start: widened to its pair
+    rows.mark(10, 11);  // one row: its pair
+    rows.mark(44, 47);  // touches the first: merged
+    rows.mark(99, 300); // past the bottom: cut off
+    rows.mark(-5, 0);   // above the top: nothing
+    rows.mark(60, 60);  // empty: nothing
+    EXPECT_TRUE(rows.any());
+    EXPECT_EQ(rows.spans(), (std::vector<RowSpan>{{10, 12}, {40, 48}, {98, 101}}));
+
+    rows.markWhole();
+    EXPECT_EQ(rows.spans(), (std::vector<RowSpan>{{0, 101}}));
+    rows.clear();
+    rows.mark(2, 3);
+    EXPECT_EQ(rows.spans(), (std::vector<RowSpan>{{2, 4}})) << "a new frame starts empty";
 }
 
 TEST(Overlays, PremultipliedBlendAndRingStayInsideTheImage) {

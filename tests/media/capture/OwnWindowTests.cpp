@@ -6,7 +6,9 @@
 #include "LumenvaleMedia/CaptureX11.h"
 #include "LumenvaleMedia/DisplaysX11.h"
 
+#include <cstdlib>
 #include <gtest/gtest.h>
+#include <string>
 
 namespace lumenvale::testing {
 namespace {
@@ -114,6 +116,32 @@ TEST(OwnWindows, AWindowMovingInIsNeverSeen) {
     capture.stop();
     EXPECT_GT(frames.load(), 15);
     EXPECT_EQ(redFrames.load(), 0) << "of " << frames.load() << " frames";
+}
+
+// With own windows hidden every window is drawn offscreen, and the display does not
+// report a window that covers the whole screen moving into view (a white xmessage of
+// another process, managed): still it shows.
+TEST(OwnWindows, WhileHiddenAWindowCoveringTheScreenMovedIntoViewShows) {
+    const std::string pidFile = ::testing::TempDir() + "lumenvale-curtain.pid";
+    ASSERT_EQ(std::system(("xmessage -geometry 1920x1080+3000+0 -bg white curtain >/dev/null "
+                           "2>&1 & echo $! >'" +
+                           pidFile + "'")
+                              .c_str()),
+              0);
+    const std::string curtain = "$(xdotool search --sync --class xmessage | head -n1)";
+    ASSERT_EQ(std::system(("xdotool windowmove " + curtain + " 3000 0").c_str()), 0);
+    FrameCatcher catcher;
+    CaptureX11 capture(captureRequest(CaptureScreen{}, {1920, 1080}, OwnWindows::hidden));
+    capture.start(catcher.frames(), catcher.stopped());
+    EXPECT_TRUE(catcher.waitFor([](const Picture& p) {
+        return p.change == FrameChange::rows && p.changedRows.empty();
+    })) << "the still screen";
+    EXPECT_EQ(std::system(("xdotool windowmove " + curtain + " 0 0").c_str()), 0);
+    EXPECT_TRUE(catcher.waitFor([](const Picture& p) {
+        return near(p.at(960, 540), Colour{255, 255, 255}, 4);
+    })) << "the window moved into view";
+    capture.stop();
+    EXPECT_EQ(std::system(("kill $(cat '" + pidFile + "')").c_str()), 0);
 }
 
 TEST(OwnWindows, ShownWhenAsked) {

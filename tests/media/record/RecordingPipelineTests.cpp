@@ -1,7 +1,9 @@
 // The recording pipeline against the real thing: libx264, FFmpeg's AAC encoder and
-// the test session's PulseAudio server; results read back with ffprobe and ffmpeg.
+// the test session's PulseAudio server and screen; results read back with ffprobe and ffmpeg.
 
+#include "CaptureTestSupport.h"
 #include "LumenvaleMedia/AudioDevices.h"
+#include "LumenvaleMedia/CaptureX11.h"
 #include "LumenvaleMedia/MediaError.h"
 #include "LumenvaleMedia/RecordingPipeline.h"
 #include "Probe.h"
@@ -185,6 +187,154 @@ TEST(RecordingPipelineFailures, AStartThatFailsLeavesNoPartBehind) {
     pipeline.stop();
     EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
     EXPECT_TRUE(reports.finished.empty());
+}
+
+// MARK: recordings of the screen
+
+// A capture of the screen that notes when its first frame was due, so that a change
+// on the screen can be placed in the movie.
+class TimedCapture final : public VideoSource {
+  public:
+    explicit TimedCapture(CaptureRequest request) : capture_(std::move(request)) {}
+    PixelSize size() const override { return capture_.size(); }
+    int fps() const override { return capture_.fps(); }
+    void start(FrameHandler onFrame, StoppedHandler onStopped) override {
+        capture_.start(
+            [this, onFrame = std::move(onFrame)](const VideoFrame& frame) {
+                if (!started_.exchange(true)) {
+                    firstFrameTime_ = frame.time;
+                }
+                onFrame(frame);
+            },
+            std::move(onStopped));
+    }
+    void stop() override { capture_.stop(); }
+    CaptureStats stats() const override { return capture_.stats(); }
+    // The movie time of a moment of the steady clock.
+    double movieSeconds(std::chrono::steady_clock::time_point time) const {
+        return std::chrono::duration<double>(time.time_since_epoch() - firstFrameTime_.load())
+            .count();
+    }
+
+  private:
+    CaptureX11 capture_;
+    std::atomic<bool> started_{false};
+    std::atomic<std::chrono::steady_clock::duration> firstFrameTime_{};
+};
+
+const x11::PixelRect screenArea{100, 100, 320, 240};
+const Colour grey{128, 128, 128};
+const Colour red{220, 30, 30};
+
+struct ScreenRecorder {
+    TimedCapture* capture = nullptr;
+    std::unique_ptr<RecordingPipeline> pipeline;
+};
+
+ScreenRecorder recordScreenArea(const std::filesystem::path& folder, PipelineReports& reports,
+                                bool pointer) {
+    CaptureRequest request =
+        captureRequest(CaptureArea{x11::toRect(screenArea)}, {screenArea.width, screenArea.height});
+    request.showsPointer = pointer;
+    auto capture = std::make_unique<TimedCapture>(request);
+    ScreenRecorder recorder;
+    recorder.capture = capture.get();
+    RecordingSources sources;
+    sources.video = std::move(capture);
+    recorder.pipeline = std::make_unique<RecordingPipeline>(std::move(sources), Codec::h264, folder,
+                                                            startedAt, reports.handlers());
+    return recorder;
+}
+
+// The decoded frames of a movie of the screen area, as RGB.
+struct DecodedFrames {
+    std::vector<std::string> rgb;
+    Colour at(std::size_t frame, std::int64_t x, std::int64_t y) const {
+        const auto* pixel = reinterpret_cast<const unsigned char*>(rgb.at(frame).data()) +
+                            (y * screenArea.width + x) * 3;
+        return {pixel[0], pixel[1], pixel[2]};
+    }
+    // Pixels of the square of `radius` around (x, y) far from `colour`.
+    int unlike(std::size_t frame, std::int64_t x, std::int64_t y, std::int64_t radius,
+               const Colour& colour) const {
+        int count = 0;
+        for (std::int64_t row = y - radius; row <= y + radius; ++row) {
+            for (std::int64_t column = x - radius; column <= x + radius; ++column) {
+                count += near(at(frame, column, row), colour, 40) ? 0 : 1;
+            }
+        }
+        return count;
+    }
+};
+
+DecodedFrames decodeArea(const std::filesystem::path& movie) {
+    return {rawFrames("-i " + quoted(movie) + " -map 0:v:0", "rgb24",
+                      static_cast<std::size_t>(screenArea.width * screenArea.height * 3))};
+}
+
+// A still screen with one change: the change shows from its time on, the still end
+// lasts until the stop, and the movie ends on the still picture; the still stretches
+// were not read from the screen.
+TEST(RecordingTheScreen, AStillScreenShowsItsOneChangeAtItsTimeAndLastsUntilTheStop) {
+    const x11::XConnection& connection = testConnection();
+    TestWindow backdrop(connection, screenArea, grey, Management::unmanaged);
+    TemporaryFolder folder;
+    PipelineReports reports;
+    ScreenRecorder recorder = recordScreenArea(folder.path(), reports, false);
+    const std::filesystem::path part = recorder.pipeline->start();
+    std::this_thread::sleep_for(1s);
+    const auto beforeChange = std::chrono::steady_clock::now();
+    paintChild(connection, backdrop.id(), {0, 100, 320, 40}, red);
+    sync(connection);
+    const auto afterChange = std::chrono::steady_clock::now();
+    std::this_thread::sleep_for(2s);
+    const auto stoppedAt = std::chrono::steady_clock::now();
+    recorder.pipeline->stop();
+    const CaptureStats stats = recorder.capture->stats();
+
+    const DecodedFrames frames = decodeArea(part);
+    ASSERT_GT(frames.rgb.size(), 60u);
+    std::size_t firstRed = 0;
+    while (firstRed < frames.rgb.size() && !near(frames.at(firstRed, 160, 120), red, 24)) {
+        EXPECT_TRUE(near(frames.at(firstRed, 160, 120), grey, 24)) << "frame " << firstRed;
+        ++firstRed;
+    }
+    ASSERT_LT(firstRed, frames.rgb.size()) << "the change never showed";
+    const double shownAt = static_cast<double>(firstRed) / testFps;
+    EXPECT_GE(shownAt, recorder.capture->movieSeconds(beforeChange) - 2.0 / testFps);
+    EXPECT_LE(shownAt, recorder.capture->movieSeconds(afterChange) + 2.0 / testFps);
+    for (std::size_t frame = firstRed; frame < frames.rgb.size(); ++frame) {
+        ASSERT_TRUE(near(frames.at(frame, 160, 120), red, 24)) << "frame " << frame;
+    }
+    EXPECT_TRUE(near(frames.at(frames.rgb.size() - 1, 160, 20), grey, 24));
+
+    const double recorded = recorder.capture->movieSeconds(stoppedAt);
+    const StreamInfo video = probe(part).ofType("video").at(0);
+    EXPECT_NEAR(video.durationSeconds, recorded, 0.1);
+    EXPECT_NEAR(static_cast<double>(frames.rgb.size()), recorded * testFps, 3);
+    EXPECT_GT(stats.unchanged, static_cast<std::int64_t>(frames.rgb.size()) * 3 / 4);
+}
+
+TEST(RecordingTheScreen, APointerMovingOverAStillScreenIsRecordedInItsNewPlace) {
+    const x11::XConnection& connection = testConnection();
+    TestWindow backdrop(connection, screenArea, grey, Management::unmanaged);
+    warpPointer(connection, screenArea.x + 160, screenArea.y + 60);
+    TemporaryFolder folder;
+    PipelineReports reports;
+    ScreenRecorder recorder = recordScreenArea(folder.path(), reports, true);
+    const std::filesystem::path part = recorder.pipeline->start();
+    std::this_thread::sleep_for(700ms);
+    warpPointer(connection, screenArea.x + 80, screenArea.y + 180);
+    std::this_thread::sleep_for(700ms);
+    recorder.pipeline->stop();
+
+    const DecodedFrames frames = decodeArea(part);
+    ASSERT_GT(frames.rgb.size(), 30u);
+    const std::size_t last = frames.rgb.size() - 1;
+    EXPECT_GT(frames.unlike(0, 164, 64, 12, grey), 20) << "the pointer where it was";
+    EXPECT_EQ(frames.unlike(0, 84, 184, 12, grey), 0);
+    EXPECT_GT(frames.unlike(last, 84, 184, 12, grey), 20) << "the pointer where it went";
+    EXPECT_EQ(frames.unlike(last, 164, 64, 12, grey), 0) << "and nothing left where it was";
 }
 
 } // namespace

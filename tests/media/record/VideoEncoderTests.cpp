@@ -161,5 +161,32 @@ TEST(FrameConverter, ConvertsWithBt601LimitedRangeInBothHalvesOfLargePictures) {
     }
 }
 
+// Only the rows asked for are converted again; the rest keeps the picture before,
+// also in spans long enough to be shared with the helper thread.
+TEST(FrameConverter, ConvertingChangedRowsLeavesTheOtherRowsAsTheyWere) {
+    for (const PixelSize size : {PixelSize{64, 48}, PixelSize{2560, 1440}}) {
+        SCOPED_TRACE(std::to_string(size.width) + " wide");
+        record::FrameConverter converter(size);
+        const ff::CodecContext encoder = record::makeVideoEncoder(Codec::h264, size, 30);
+        ff::Frame frame = record::makeVideoFrame(*encoder);
+        std::vector<std::uint8_t> white(static_cast<std::size_t>(size.width * size.height * 4),
+                                        255);
+        std::vector<std::uint8_t> red(white.size(), 255);
+        for (std::size_t at = 0; at < red.size(); at += 4) {
+            red[at] = red[at + 1] = 0; // B, G
+        }
+        converter.convert(white.data(), size.width * 4, *frame);
+        const std::vector<RowSpan> rows{{2, 6}, {size.height / 2, size.height - 2}};
+        converter.convert(red.data(), size.width * 4, *frame, rows);
+        for (std::int64_t y = 0; y < size.height; ++y) {
+            const bool changed = (y >= 2 && y < 6) || (y >= size.height / 2 && y < size.height - 2);
+            const int luma = frame->data[0][y * frame->linesize[0] + size.width / 2];
+            const int blue = frame->data[1][y / 2 * frame->linesize[1] + size.width / 4];
+            ASSERT_NEAR(luma, changed ? 82 : 235, 1) << "row " << y;
+            ASSERT_NEAR(blue, changed ? 90 : 128, 1) << "row " << y;
+        }
+    }
+}
+
 } // namespace
 } // namespace lumenvale::testing
