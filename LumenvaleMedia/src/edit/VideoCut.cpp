@@ -1,10 +1,10 @@
 #include "edit/VideoCut.h"
 
-#include "edit/ParameterSets.h"
 #include "edit/SourceBytes.h"
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
 
 namespace lumenvale::edit {
 namespace {
@@ -13,9 +13,34 @@ std::int64_t timestampOf(const AVPacket* packet) {
     return packet->pts != AV_NOPTS_VALUE ? packet->pts : packet->dts;
 }
 
+std::int64_t decodingOf(const AVPacket* packet) {
+    return packet->dts != AV_NOPTS_VALUE ? packet->dts : timestampOf(packet);
+}
+
 bool isKeyframe(const AVPacket* packet) {
     return (packet->flags & AV_PKT_FLAG_KEY) != 0;
 }
+
+std::span<const std::uint8_t> extradataOf(const AVCodecParameters& parameters) {
+    return {parameters.extradata, static_cast<std::size_t>(std::max(0, parameters.extradata_size))};
+}
+
+void appendUnit(Bytes& sample, const Bytes& unit, int lengthSize) {
+    for (int shift = 8 * (lengthSize - 1); shift >= 0; shift -= 8) {
+        sample.push_back(static_cast<std::uint8_t>((unit.size() >> shift) & 0xFF));
+    }
+    sample.insert(sample.end(), unit.begin(), unit.end());
+}
+
+ff::Packet packetOf(const Bytes& sample) {
+    ff::Packet packet = ff::makePacket();
+    ff::check(av_new_packet(packet.get(), static_cast<int>(sample.size())),
+              "Not enough memory to write the movie");
+    std::memcpy(packet->data, sample.data(), sample.size());
+    return packet;
+}
+
+constexpr std::int64_t never = std::numeric_limits<std::int64_t>::max();
 
 } // namespace
 
@@ -23,9 +48,16 @@ VideoCut::VideoCut(const AVStream* source, CutEncoders& encoders, VideoOutput& o
                    const SourceBytes* bytes)
     : source_(source), encoders_(encoders), output_(output), bytes_(bytes),
       codec_(source->codecpar->codec_id),
-      lengthSize_(nalLengthSize(
-          codec_, {source->codecpar->extradata,
-                   static_cast<std::size_t>(std::max(0, source->codecpar->extradata_size))})) {}
+      lengthSize_(nalLengthSize(codec_, extradataOf(*source->codecpar))),
+      reorders_(source->codecpar->video_delay > 0), decodingDelay_(0),
+      sourceSets_(parameterSets(codec_, extradataOf(*source->codecpar))) {
+    const AVRational rate =
+        source->r_frame_rate.num > 0 ? source->r_frame_rate : source->avg_frame_rate;
+    if (reorders_ && rate.num > 0 && rate.den > 0) {
+        decodingDelay_ =
+            av_rescale_q(source->codecpar->video_delay, av_inv_q(rate), output_.timeBase());
+    }
+}
 
 bool VideoCut::before(std::int64_t sourceTimestamp, std::int64_t ticks) const {
     return av_compare_ts(sourceTimestamp, source_->time_base, ticks, tickTimeBase) < 0;
@@ -39,10 +71,20 @@ std::int64_t VideoCut::outputTimestamp(std::int64_t sourceTimestamp) const {
            std::max<std::int64_t>(0, sinceStart);
 }
 
+std::int64_t VideoCut::outputDecoding(std::int64_t sourceDecoding) const {
+    const AVRational out = output_.timeBase();
+    return av_rescale_q(place_.outputStart, tickTimeBase, out) +
+           av_rescale_q(sourceDecoding, source_->time_base, out) -
+           av_rescale_q(place_.sourceStart, tickTimeBase, out);
+}
+
 void VideoCut::begin(const std::optional<Place>& place) {
-    keyframeRun_.clear();
+    run_.clear();
+    tail_.clear();
+    pendingKeyframe_.reset();
     missedStart_ = false;
     decodable_ = false;
+    pastEnd_ = false;
     if (!place) {
         phase_ = Phase::done;
         return;
@@ -60,68 +102,159 @@ void VideoCut::take(AVPacket* packet) {
     if ((packet->flags & AV_PKT_FLAG_CORRUPT) != 0) {
         throw MediaError("A frame of the movie’s picture is damaged.");
     }
+    if (reorders_ && packet->dts == AV_NOPTS_VALUE) {
+        // The decoding order cannot be kept without its times.
+        throw NeedsWholeEncode("This movie doesn’t tell when its frames are decoded, so its "
+                               "picture is encoded again.");
+    }
+    const std::int64_t decoding = decodingOf(packet);
+    if (reorders_ && isKeyframe(packet)) {
+        // How long a keyframe is decoded before it is shown is the delay of the
+        // stream's decoding times (other frames may wait longer, as references).
+        decodingDelay_ =
+            std::max(decodingDelay_,
+                     av_rescale_q(timestamp - decoding, source_->time_base, output_.timeBase()));
+    }
+    // Once a frame decoded later than the end comes, no frame shown before it can.
+    const bool decodedPastEnd = !before(decoding, place_.sourceEnd);
     if (phase_ == Phase::findingStart) {
-        // The frame shown at the start instant is the last one that begins by then.
-        if (av_compare_ts(timestamp, source_->time_base, place_.sourceStart, tickTimeBase) <= 0) {
+        // Every frame shown by the start has come once one decoded after it has.
+        if (av_compare_ts(decoding, source_->time_base, place_.sourceStart, tickTimeBase) <= 0) {
             buffer(packet);
             return;
         }
         startPiece();
     }
-    const bool pastEnd = !before(timestamp, place_.sourceEnd);
-    if (phase_ == Phase::encodingHead && (pastEnd || isKeyframe(packet))) {
-        finishHead();
+    if (phase_ == Phase::encodingHead) {
+        if (decodedPastEnd) {
+            finishEncoding();
+            phase_ = Phase::done;
+            return;
+        }
+        if (!isKeyframe(packet)) {
+            decode(packet);
+            return;
+        }
+        if (!reorders_) {
+            finishEncoding();
+            phase_ = Phase::copying;
+        } else {
+            // Pictures decoded after this keyframe but shown before it (an open GOP)
+            // refer to frames before it: they join the head.
+            encodeUntil_ = timestamp;
+            pendingKeyframe_ = ff::makePacket();
+            ff::check(av_packet_ref(pendingKeyframe_.get(), packet),
+                      "Not enough memory to copy the movie");
+            decode(packet);
+            phase_ = Phase::leading;
+            return;
+        }
+    }
+    if (phase_ == Phase::leading) {
+        if (!decodedPastEnd && !isKeyframe(packet) && timestamp < encodeUntil_) {
+            decode(packet);
+            return;
+        }
+        finishEncoding();
+        copyPendingKeyframe();
         phase_ = Phase::copying;
     }
-    if (pastEnd) {
+    if (decodedPastEnd) {
+        encodeTail();
         phase_ = Phase::done;
         return;
     }
-    if (phase_ == Phase::encodingHead) {
-        decode(packet);
-    } else {
-        copy(packet);
+    takeCopying(packet);
+}
+
+void VideoCut::takeCopying(AVPacket* packet) {
+    const std::int64_t timestamp = timestampOf(packet);
+    if (isKeyframe(packet)) {
+        run_.clear();
     }
+    if (!before(timestamp, place_.sourceEnd)) {
+        pastEnd_ = true; // shown after the end, yet perhaps needed by frames before it
+        keep(packet);
+        return;
+    }
+    if (pastEnd_) {
+        tail_.insert(timestamp);
+        keep(packet);
+        return;
+    }
+    if (timestamp < startTimestamp_) {
+        return; // a leading picture of the start keyframe, shown before the start
+    }
+    keep(packet);
+    copy(packet);
+}
+
+void VideoCut::keep(const AVPacket* packet) {
+    if (!reorders_) {
+        return;
+    }
+    ff::Packet kept = ff::makePacket();
+    ff::check(av_packet_ref(kept.get(), packet), "Not enough memory to copy the movie");
+    run_.push_back(std::move(kept));
 }
 
 void VideoCut::buffer(AVPacket* packet) {
     if (isKeyframe(packet)) {
-        keyframeRun_.clear();
-    } else if (keyframeRun_.empty()) {
+        run_.clear();
+    } else if (run_.empty()) {
         missedStart_ = true; // nothing before it to decode it from
         return;
     }
     missedStart_ = false;
     ff::Packet kept = ff::makePacket();
     av_packet_move_ref(kept.get(), packet);
-    keyframeRun_.push_back(std::move(kept));
+    run_.push_back(std::move(kept));
 }
 
 void VideoCut::startPiece() {
     phase_ = Phase::copying;
-    if (keyframeRun_.empty()) {
+    if (run_.empty()) {
         if (missedStart_) {
             throw MediaError(
                 "The movie’s picture can’t be cut there: no keyframe comes before it.");
         }
+        startTimestamp_ = std::numeric_limits<std::int64_t>::min();
         return; // the piece starts before the track's first frame
     }
-    AVPacket* first = keyframeRun_.back().get();
-    startTimestamp_ = timestampOf(first);
-    if (isKeyframe(first)) {
-        copy(first);
-    } else {
-        if (!decoder_) {
-            decoder_ = std::make_unique<FrameDecoder>(source_);
-        }
-        encoder_ = std::make_unique<FrameEncoder>(encoders_.make());
-        phase_ = Phase::encodingHead;
-        decodable_ = true;
-        for (auto& packet : keyframeRun_) {
-            decode(packet.get());
+    // The start frame is the last shown by the start; when none is, the keyframe.
+    const std::int64_t keyframe = timestampOf(run_.front().get());
+    startTimestamp_ = keyframe;
+    for (const auto& packet : run_) {
+        const std::int64_t shown = timestampOf(packet.get());
+        if (shown > startTimestamp_ &&
+            av_compare_ts(shown, source_->time_base, place_.sourceStart, tickTimeBase) <= 0) {
+            startTimestamp_ = shown;
         }
     }
-    keyframeRun_.clear();
+    std::vector<ff::Packet> run = std::move(run_);
+    run_.clear();
+    if (startTimestamp_ == keyframe) {
+        for (auto& packet : run) {
+            if (phase_ == Phase::copying) {
+                takeCopying(packet.get());
+            }
+        }
+        return;
+    }
+    encodeUntil_ = never;
+    startEncoding();
+    phase_ = Phase::encodingHead;
+    for (auto& packet : run) {
+        decode(packet.get());
+    }
+}
+
+void VideoCut::startEncoding() {
+    if (!decoder_) {
+        decoder_ = std::make_unique<FrameDecoder>(source_);
+    }
+    encoder_ = std::make_unique<FrameEncoder>(encoders_.make(), FrameTypes::keyThenPredicted);
+    decodable_ = true;
 }
 
 void VideoCut::decode(AVPacket* packet) {
@@ -132,32 +265,84 @@ void VideoCut::decode(AVPacket* packet) {
 }
 
 void VideoCut::encodeFrame(AVFrame* frame) {
-    if (frame->pts == AV_NOPTS_VALUE || frame->pts < startTimestamp_ ||
-        !before(frame->pts, place_.sourceEnd)) {
+    const std::int64_t shown = frame->pts;
+    if (shown == AV_NOPTS_VALUE || !before(shown, place_.sourceEnd)) {
         return;
     }
-    encoder_->encode(frame, outputTimestamp(frame->pts),
-                     [this](AVPacket* encoded) { emitEncoded(encoded); });
+    const bool wanted =
+        encodingTail_ ? tail_.count(shown) != 0 : shown >= startTimestamp_ && shown < encodeUntil_;
+    if (wanted) {
+        encoder_->encode(frame, outputTimestamp(shown),
+                         [this](AVPacket* encoded) { emitEncoded(encoded); });
+    }
 }
 
 void VideoCut::emitEncoded(const AVPacket* encoded) {
-    // Encoders write start-code framed units; MPEG-4 samples carry lengths, and the
-    // parameter sets live in the source's sample description.
-    const Bytes sample = annexBToLengthPrefixed(
+    // Encoders write start-code framed units; MPEG-4 samples carry lengths. The
+    // parameter sets live in the sample description, or, in band, before a keyframe.
+    Bytes sample;
+    const bool keyframe = (encoded->flags & AV_PKT_FLAG_KEY) != 0;
+    if (keyframe && encoders_.place() == ParameterSetPlace::inBand) {
+        const AVCodecContext& context = encoder_->context();
+        for (const Bytes& unit : parameterSets(
+                 codec_, {context.extradata,
+                          static_cast<std::size_t>(std::max(0, context.extradata_size))})) {
+            appendUnit(sample, unit, lengthSize_);
+        }
+    }
+    const Bytes units = annexBToLengthPrefixed(
         codec_, {encoded->data, static_cast<std::size_t>(encoded->size)}, lengthSize_);
-    ff::Packet packet = ff::makePacket();
-    ff::check(av_new_packet(packet.get(), static_cast<int>(sample.size())),
-              "Not enough memory to write the movie");
-    std::memcpy(packet->data, sample.data(), sample.size());
+    sample.insert(sample.end(), units.begin(), units.end());
+    ff::Packet packet = packetOf(sample);
     packet->flags = encoded->flags & AV_PKT_FLAG_KEY;
-    output_.emit(packet.get(), encoded->pts);
+    // Encoded frames are decoded in the order shown; they keep the source's delay so
+    // the copied frames around them keep their decoding times.
+    output_.emit(packet.get(), encoded->pts, encoded->pts - decodingDelay_);
+    afterEncoded_ = true;
 }
 
-void VideoCut::finishHead() {
+void VideoCut::finishEncoding() {
     decoder_->decode(nullptr, [this](AVFrame* frame) { encodeFrame(frame); });
     decoder_->reset();
     encoder_->flush([this](AVPacket* encoded) { emitEncoded(encoded); });
     encoder_.reset();
+}
+
+void VideoCut::copyPendingKeyframe() {
+    if (pendingKeyframe_ && before(timestampOf(pendingKeyframe_.get()), place_.sourceEnd)) {
+        takeCopying(pendingKeyframe_.get());
+    }
+    pendingKeyframe_.reset();
+}
+
+void VideoCut::encodeTail() {
+    if (tail_.empty()) {
+        return;
+    }
+    startEncoding();
+    encodingTail_ = true;
+    for (auto& packet : run_) {
+        decode(packet.get());
+    }
+    finishEncoding();
+    encodingTail_ = false;
+    tail_.clear();
+    run_.clear();
+}
+
+void VideoCut::prependSourceSets(AVPacket* packet) const {
+    if (bytes_ != nullptr) {
+        bytes_->load(*packet);
+    }
+    Bytes sample;
+    for (const Bytes& unit : sourceSets_) {
+        appendUnit(sample, unit, lengthSize_);
+    }
+    sample.insert(sample.end(), packet->data, packet->data + packet->size);
+    ff::Packet withSets = packetOf(sample);
+    ff::check(av_packet_copy_props(withSets.get(), packet), "Not enough memory to copy the movie");
+    av_packet_unref(packet);
+    av_packet_move_ref(packet, withSets.get());
 }
 
 void VideoCut::copy(AVPacket* packet) {
@@ -166,15 +351,25 @@ void VideoCut::copy(AVPacket* packet) {
         return;
     }
     decodable_ = true;
-    output_.emit(packet, outputTimestamp(timestampOf(packet)));
+    if (afterEncoded_ && isKeyframe(packet) && encoders_.place() == ParameterSetPlace::inBand) {
+        prependSourceSets(packet); // the frames before had their own
+    }
+    afterEncoded_ = false;
+    const std::int64_t shown = outputTimestamp(timestampOf(packet));
+    output_.emit(packet, shown, reorders_ ? outputDecoding(decodingOf(packet)) : shown);
 }
 
 void VideoCut::end() {
-    if (phase_ == Phase::findingStart && !keyframeRun_.empty()) {
+    if (phase_ == Phase::findingStart && !run_.empty()) {
         startPiece();
     }
-    if (phase_ == Phase::encodingHead) {
-        finishHead();
+    if (phase_ == Phase::encodingHead || phase_ == Phase::leading) {
+        finishEncoding();
+        copyPendingKeyframe();
+        phase_ = Phase::copying;
+    }
+    if (phase_ == Phase::copying) {
+        encodeTail();
     }
     phase_ = Phase::done;
 }
