@@ -36,14 +36,18 @@ ff::CodecContext openWithSettings(const AVCodecParameters& source, Codec codec,
     context->time_base = timeBase;
     context->framerate = av_inv_q(timeBase);
     context->sample_aspect_ratio = source.sample_aspect_ratio;
-    context->color_range =
-        source.format == AV_PIX_FMT_YUVJ420P ? AVCOL_RANGE_JPEG : source.color_range;
-    context->color_primaries = source.color_primaries;
-    context->color_trc = source.color_trc;
-    context->colorspace = source.color_space;
-    context->chroma_sample_location = source.chroma_location;
     context->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
     const bool h264 = codec == Codec::h264;
+    // x265's text holds the video signal description; x264's does not, so the one the
+    // source's decoder read is handed on.
+    if (h264) {
+        context->color_range =
+            source.format == AV_PIX_FMT_YUVJ420P ? AVCOL_RANGE_JPEG : source.color_range;
+        context->color_primaries = source.color_primaries;
+        context->color_trc = source.color_trc;
+        context->colorspace = source.color_space;
+        context->chroma_sample_location = source.chroma_location;
+    }
     if (h264 && source.level > 0) {
         context->level = source.level; // x264's own choice may differ from the source's
     }

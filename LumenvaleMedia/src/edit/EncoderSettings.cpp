@@ -105,6 +105,15 @@ std::optional<std::string> x264Parameters(const EncoderSettings& settings) {
     return parameters;
 }
 
+// x265 prints the video signal description even when it writes none; naming one of
+// these values makes it write the description, so the defaults are left out.
+bool isDefaultSignal(const std::string& key, const std::string& value) {
+    static const std::vector<std::pair<std::string, std::string>> defaults = {
+        {"videoformat", "5"}, {"range", "0"},       {"colorprim", "2"},
+        {"transfer", "2"},    {"colormatrix", "2"}, {"overscan", "0"}};
+    return std::find(defaults.begin(), defaults.end(), std::pair{key, value}) != defaults.end();
+}
+
 // x265 prints nearly every setting in its parser's own names; what belongs to the
 // run (threads, input, statistics files, logging) is left to the encoder here. A few
 // are printed in a shape its parser reads differently.
@@ -167,10 +176,13 @@ std::optional<std::string> x265Parameters(const EncoderSettings& settings) {
     std::string parameters = "log-level=error";
     for (const auto& [key, value] : settings.options) {
         const std::string name = key.rfind("no-", 0) == 0 ? key.substr(3) : key;
-        if (runOnly.count(name) != 0 || key.find_first_of(",") != std::string::npos) {
+        if (runOnly.count(name) != 0 || isDefaultSignal(key, value)) {
             continue;
         }
-        append(parameters, key, value.empty() ? "1" : value);
+        // The parameter string separates settings with colons.
+        std::string written = value.empty() ? "1" : value;
+        std::replace(written.begin(), written.end(), ':', ',');
+        append(parameters, key, written);
     }
     // "chromaloc=1 chromaloc-top=T chromaloc-bottom=B" is written back as the type.
     if (settings.value("chromaloc").value_or("0") != "0") {

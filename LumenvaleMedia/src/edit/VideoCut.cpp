@@ -90,6 +90,7 @@ void VideoCut::begin(const std::optional<Place>& place) {
         return;
     }
     place_ = *place;
+    joined_ = true; // the frames before are not this piece's source predecessors
     endTimestamp_ = av_rescale_q(place_.outputEnd(), tickTimeBase, output_.timeBase());
     phase_ = Phase::findingStart;
 }
@@ -115,8 +116,6 @@ void VideoCut::take(AVPacket* packet) {
             std::max(decodingDelay_,
                      av_rescale_q(timestamp - decoding, source_->time_base, output_.timeBase()));
     }
-    // Once a frame decoded later than the end comes, no frame shown before it can.
-    const bool decodedPastEnd = !before(decoding, place_.sourceEnd);
     if (phase_ == Phase::findingStart) {
         // Every frame shown by the start has come once one decoded after it has.
         if (av_compare_ts(decoding, source_->time_base, place_.sourceStart, tickTimeBase) <= 0) {
@@ -124,6 +123,16 @@ void VideoCut::take(AVPacket* packet) {
             return;
         }
         startPiece();
+    }
+    advance(packet);
+}
+
+void VideoCut::advance(AVPacket* packet) {
+    const std::int64_t timestamp = timestampOf(packet);
+    // Once a frame decoded later than the end comes, no frame shown before it can.
+    const bool decodedPastEnd = !before(decodingOf(packet), place_.sourceEnd);
+    if (phase_ == Phase::done) {
+        return;
     }
     if (phase_ == Phase::encodingHead) {
         if (decodedPastEnd) {
@@ -199,7 +208,11 @@ void VideoCut::keep(const AVPacket* packet) {
 }
 
 void VideoCut::buffer(AVPacket* packet) {
-    if (isKeyframe(packet)) {
+    // A keyframe decoded by the start but shown after it (B-frames) may have frames
+    // of the run before it still to show: the run goes on through it.
+    const bool shownByStart = av_compare_ts(timestampOf(packet), source_->time_base,
+                                            place_.sourceStart, tickTimeBase) <= 0;
+    if (isKeyframe(packet) && (shownByStart || run_.empty())) {
         run_.clear();
     } else if (run_.empty()) {
         missedStart_ = true; // nothing before it to decode it from
@@ -221,31 +234,30 @@ void VideoCut::startPiece() {
         startTimestamp_ = std::numeric_limits<std::int64_t>::min();
         return; // the piece starts before the track's first frame
     }
-    // The start frame is the last shown by the start; when none is, the keyframe.
-    const std::int64_t keyframe = timestampOf(run_.front().get());
-    startTimestamp_ = keyframe;
+    // The start frame is the last shown by the start; when none is, the first shown.
+    std::optional<std::int64_t> start;
+    std::int64_t first = timestampOf(run_.front().get());
     for (const auto& packet : run_) {
         const std::int64_t shown = timestampOf(packet.get());
-        if (shown > startTimestamp_ &&
-            av_compare_ts(shown, source_->time_base, place_.sourceStart, tickTimeBase) <= 0) {
-            startTimestamp_ = shown;
+        first = std::min(first, shown);
+        if (av_compare_ts(shown, source_->time_base, place_.sourceStart, tickTimeBase) <= 0) {
+            start = std::max(start.value_or(shown), shown);
         }
     }
+    startTimestamp_ = start.value_or(first);
     std::vector<ff::Packet> run = std::move(run_);
     run_.clear();
-    if (startTimestamp_ == keyframe) {
-        for (auto& packet : run) {
-            if (phase_ == Phase::copying) {
-                takeCopying(packet.get());
-            }
-        }
-        return;
+    auto next = run.begin();
+    if (startTimestamp_ != timestampOf(run.front().get())) {
+        // The run's keyframe is decoded for the frames after it, not ended at.
+        encodeUntil_ = never;
+        startEncoding();
+        phase_ = Phase::encodingHead;
+        decode(next->get());
+        ++next;
     }
-    encodeUntil_ = never;
-    startEncoding();
-    phase_ = Phase::encodingHead;
-    for (auto& packet : run) {
-        decode(packet.get());
+    for (; next != run.end(); ++next) {
+        advance(next->get());
     }
 }
 
@@ -299,6 +311,7 @@ void VideoCut::emitEncoded(const AVPacket* encoded) {
     // the copied frames around them keep their decoding times.
     output_.emit(packet.get(), encoded->pts, encoded->pts - decodingDelay_);
     afterEncoded_ = true;
+    joined_ = true;
 }
 
 void VideoCut::finishEncoding() {
@@ -351,12 +364,29 @@ void VideoCut::copy(AVPacket* packet) {
         return;
     }
     decodable_ = true;
-    if (afterEncoded_ && isKeyframe(packet) && encoders_.place() == ParameterSetPlace::inBand) {
-        prependSourceSets(packet); // the frames before had their own
+    if (joined_ && isKeyframe(packet)) {
+        startSequence(packet);
     }
+    joined_ = false;
     afterEncoded_ = false;
     const std::int64_t shown = outputTimestamp(timestampOf(packet));
     output_.emit(packet, shown, reorders_ ? outputDecoding(decodingOf(packet)) : shown);
+}
+
+void VideoCut::startSequence(AVPacket* packet) const {
+    if (afterEncoded_ && encoders_.place() == ParameterSetPlace::inBand) {
+        prependSourceSets(packet); // the frames before had their own
+    }
+    if (bytes_ != nullptr) {
+        bytes_->load(*packet);
+    }
+    ff::check(av_packet_make_writable(packet), "Not enough memory to copy the movie");
+    const auto begun =
+        beginSequence(codec_, {packet->data, static_cast<std::size_t>(packet->size)}, lengthSize_);
+    if (begun == SequenceStart::cannot) {
+        throw NeedsWholeEncode("This movie’s keyframes can’t begin a cut piece, so its picture is "
+                               "encoded again.");
+    }
 }
 
 void VideoCut::end() {

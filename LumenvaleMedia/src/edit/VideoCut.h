@@ -48,6 +48,8 @@ class VideoCut final : public TrackCutter {
     void buffer(AVPacket* packet);
     // The start frame is known (the last shown by the start): copy or encode from it.
     void startPiece();
+    // A packet after the start is known, by phase.
+    void advance(AVPacket* packet);
     void takeCopying(AVPacket* packet);
     void decode(AVPacket* packet);
     void startEncoding();
@@ -61,6 +63,9 @@ class VideoCut final : public TrackCutter {
     void copyPendingKeyframe();
     // The source's parameter sets before a copied keyframe's units, in its framing.
     void prependSourceSets(AVPacket* packet) const;
+    // A copied keyframe after a cut or encoded frames: it begins a new sequence
+    // (beginSequence), with the source's parameter sets when those may have changed.
+    void startSequence(AVPacket* packet) const;
     std::int64_t outputTimestamp(std::int64_t sourceTimestamp) const;
     std::int64_t outputDecoding(std::int64_t sourceDecoding) const;
     bool before(std::int64_t sourceTimestamp, std::int64_t ticks) const;
@@ -86,6 +91,7 @@ class VideoCut final : public TrackCutter {
     bool decodable_ = false;    // the piece's output has begun with a keyframe
     bool missedStart_ = false;  // a frame by the start came with no keyframe before
     bool afterEncoded_ = false; // the last frame written was encoded here
+    bool joined_ = false;       // the last frame written is not the source's previous
     ff::Packet pendingKeyframe_;
     std::unique_ptr<FrameDecoder> decoder_;
     std::unique_ptr<FrameEncoder> encoder_;

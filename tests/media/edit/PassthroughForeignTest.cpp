@@ -42,11 +42,96 @@ std::vector<double> timesOf(const std::vector<PacketSum>& packets) {
     return times;
 }
 
-TEST(PassthroughForeignTest, EncodesThePictureAgainWhenFramesCannotBeMatched) {
+// Movies made elsewhere, 6 s with a keyframe every second, cut between keyframes; the
+// second clip continues the first.
+struct Foreign {
+    std::string name;
+    std::string encoding;  // ffmpeg's video options
+    std::string codecTag;  // the output's sample entry
+    bool ownParameterSets; // the frames encoded again carry their own
+};
+
+const std::string source6s = "-f lavfi -i testsrc2=size=320x240:rate=30:duration=6 "
+                             "-f lavfi -i sine=frequency=440:sample_rate=48000:duration=6 ";
+const std::vector<std::pair<double, double>> foreignCuts = {{0.8, 2}, {2, 3.9}, {4.9, 6}};
+
+class PassthroughForeignTest : public ::testing::TestWithParam<Foreign> {};
+
+TEST_P(PassthroughForeignTest, CopiesAllButTheFramesAroundTheCuts) {
+    const Foreign& made = GetParam();
     TemporaryFolder folder;
     const auto source = folder / "camera.mp4";
-    // x264's defaults: B-frames, and parameter sets unlike Lumenvale's.
-    makeMovie(source, source4s + "-c:v libx264 -g 60 -pix_fmt yuv420p -c:a aac");
+    makeMovie(source, source6s + made.encoding +
+                          " -g 30 -keyint_min 30 -sc_threshold 0 "
+                          "-pix_fmt yuv420p -c:a aac");
+    const auto output = folder / "edited.mp4";
+    const EditDecision edit = editKeeping(6, foreignCuts);
+    std::vector<std::string> statuses;
+    EditRenderer::exportMovie(
+        source, edit, Codec::h264, output, [](double) {}, nullptr,
+        [&](const std::string& status) { statuses.push_back(status); });
+    EXPECT_TRUE(statuses.empty()) << statuses.front();
+
+    const auto sourcePackets = videoPackets(source);
+    const auto expected = expectedFrames(edit, timesOf(sourcePackets));
+    const auto sourceFrames = lumaFrames(source);
+    const auto outputFrames = lumaFrames(output);
+    const auto outputPackets = videoPackets(output);
+    ASSERT_EQ(outputFrames.size(), expected.size());
+    ASSERT_EQ(outputPackets.size(), expected.size());
+    std::size_t copies = 0;
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+        const std::size_t j = expected[i].sourceIndex;
+        EXPECT_NEAR(outputPackets[i].timeSeconds, expected[i].outputSeconds, 1e-5) << i;
+        if (outputPackets[i].md5 == sourcePackets[j].md5) {
+            ++copies;
+            EXPECT_TRUE(outputFrames[i] == sourceFrames[j]) << "copied frame " << i;
+            continue;
+        }
+        // Encoded again, the frame is still the chosen one: nearer to it than to any
+        // neighbour, and close in picture quality.
+        const double chosen = psnr(outputFrames[i], sourceFrames[j]);
+        EXPECT_GT(chosen, 30) << "encoded frame " << i;
+        for (std::size_t k = j > 2 ? j - 2 : 0; k <= j + 2 && k < sourceFrames.size(); ++k) {
+            if (k != j) {
+                EXPECT_GT(chosen, psnr(outputFrames[i], sourceFrames[k])) << "frame " << i;
+            }
+        }
+    }
+    EXPECT_GE(copies * 4, expected.size() * 3) << copies << " of " << expected.size();
+
+    // One sample description: the source's parameter sets, or (frames with their own)
+    // an entry that lets samples carry them.
+    const auto info = testing::probe(output);
+    ASSERT_EQ(info.ofType("video").size(), 1U);
+    EXPECT_EQ(info.ofType("video")[0].codecTag, made.codecTag);
+    EXPECT_EQ(extradataOf(output, 0), extradataOf(source, 0));
+    EXPECT_NEAR(info.ofType("video")[0].durationSeconds, edit.outputDuration(), 1.01 / 30);
+    EXPECT_NO_THROW(
+        testing::run("ffmpeg -v error -xerror -i " + testing::quoted(output) + " -f null -"));
+    const auto sourceSums = audioPacketSums(source);
+    for (const auto& sum : audioPacketSums(output)) {
+        EXPECT_EQ(sourceSums.count(sum), 1U) << sum;
+    }
+}
+
+// x264 and x265 write their settings into the stream, from which the frames at the
+// cuts are encoded alike; with that message removed, as from an encoder that writes
+// none, the frames encoded again bring their own parameter sets.
+INSTANTIATE_TEST_SUITE_P(
+    Movies, PassthroughForeignTest,
+    ::testing::Values(
+        Foreign{"x264BFrames", "-c:v libx264", "avc1", false},
+        Foreign{"x264NoBFrames", "-c:v libx264 -preset faster -bf 0 -crf 26", "avc1", false},
+        Foreign{"x265", "-c:v libx265 -x265-params log-level=error -tag:v hvc1", "hvc1", false},
+        Foreign{"h264WithoutSettings", "-c:v libx264 -bf 2 -bsf:v filter_units=remove_types=6",
+                "avc3", true}),
+    [](const auto& parameter) { return parameter.param.name; });
+
+TEST(PassthroughWholeEncodeTest, EncodesThePictureAgainWhenNotH264OrHevc) {
+    TemporaryFolder folder;
+    const auto source = folder / "camera.mp4";
+    makeMovie(source, source4s + "-c:v mpeg4 -q:v 3 -g 60 -c:a aac");
     const auto output = folder / "edited.mp4";
     const EditDecision edit = editKeeping(4, {{0.5, 1.7}, {2.1, 3.4}});
     std::vector<std::string> statuses;
@@ -55,7 +140,7 @@ TEST(PassthroughForeignTest, EncodesThePictureAgainWhenFramesCannotBeMatched) {
         [&](const std::string& status) { statuses.push_back(status); });
     ASSERT_EQ(statuses.size(), 1U);
     EXPECT_EQ(statuses[0],
-              "This movie wasn’t recorded by Lumenvale, so its picture is encoded again.");
+              "This movie’s video is neither H.264 nor HEVC, so its picture is encoded again.");
 
     const auto expected = expectedFrames(edit, timesOf(videoPackets(source)));
     const auto sourceFrames = lumaFrames(source);
@@ -74,6 +159,7 @@ TEST(PassthroughForeignTest, EncodesThePictureAgainWhenFramesCannotBeMatched) {
             }
         }
     }
+    EXPECT_EQ(testing::probe(output).ofType("video")[0].codecName, "h264");
     // The sound is still copied, not encoded.
     const auto sourceSums = audioPacketSums(source);
     for (const auto& sum : audioPacketSums(output)) {
@@ -82,7 +168,7 @@ TEST(PassthroughForeignTest, EncodesThePictureAgainWhenFramesCannotBeMatched) {
     EXPECT_NEAR(testing::probe(output).durationSeconds, edit.outputDuration(), 0.011);
 }
 
-TEST(PassthroughForeignTest, CopiesEverythingWhenEveryCutStartsOnAKeyframe) {
+TEST(PassthroughKeyframeCutsTest, CopiesEverythingWhenEveryCutStartsOnAKeyframe) {
     // Keyframes every second, no B-frames, yet not Lumenvale's encoder settings; in
     // MPEG-4 (read through its index) and Matroska (read through the demuxer).
     for (const std::string container : {"mp4", "mkv"}) {
