@@ -3,6 +3,7 @@
 #include "LumenvaleMedia/EditRenderer.h"
 #include "PassthroughMovies.h"
 #include "Probe.h"
+#include "edit/EncoderSettings.h"
 
 #include <cmath>
 #include <gtest/gtest.h>
@@ -127,6 +128,52 @@ INSTANTIATE_TEST_SUITE_P(
         Foreign{"h264WithoutSettings", "-c:v libx264 -bf 2 -bsf:v filter_units=remove_types=6",
                 "avc3", true}),
     [](const auto& parameter) { return parameter.param.name; });
+
+// The settings text as it sits in an SEI message: after the message's header and
+// identifier, ended by the trailing bits.
+std::vector<std::uint8_t> seiWith(const std::string& text) {
+    const std::string unit = std::string("\0\0\0\x40\x06\x05\xFF\x3C\xDC\x45", 10) + text + "\x80";
+    return {unit.begin(), unit.end()};
+}
+
+TEST(EncoderSettingsTest, GivesBackWhatShapesTheParameterSetsAndRefusesWhatCannotBeMatched) {
+    const std::string x264 = "x264 - core 164 r3095 baee400 - H.264/MPEG-4 AVC codec - "
+                             "Copyleft 2003-2022 - http://www.videolan.org/x264.html - options: ";
+    const auto settings = edit::findEncoderSettings(
+        seiWith(x264 + "cabac=1 ref=3 deblock=1:-1:-2 8x8dct=1 cqm=0 chroma_qp_offset=-2 "
+                       "interlaced=0 bframes=3 b_pyramid=2 weightp=2 keyint=250 rc=crf "
+                       "crf=23.0 aq=1:1.00"));
+    ASSERT_TRUE(settings.has_value());
+    EXPECT_EQ(settings->encoder, edit::SourceEncoder::x264);
+    EXPECT_EQ(edit::encoderParameters(*settings),
+              "psy=0:cabac=1:ref=3:8x8dct=1:chroma-qp-offset=-2:bframes=3:weightp=2:keyint=250:"
+              "b-pyramid=normal:deblock=-1,-2:crf=23.0");
+    const auto constant = edit::findEncoderSettings(seiWith(x264 + "deblock=0:0:0 rc=cqp qp=18"));
+    ASSERT_TRUE(constant.has_value());
+    EXPECT_EQ(edit::encoderParameters(*constant), "psy=0:no-deblock=1:qp=18");
+    for (const std::string refused :
+         {"interlaced=1 rc=crf crf=20", "cqm=2 rc=crf crf=20", "rc=2pass"}) {
+        const auto found = edit::findEncoderSettings(seiWith(x264 + refused));
+        ASSERT_TRUE(found.has_value()) << refused;
+        EXPECT_FALSE(edit::encoderParameters(*found).has_value()) << refused;
+    }
+
+    const auto x265 = edit::findEncoderSettings(
+        seiWith("x265 (build 199) - 3.5+1-f0c1022b6:[Linux][GCC 12.2.0][64 bit] 8bit+10bit+12bit - "
+                "H.265/HEVC codec - options: cpuid=1111039 wpp no-pmode bitdepth=8 input-csp=1 "
+                "fps=30/1 input-res=320x240 interlace=0 ref=3 deblock=0:0 videoformat=5 range=0 "
+                "chromaloc=1 chromaloc-top=2 chromaloc-bottom=2 rc=crf crf=28.0"));
+    ASSERT_TRUE(x265.has_value());
+    EXPECT_EQ(x265->encoder, edit::SourceEncoder::x265);
+    EXPECT_EQ(edit::encoderParameters(*x265),
+              "log-level=error:wpp=1:ref=3:deblock=0,0:crf=28.0:chromaloc=2");
+    const auto tenBits = edit::findEncoderSettings(
+        seiWith("x265 (build 199) - 3.5 - options: bitdepth=10 input-csp=1 rc=crf crf=28.0"));
+    ASSERT_TRUE(tenBits.has_value());
+    EXPECT_FALSE(edit::encoderParameters(*tenBits).has_value());
+
+    EXPECT_FALSE(edit::findEncoderSettings(seiWith("Lavc59.37.100 libx264")).has_value());
+}
 
 TEST(PassthroughWholeEncodeTest, EncodesThePictureAgainWhenNotH264OrHevc) {
     TemporaryFolder folder;
