@@ -47,14 +47,17 @@ std::vector<double> timesOf(const std::vector<PacketSum>& packets) {
 // second clip continues the first.
 struct Foreign {
     std::string name;
-    std::string encoding;  // ffmpeg's video options
-    std::string codecTag;  // the output's sample entry
-    bool ownParameterSets; // the frames encoded again carry their own
+    std::string encoding; // ffmpeg's video options
+    std::string codecTag; // the output's: avc3 / hev1 when frames carry parameter sets
 };
 
 const std::string source6s = "-f lavfi -i testsrc2=size=320x240:rate=30:duration=6 "
                              "-f lavfi -i sine=frequency=440:sample_rate=48000:duration=6 ";
 const std::vector<std::pair<double, double>> foreignCuts = {{0.8, 2}, {2, 3.9}, {4.9, 6}};
+
+void PrintTo(const Foreign& made, std::ostream* out) {
+    *out << made.name;
+}
 
 class PassthroughForeignTest : public ::testing::TestWithParam<Foreign> {};
 
@@ -117,16 +120,19 @@ TEST_P(PassthroughForeignTest, CopiesAllButTheFramesAroundTheCuts) {
 }
 
 // x264 and x265 write their settings into the stream, from which the frames at the
-// cuts are encoded alike; with that message removed, as from an encoder that writes
-// none, the frames encoded again bring their own parameter sets.
+// cuts are encoded alike; without that message (x264's removed, x265 told to write
+// none), as from an encoder that writes none, the frames encoded again bring their
+// own parameter sets.
 INSTANTIATE_TEST_SUITE_P(
     Movies, PassthroughForeignTest,
     ::testing::Values(
-        Foreign{"x264BFrames", "-c:v libx264", "avc1", false},
-        Foreign{"x264NoBFrames", "-c:v libx264 -preset faster -bf 0 -crf 26", "avc1", false},
-        Foreign{"x265", "-c:v libx265 -x265-params log-level=error -tag:v hvc1", "hvc1", false},
+        Foreign{"x264BFrames", "-c:v libx264", "avc1"},
+        Foreign{"x264NoBFrames", "-c:v libx264 -preset faster -bf 0 -crf 26", "avc1"},
+        Foreign{"x265", "-c:v libx265 -x265-params log-level=error -tag:v hvc1", "hvc1"},
+        Foreign{"hevcWithoutSettings",
+                "-c:v libx265 -x265-params log-level=error:info=0 -tag:v hvc1", "hev1"},
         Foreign{"h264WithoutSettings", "-c:v libx264 -bf 2 -bsf:v filter_units=remove_types=6",
-                "avc3", true}),
+                "avc3"}),
     [](const auto& parameter) { return parameter.param.name; });
 
 // The settings text as it sits in an SEI message: after the message's header and
