@@ -18,10 +18,15 @@ bool sameRate(AVRational a, AVRational b) {
     return av_cmp_q(a, b) == 0;
 }
 
-// An encoder of the source's codec configured by the source encoder's own settings
-// (`parameters`), at the source's size, colours and level, counting `timeBase`.
+// Where an encoder's video signal description (colours, range, chroma siting) comes
+// from: the settings text (x265 prints it), or what the source's decoder read.
+enum class Signal { fromText, fromSource };
+
+// An encoder of the source's codec configured by `parameters` (the source encoder's
+// own settings, or plain ones), at the source's size and level, counting `timeBase`.
 ff::CodecContext openWithSettings(const AVCodecParameters& source, Codec codec,
-                                  const std::string& parameters, AVRational timeBase) {
+                                  const std::string& parameters, AVRational timeBase,
+                                  Signal signal) {
     const AVCodec* encoder = avcodec_find_encoder_by_name(record::videoEncoderName(codec));
     if (encoder == nullptr) {
         return nullptr;
@@ -38,9 +43,9 @@ ff::CodecContext openWithSettings(const AVCodecParameters& source, Codec codec,
     context->sample_aspect_ratio = source.sample_aspect_ratio;
     context->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
     const bool h264 = codec == Codec::h264;
-    // x265's text holds the video signal description; x264's does not, so the one the
-    // source's decoder read is handed on.
-    if (h264) {
+    // Frames that describe their colours otherwise than the source's are shown in
+    // other colours by players that honour the description.
+    if (signal == Signal::fromSource) {
         context->color_range =
             source.format == AV_PIX_FMT_YUVJ420P ? AVCOL_RANGE_JPEG : source.color_range;
         context->color_primaries = source.color_primaries;
@@ -81,30 +86,31 @@ CutEncoders::CutEncoders(const AVStream* source, std::optional<EncoderSettings> 
             rates.push_back(rate);
         }
     }
-    std::vector<Recipe> own;
-    for (const AVRational rate : rates) {
-        const int rounded = static_cast<int>(std::lround(av_q2d(rate)));
-        if (rounded > 0 && std::none_of(own.begin(), own.end(), [&](const Recipe& recipe) {
-                return recipe.framesPerSecond == rounded;
-            })) {
-            own.push_back({std::nullopt, {0, 1}, rounded});
-        }
-    }
-    std::vector<Recipe> sourceEncoder;
-    if (settings) {
-        if (const auto parameters = encoderParameters(*settings)) {
-            for (const AVRational rate : rates) {
-                sourceEncoder.push_back({parameters, av_inv_q(rate), 0});
+    const bool h264 = source->codecpar->codec_id == AV_CODEC_ID_H264;
+    if (place == ParameterSetPlace::sampleDescription) {
+        // Lumenvale's recordings are the common case and their settings the quickest.
+        for (const AVRational rate : rates) {
+            const int rounded = static_cast<int>(std::lround(av_q2d(rate)));
+            if (rounded > 0 &&
+                std::none_of(recipes_.begin(), recipes_.end(), [&](const Recipe& recipe) {
+                    return recipe.framesPerSecond == rounded;
+                })) {
+                recipes_.push_back({RecipeKind::recording, {}, {0, 1}, rounded});
             }
         }
     }
-    // Lumenvale's recordings are the common case and their settings the quickest to
-    // try; in band, the source encoder's settings come nearest to its picture.
-    if (place == ParameterSetPlace::inBand) {
-        std::swap(own, sourceEncoder);
+    if (settings) {
+        if (const auto parameters = encoderParameters(*settings)) {
+            for (const AVRational rate : rates) {
+                recipes_.push_back({RecipeKind::sourceSettings, *parameters, av_inv_q(rate), 0});
+            }
+        }
     }
-    recipes_ = std::move(own);
-    recipes_.insert(recipes_.end(), sourceEncoder.begin(), sourceEncoder.end());
+    if (place == ParameterSetPlace::inBand && !rates.empty()) {
+        // Quality as Lumenvale records; the source's colour description kept.
+        recipes_.push_back({RecipeKind::plain, h264 ? "crf=20" : "log-level=error:crf=22",
+                            av_inv_q(rates.front()), 0});
+    }
 }
 
 std::optional<Codec> CutEncoders::codecOf(const AVCodecParameters& parameters) {
@@ -124,8 +130,12 @@ ff::CodecContext CutEncoders::open(const Recipe& recipe) const {
     if (!codec) {
         return nullptr;
     }
-    if (recipe.parameters) {
-        return openWithSettings(parameters, *codec, *recipe.parameters, recipe.timeBase);
+    if (recipe.kind != RecipeKind::recording) {
+        // x265's text holds the video signal description; x264's does not.
+        const bool textDescribes =
+            recipe.kind == RecipeKind::sourceSettings && *codec == Codec::hevc;
+        return openWithSettings(parameters, *codec, recipe.parameters, recipe.timeBase,
+                                textDescribes ? Signal::fromText : Signal::fromSource);
     }
     try {
         return record::makeVideoEncoder(*codec, {parameters.width, parameters.height},
@@ -153,7 +163,7 @@ ff::CodecContext CutEncoders::make() {
                 continue;
             }
             // In band, the first that opens is the nearest: the source's own settings
-            // come before Lumenvale's. Frames of another depth or chroma layout
+            // come before plain ones. Frames of another depth or chroma layout
             // would change the picture format in the middle of the stream.
             if (place_ == ParameterSetPlace::inBand ? eightBitFourTwoZero(*source_->codecpar)
                                                     : matches(*encoder)) {

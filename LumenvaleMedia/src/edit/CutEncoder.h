@@ -42,10 +42,12 @@ class CutEncoders {
     static std::optional<Codec> codecOf(const AVCodecParameters& parameters);
 
   private:
-    // One way to make an encoder: the source encoder's settings at a time base, or
-    // Lumenvale's recording settings at a rate.
+    // One way to make an encoder: Lumenvale's recording settings at a rate; the source
+    // encoder's settings, or (in band, without them) plain ones, at a time base.
+    enum class RecipeKind { recording, sourceSettings, plain };
     struct Recipe {
-        std::optional<std::string> parameters; // x264-params / x265-params
+        RecipeKind kind = RecipeKind::recording;
+        std::string parameters; // x264-params / x265-params
         AVRational timeBase{0, 1};
         int framesPerSecond = 0;
     };

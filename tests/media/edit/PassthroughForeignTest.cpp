@@ -7,6 +7,7 @@
 
 #include <cmath>
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 #include <set>
 #include <sstream>
 
@@ -33,6 +34,25 @@ std::set<std::string> audioPacketSums(const std::filesystem::path& movie) {
         }
     }
     return sums;
+}
+
+// The colour descriptions the frames of a movie's picture carry (range, matrix,
+// primaries, transfer), as ffprobe reads them frame by frame.
+std::set<std::string> frameColours(const std::filesystem::path& movie) {
+    const auto json = nlohmann::json::parse(
+        testing::run("ffprobe -v error -select_streams v:0 -show_entries "
+                     "frame=color_range,color_space,color_primaries,color_transfer -of json " +
+                     testing::quoted(movie)));
+    std::set<std::string> colours;
+    for (const auto& frame : json.at("frames")) {
+        std::string description;
+        for (const char* key :
+             {"color_range", "color_space", "color_primaries", "color_transfer"}) {
+            description += frame.value(key, std::string("-")) + " ";
+        }
+        colours.insert(description);
+    }
+    return colours;
 }
 
 std::vector<double> timesOf(const std::vector<PacketSum>& packets) {
@@ -111,6 +131,9 @@ TEST_P(PassthroughForeignTest, CopiesAllButTheFramesAroundTheCuts) {
     EXPECT_EQ(info.ofType("video")[0].codecTag, made.codecTag);
     EXPECT_EQ(extradataOf(output, 0), extradataOf(source, 0));
     EXPECT_NEAR(info.ofType("video")[0].durationSeconds, edit.outputDuration(), 1.01 / 30);
+    // Frames encoded again describe their colours as the source does (players that
+    // honour the description would show them in other colours).
+    EXPECT_EQ(frameColours(output), frameColours(source));
     EXPECT_NO_THROW(
         testing::run("ffmpeg -v error -xerror -i " + testing::quoted(output) + " -f null -"));
     const auto sourceSums = audioPacketSums(source);
