@@ -192,6 +192,17 @@ Bytes annexBToLengthPrefixed(AVCodecID codec, std::span<const std::uint8_t> acce
     return sample;
 }
 
+Bytes lengthPrefixed(const std::vector<Bytes>& units, int lengthSize) {
+    Bytes sample;
+    for (const Bytes& unit : units) {
+        for (int shift = 8 * (lengthSize - 1); shift >= 0; shift -= 8) {
+            sample.push_back(static_cast<std::uint8_t>((unit.size() >> shift) & 0xFF));
+        }
+        sample.insert(sample.end(), unit.begin(), unit.end());
+    }
+    return sample;
+}
+
 SequenceStart beginSequence(AVCodecID codec, std::span<std::uint8_t> sample, int lengthSize) {
     constexpr int hevcCleanRandomAccess = 21;
     constexpr int hevcBrokenLinkNoLeading = 18;

@@ -39,6 +39,10 @@ int nalLengthSize(AVCodecID codec, std::span<const std::uint8_t> extradata);
 Bytes annexBToLengthPrefixed(AVCodecID codec, std::span<const std::uint8_t> accessUnit,
                              int lengthSize);
 
+// `units` each preceded by its length in `lengthSize` bytes, as MPEG-4 samples carry
+// NAL units.
+Bytes lengthPrefixed(const std::vector<Bytes>& units, int lengthSize);
+
 // A copied keyframe that follows other frames than its own predecessors (a cut, or
 // frames encoded again) must begin a new coded video sequence, or a decoder numbers
 // its pictures on from the frames before it and shows them out of order. In an MPEG-4

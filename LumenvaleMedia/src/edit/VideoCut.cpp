@@ -25,13 +25,6 @@ std::span<const std::uint8_t> extradataOf(const AVCodecParameters& parameters) {
     return {parameters.extradata, static_cast<std::size_t>(std::max(0, parameters.extradata_size))};
 }
 
-void appendUnit(Bytes& sample, const Bytes& unit, int lengthSize) {
-    for (int shift = 8 * (lengthSize - 1); shift >= 0; shift -= 8) {
-        sample.push_back(static_cast<std::uint8_t>((unit.size() >> shift) & 0xFF));
-    }
-    sample.insert(sample.end(), unit.begin(), unit.end());
-}
-
 ff::Packet packetOf(const Bytes& sample) {
     ff::Packet packet = ff::makePacket();
     ff::check(av_new_packet(packet.get(), static_cast<int>(sample.size())),
@@ -292,16 +285,13 @@ void VideoCut::encodeFrame(AVFrame* frame) {
 void VideoCut::emitEncoded(const AVPacket* encoded) {
     // Encoders write start-code framed units; MPEG-4 samples carry lengths. The
     // parameter sets live in the sample description, or, in band, before a keyframe.
-    Bytes sample;
     const bool keyframe = (encoded->flags & AV_PKT_FLAG_KEY) != 0;
-    if (keyframe && encoders_.place() == ParameterSetPlace::inBand) {
-        const AVCodecContext& context = encoder_->context();
-        for (const Bytes& unit : parameterSets(
-                 codec_, {context.extradata,
-                          static_cast<std::size_t>(std::max(0, context.extradata_size))})) {
-            appendUnit(sample, unit, lengthSize_);
-        }
-    }
+    const AVCodecContext& context = encoder_->context();
+    const std::span<const std::uint8_t> extradata(
+        context.extradata, static_cast<std::size_t>(std::max(0, context.extradata_size)));
+    Bytes sample = keyframe && encoders_.place() == ParameterSetPlace::inBand
+                       ? lengthPrefixed(parameterSets(codec_, extradata), lengthSize_)
+                       : Bytes{};
     const Bytes units = annexBToLengthPrefixed(
         codec_, {encoded->data, static_cast<std::size_t>(encoded->size)}, lengthSize_);
     sample.insert(sample.end(), units.begin(), units.end());
@@ -343,21 +333,6 @@ void VideoCut::encodeTail() {
     run_.clear();
 }
 
-void VideoCut::prependSourceSets(AVPacket* packet) const {
-    if (bytes_ != nullptr) {
-        bytes_->load(*packet);
-    }
-    Bytes sample;
-    for (const Bytes& unit : sourceSets_) {
-        appendUnit(sample, unit, lengthSize_);
-    }
-    sample.insert(sample.end(), packet->data, packet->data + packet->size);
-    ff::Packet withSets = packetOf(sample);
-    ff::check(av_packet_copy_props(withSets.get(), packet), "Not enough memory to copy the movie");
-    av_packet_unref(packet);
-    av_packet_move_ref(packet, withSets.get());
-}
-
 void VideoCut::copy(AVPacket* packet) {
     // A piece's copied packets begin with a keyframe (or follow encoded ones).
     if (!decodable_ && !isKeyframe(packet)) {
@@ -374,11 +349,18 @@ void VideoCut::copy(AVPacket* packet) {
 }
 
 void VideoCut::startSequence(AVPacket* packet) const {
-    if (afterEncoded_ && encoders_.place() == ParameterSetPlace::inBand) {
-        prependSourceSets(packet); // the frames before had their own
-    }
     if (bytes_ != nullptr) {
         bytes_->load(*packet);
+    }
+    if (afterEncoded_ && encoders_.place() == ParameterSetPlace::inBand) {
+        // The frames before had their own parameter sets: the source's come first.
+        Bytes sample = lengthPrefixed(sourceSets_, lengthSize_);
+        sample.insert(sample.end(), packet->data, packet->data + packet->size);
+        ff::Packet withSets = packetOf(sample);
+        ff::check(av_packet_copy_props(withSets.get(), packet),
+                  "Not enough memory to copy the movie");
+        av_packet_unref(packet);
+        av_packet_move_ref(packet, withSets.get());
     }
     ff::check(av_packet_make_writable(packet), "Not enough memory to copy the movie");
     const auto begun =

@@ -61,10 +61,9 @@ class VideoCut final : public TrackCutter {
     void keep(const AVPacket* packet);
     void encodeTail();
     void copyPendingKeyframe();
-    // The source's parameter sets before a copied keyframe's units, in its framing.
-    void prependSourceSets(AVPacket* packet) const;
     // A copied keyframe after a cut or encoded frames: it begins a new sequence
-    // (beginSequence), with the source's parameter sets when those may have changed.
+    // (beginSequence), with the source's parameter sets before its units when the
+    // frames before had their own.
     void startSequence(AVPacket* packet) const;
     std::int64_t outputTimestamp(std::int64_t sourceTimestamp) const;
     std::int64_t outputDecoding(std::int64_t sourceDecoding) const;
