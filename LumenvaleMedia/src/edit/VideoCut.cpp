@@ -49,6 +49,8 @@ VideoCut::VideoCut(const AVStream* source, CutEncoders& encoders, VideoOutput& o
     if (reorders_ && rate.num > 0 && rate.den > 0) {
         decodingDelay_ =
             av_rescale_q(source->codecpar->video_delay, av_inv_q(rate), output_.timeBase());
+        sourceDelay_ =
+            av_rescale_q(source->codecpar->video_delay, av_inv_q(rate), source->time_base);
     }
 }
 
@@ -78,6 +80,7 @@ void VideoCut::begin(const std::optional<Place>& place) {
     missedStart_ = false;
     decodable_ = false;
     pastEnd_ = false;
+    lastDecoding_ = AV_NOPTS_VALUE; // the source was sought
     if (!place) {
         phase_ = Phase::done;
         return;
@@ -96,10 +99,16 @@ void VideoCut::take(AVPacket* packet) {
     if ((packet->flags & AV_PKT_FLAG_CORRUPT) != 0) {
         throw MediaError("A frame of the movie’s picture is damaged.");
     }
-    if (reorders_ && packet->dts == AV_NOPTS_VALUE) {
-        // The decoding order cannot be kept without its times.
-        throw NeedsWholeEncode("This movie doesn’t tell when its frames are decoded, so its "
-                               "picture is encoded again.");
+    if (reorders_) {
+        if (packet->dts == AV_NOPTS_VALUE) {
+            // Matroska leaves the first packets after a seek without decoding times. A
+            // time no later than the real one serves: the cut only waits for more.
+            packet->dts = isKeyframe(packet) || lastDecoding_ == AV_NOPTS_VALUE
+                              ? timestamp - sourceDelay_
+                              : lastDecoding_ + 1;
+            packet->dts = std::min(packet->dts, timestamp);
+        }
+        lastDecoding_ = packet->dts;
     }
     const std::int64_t decoding = decodingOf(packet);
     if (reorders_ && isKeyframe(packet)) {
@@ -161,7 +170,8 @@ void VideoCut::advance(AVPacket* packet) {
         copyPendingKeyframe();
         phase_ = Phase::copying;
     }
-    if (decodedPastEnd) {
+    // A keyframe after one shown past the end begins a group no kept frame needs.
+    if (decodedPastEnd || (pastEnd_ && isKeyframe(packet))) {
         encodeTail();
         phase_ = Phase::done;
         return;

@@ -75,8 +75,10 @@ class VideoCut final : public TrackCutter {
     const SourceBytes* bytes_;
     AVCodecID codec_;
     int lengthSize_;
-    bool reorders_;              // B-frames: shown in another order than decoded
-    std::int64_t decodingDelay_; // output ticks a frame may be decoded before shown
+    bool reorders_;                              // B-frames: shown in another order than decoded
+    std::int64_t decodingDelay_;                 // output ticks a frame may be decoded before shown
+    std::int64_t sourceDelay_ = 0;               // the same in the source's time base
+    std::int64_t lastDecoding_ = AV_NOPTS_VALUE; // of the source's previous packet
     std::vector<Bytes> sourceSets_;
 
     Phase phase_ = Phase::done;
