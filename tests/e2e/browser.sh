@@ -101,9 +101,11 @@ ffmpeg -v error -y -i "$movies/Coded.mp4" -map 0 -c copy -bsf:v filter_units=rem
   >/dev/null 2>"$work/err" || fail "export failed: $(cat "$work/err")"
 tag=$(ffprobe -v error -select_streams v:0 -show_entries stream=codec_tag_string -of csv=p=0 "$work/plain-cut.mp4")
 [[ $tag == avc3 ]] || fail "the export of a movie without encoder settings has sample entry $tag, not avc3"
-read -r duration _ a b c d <<<"$(browse "$work/plain-cut.mp4" $(echo "0.5+$half; 1.5-$half; 1.5+$half; 4.9+$half" | bc -l))"
+# Seeking back from the frames with their own parameter sets to copied ones too.
+read -r duration _ a b c d e f <<<"$(browse "$work/plain-cut.mp4" \
+  $(echo "0.5+$half; 1.5-$half; 1.5+$half; 4.9+$half; 1.5+$half; 0.2+$half" | bc -l))"
 approx "$duration" 5 0.05 || fail "Chromium's duration of the avc3 export: $duration s, not 5"
-[[ "$a $b $c $d" == "15 44 75 177" ]] ||
-  fail "Chromium shows frames $a $b $c $d of the avc3 export; the edit put 15 44 75 177 there"
+[[ "$a $b $c $d $e $f" == "15 44 75 177 75 6" ]] ||
+  fail "Chromium shows frames $a $b $c $d $e $f of the avc3 export; the edit put 15 44 75 177 75 6 there"
 check_frames "$work/plain-cut.mp4" "the avc3 export"
 pass "cut export with parameter sets in the samples: Chromium, ffmpeg and libmpv show the edit's frames"

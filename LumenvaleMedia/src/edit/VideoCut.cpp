@@ -42,13 +42,11 @@ VideoCut::VideoCut(const AVStream* source, CutEncoders& encoders, VideoOutput& o
     : source_(source), encoders_(encoders), output_(output), bytes_(bytes),
       codec_(source->codecpar->codec_id),
       lengthSize_(nalLengthSize(codec_, extradataOf(*source->codecpar))),
-      reorders_(source->codecpar->video_delay > 0), decodingDelay_(0),
+      reorders_(source->codecpar->video_delay > 0),
       sourceSets_(parameterSets(codec_, extradataOf(*source->codecpar))) {
     const AVRational rate =
         source->r_frame_rate.num > 0 ? source->r_frame_rate : source->avg_frame_rate;
     if (reorders_ && rate.num > 0 && rate.den > 0) {
-        decodingDelay_ =
-            av_rescale_q(source->codecpar->video_delay, av_inv_q(rate), output_.timeBase());
         sourceDelay_ =
             av_rescale_q(source->codecpar->video_delay, av_inv_q(rate), source->time_base);
     }
@@ -109,15 +107,15 @@ void VideoCut::take(AVPacket* packet) {
             packet->dts = std::min(packet->dts, timestamp);
         }
         lastDecoding_ = packet->dts;
+        if (isKeyframe(packet)) {
+            // How long a keyframe is decoded before it is shown is the delay of the
+            // stream's decoding times (other frames may wait longer, as references).
+            decodingDelay_ =
+                std::max(decodingDelay_, av_rescale_q(timestamp - packet->dts, source_->time_base,
+                                                      output_.timeBase()));
+        }
     }
     const std::int64_t decoding = decodingOf(packet);
-    if (reorders_ && isKeyframe(packet)) {
-        // How long a keyframe is decoded before it is shown is the delay of the
-        // stream's decoding times (other frames may wait longer, as references).
-        decodingDelay_ =
-            std::max(decodingDelay_,
-                     av_rescale_q(timestamp - decoding, source_->time_base, output_.timeBase()));
-    }
     if (phase_ == Phase::findingStart) {
         // Every frame shown by the start has come once one decoded after it has.
         if (av_compare_ts(decoding, source_->time_base, place_.sourceStart, tickTimeBase) <= 0) {
@@ -310,7 +308,6 @@ void VideoCut::emitEncoded(const AVPacket* encoded) {
     // Encoded frames are decoded in the order shown; they keep the source's delay so
     // the copied frames around them keep their decoding times.
     output_.emit(packet.get(), encoded->pts, encoded->pts - decodingDelay_);
-    afterEncoded_ = true;
     joined_ = true;
 }
 
@@ -349,21 +346,21 @@ void VideoCut::copy(AVPacket* packet) {
         return;
     }
     decodable_ = true;
-    if (joined_ && isKeyframe(packet)) {
-        startSequence(packet);
+    // In band, every keyframe carries the source's parameter sets: a player that
+    // seeks to it may have frames with other sets behind it.
+    if (isKeyframe(packet) && (joined_ || encoders_.place() == ParameterSetPlace::inBand)) {
+        startSequence(packet, joined_);
     }
     joined_ = false;
-    afterEncoded_ = false;
     const std::int64_t shown = outputTimestamp(timestampOf(packet));
     output_.emit(packet, shown, reorders_ ? outputDecoding(decodingOf(packet)) : shown);
 }
 
-void VideoCut::startSequence(AVPacket* packet) const {
+void VideoCut::startSequence(AVPacket* packet, bool joined) const {
     if (bytes_ != nullptr) {
         bytes_->load(*packet);
     }
-    if (afterEncoded_ && encoders_.place() == ParameterSetPlace::inBand) {
-        // The frames before had their own parameter sets: the source's come first.
+    if (encoders_.place() == ParameterSetPlace::inBand) {
         Bytes sample = lengthPrefixed(sourceSets_, lengthSize_);
         sample.insert(sample.end(), packet->data, packet->data + packet->size);
         ff::Packet withSets = packetOf(sample);
@@ -373,8 +370,12 @@ void VideoCut::startSequence(AVPacket* packet) const {
         av_packet_move_ref(packet, withSets.get());
     }
     ff::check(av_packet_make_writable(packet), "Not enough memory to copy the movie");
+    // A keyframe that continues its own run keeps its type (an HEVC clean random
+    // access picture's leading pictures follow it).
     const auto begun =
-        beginSequence(codec_, {packet->data, static_cast<std::size_t>(packet->size)}, lengthSize_);
+        joined ? beginSequence(codec_, {packet->data, static_cast<std::size_t>(packet->size)},
+                               lengthSize_)
+               : SequenceStart::begins;
     if (begun == SequenceStart::cannot) {
         throw NeedsWholeEncode("This movie’s keyframes can’t begin a cut piece, so its picture is "
                                "encoded again.");
@@ -394,10 +395,6 @@ void VideoCut::end() {
         encodeTail();
     }
     phase_ = Phase::done;
-}
-
-void VideoCut::finish() {
-    output_.finish(endTimestamp_);
 }
 
 } // namespace lumenvale::edit

@@ -10,7 +10,7 @@
 // its own timestamp: the first one of a piece at the piece's output start, the others
 // at their distance from the source start, so the timeline is plain and contiguous.
 // The frames encoded again share the source's parameter sets, or carry their own in
-// their samples; then the first keyframe copied after them carries the source's.
+// their samples; then every copied keyframe carries the source's.
 
 #include "edit/CutEncoder.h"
 #include "edit/CutPlan.h"
@@ -37,7 +37,7 @@ class VideoCut final : public TrackCutter {
     void take(AVPacket* packet) override;
     bool done() const override { return phase_ == Phase::done; }
     void end() override;
-    void finish() override;
+    void finish() override { output_.finish(endTimestamp_); }
 
   private:
     // leading: the keyframe after a head has come; its leading pictures still join
@@ -61,10 +61,9 @@ class VideoCut final : public TrackCutter {
     void keep(const AVPacket* packet);
     void encodeTail();
     void copyPendingKeyframe();
-    // A copied keyframe after a cut or encoded frames: it begins a new sequence
-    // (beginSequence), with the source's parameter sets before its units when the
-    // frames before had their own.
-    void startSequence(AVPacket* packet) const;
+    // A copied keyframe: in band, the source's parameter sets before its units; after
+    // a cut or encoded frames (`joined`), it begins a new sequence (beginSequence).
+    void startSequence(AVPacket* packet, bool joined) const;
     std::int64_t outputTimestamp(std::int64_t sourceTimestamp) const;
     std::int64_t outputDecoding(std::int64_t sourceDecoding) const;
     bool before(std::int64_t sourceTimestamp, std::int64_t ticks) const;
@@ -76,8 +75,8 @@ class VideoCut final : public TrackCutter {
     AVCodecID codec_;
     int lengthSize_;
     bool reorders_;                              // B-frames: shown in another order than decoded
-    std::int64_t decodingDelay_;                 // output ticks a frame may be decoded before shown
-    std::int64_t sourceDelay_ = 0;               // the same in the source's time base
+    std::int64_t decodingDelay_ = 0;             // output ticks a frame may be decoded before shown
+    std::int64_t sourceDelay_ = 0;               // the stream's reorder depth, in its own time base
     std::int64_t lastDecoding_ = AV_NOPTS_VALUE; // of the source's previous packet
     std::vector<Bytes> sourceSets_;
 
@@ -88,11 +87,10 @@ class VideoCut final : public TrackCutter {
     std::int64_t encodeUntil_ = 0;    // source pts the head ends before
     std::set<std::int64_t> tail_;     // source pts of the frames after the end's
     bool encodingTail_ = false;
-    bool pastEnd_ = false;      // a frame shown after the end has been decoded
-    bool decodable_ = false;    // the piece's output has begun with a keyframe
-    bool missedStart_ = false;  // a frame by the start came with no keyframe before
-    bool afterEncoded_ = false; // the last frame written was encoded here
-    bool joined_ = false;       // the last frame written is not the source's previous
+    bool pastEnd_ = false;     // a frame shown after the end has been decoded
+    bool decodable_ = false;   // the piece's output has begun with a keyframe
+    bool missedStart_ = false; // a frame by the start came with no keyframe before
+    bool joined_ = false;      // the last frame written is not the source's previous
     ff::Packet pendingKeyframe_;
     std::unique_ptr<FrameDecoder> decoder_;
     std::unique_ptr<FrameEncoder> encoder_;
