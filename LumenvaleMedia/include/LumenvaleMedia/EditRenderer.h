@@ -94,10 +94,12 @@ Built build(const std::filesystem::path& source, const EditDecision& edit);
 // copied without encoding again except, at most, the frames between a cut and the
 // next keyframe; any other edit is encoded with `codec` at visually lossless quality.
 // Each clip shows exactly the frame at its start through the last frame before its
-// end. When the frames after a cut cannot be encoded to match the movie's own (a movie
-// Lumenvale did not record), the picture is encoded again in full with `codec` and the
+// end. The frames encoded at a cut share the movie's parameter sets when an encoder
+// can reproduce them (Lumenvale's recordings; movies whose x264 / x265 encoder left its
+// settings in them), else carry their own. When the picture cannot be copied at all
+// (another codec or picture format), it is encoded again in full with `codec` and the
 // sound still copied; when the sound is not AAC, the whole movie is encoded again.
-// `status` (optional) is told either way.
+// `status` (optional) is told why either way.
 // Returns the path written (see Destination). On failure throws MediaError and leaves
 // nothing behind: an edit that problem() refuses or whose result would be longer than
 // a day or shorter than one frame, a name that is taken, a source that changed while

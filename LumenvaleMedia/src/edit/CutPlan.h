@@ -50,11 +50,18 @@ class TrackCutter {
     virtual void finish() = 0;
 };
 
-// Thrown by the video cutter when a cut needs frames encoded again and no encoder can
-// make them match the source's sample description; the export then starts over,
-// encoding the whole picture.
+// Thrown by the video cutter when a cut needs frames encoded again and no encoder
+// suits the source at all; the export then starts over, encoding the whole picture.
+// `what()` is the status sentence that tells the user why.
 struct NeedsWholeEncode : std::runtime_error {
-    NeedsWholeEncode() : std::runtime_error("the picture must be encoded again in full") {}
+    explicit NeedsWholeEncode(const std::string& why) : std::runtime_error(why) {}
+};
+
+// Thrown by the video cutter when frames encoded again cannot share the source's
+// parameter sets; the export then starts over with parameter sets in the samples.
+struct NeedsInBandParameterSets : std::runtime_error {
+    NeedsInBandParameterSets()
+        : std::runtime_error("the frames encoded again need their own parameter sets") {}
 };
 
 // The finest time base in which both ticks and the stream's timestamps are whole

@@ -53,8 +53,9 @@ void FrameDecoder::reset() {
     avcodec_flush_buffers(context_.get());
 }
 
-FrameEncoder::FrameEncoder(ff::CodecContext encoder)
-    : encoder_(std::move(encoder)), input_(ff::makeFrame()), packet_(ff::makePacket()) {}
+FrameEncoder::FrameEncoder(ff::CodecContext encoder, FrameTypes types)
+    : encoder_(std::move(encoder)), types_(types), input_(ff::makeFrame()),
+      packet_(ff::makePacket()) {}
 
 const AVFrame* FrameEncoder::converted(const AVFrame* frame) {
     if (frame->width == encoder_->width && frame->height == encoder_->height &&
@@ -81,8 +82,11 @@ void FrameEncoder::encode(const AVFrame* frame, std::int64_t outputTimestamp,
                           const PacketSink& sink) {
     const AVFrame* source = converted(frame);
     ff::check(av_frame_ref(input_.get(), source), "Not enough memory to encode the video");
-    // The encoder decides frame types itself; its own timestamps count frames.
+    // Its own timestamps count frames.
     input_->pict_type = AV_PICTURE_TYPE_NONE;
+    if (types_ == FrameTypes::keyThenPredicted) {
+        input_->pict_type = nextIndex_ == 0 ? AV_PICTURE_TYPE_I : AV_PICTURE_TYPE_P;
+    }
     input_->pts = nextIndex_;
     outputTimestamps_[nextIndex_++] = outputTimestamp;
     const int sent = avcodec_send_frame(encoder_.get(), input_.get());

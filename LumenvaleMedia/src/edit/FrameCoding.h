@@ -29,13 +29,18 @@ class FrameDecoder {
     ff::Packet padded_;
 };
 
+// Which frame types an encoder gives: its own choice, or a keyframe followed only by
+// predicted frames (no B-frames, whatever the encoder was set up for, so the frames
+// come out in the order they went in).
+enum class FrameTypes { encoderChooses, keyThenPredicted };
+
 // Encodes frames with an opened encoder, each frame placed at an output timestamp
 // chosen by the caller; frames that differ from the encoder's size or pixel format
 // are converted first. Packets come out with pts = dts = the frame's output
-// timestamp (the encoders used make no B-frames).
+// timestamp (the encoders used make no B-frames, or are kept from making them).
 class FrameEncoder {
   public:
-    explicit FrameEncoder(ff::CodecContext encoder);
+    explicit FrameEncoder(ff::CodecContext encoder, FrameTypes types = FrameTypes::encoderChooses);
     using PacketSink = std::function<void(AVPacket* packet)>;
     void encode(const AVFrame* frame, std::int64_t outputTimestamp, const PacketSink& sink);
     // Drains the encoder; afterwards it accepts no more frames.
@@ -47,6 +52,7 @@ class FrameEncoder {
     void receive(const PacketSink& sink);
 
     ff::CodecContext encoder_;
+    FrameTypes types_;
     ff::Frame input_;  // the frame handed to the encoder
     ff::Frame scaled_; // conversion target, allocated on first need
     ff::Sws scaler_;

@@ -57,7 +57,7 @@ void MovieWriter::check(int code, const char* doing) const {
     ff::check(code, doing);
 }
 
-int MovieWriter::addCopiedStream(const AVStream* source, AVRational timeBase) {
+int MovieWriter::addCopiedStream(const AVStream* source, AVRational timeBase, SampleEntry entry) {
     AVStream* stream = avformat_new_stream(output_.get(), nullptr);
     if (stream == nullptr) {
         throw MediaError("Not enough memory to write the movie.");
@@ -74,6 +74,11 @@ int MovieWriter::addCopiedStream(const AVStream* source, AVRational timeBase) {
                           source->codecpar->codec_tag == MKTAG('h', 'v', 'c', '1') ||
                           source->codecpar->codec_tag == MKTAG('h', 'e', 'v', '1'));
     stream->codecpar->codec_tag = tagFits ? source->codecpar->codec_tag : 0;
+    if (entry == SampleEntry::parameterSetsInBand) {
+        stream->codecpar->codec_tag = source->codecpar->codec_id == AV_CODEC_ID_HEVC
+                                          ? MKTAG('h', 'e', 'v', '1')
+                                          : MKTAG('a', 'v', 'c', '3');
+    }
     if (stream->codecpar->codec_id == AV_CODEC_ID_AAC && stream->codecpar->frame_size <= 0) {
         stream->codecpar->frame_size = 1024; // what MPEG-4's header does not repeat
     }

@@ -15,6 +15,8 @@
 
 namespace lumenvale::edit {
 
+enum class SampleEntry { asSource, parameterSetsInBand };
+
 class MovieWriter {
   public:
     // Starts the file that becomes `destination` (FileOutput); `outputSeconds` is the
@@ -29,9 +31,11 @@ class MovieWriter {
     // Packets with `source`'s stand-in bytes are copied file to file.
     void copyFrom(const SourceBytes* source) { file_.copyFrom(source); }
 
-    // Adds a stream copied from `source`: codec parameters, metadata, disposition.
-    // Returns the new stream's index.
-    int addCopiedStream(const AVStream* source, AVRational timeBase);
+    // Adds a stream copied from `source`: codec parameters, metadata, disposition; its
+    // sample entry as the source's, or one whose samples may carry their own parameter
+    // sets (avc3 / hev1). Returns the new stream's index.
+    int addCopiedStream(const AVStream* source, AVRational timeBase,
+                        SampleEntry entry = SampleEntry::asSource);
     // Adds a stream written from an encoder's output, with `source`'s metadata and
     // disposition.
     int addEncodedStream(const AVStream* source, const AVCodecContext& encoder,

@@ -192,4 +192,56 @@ Bytes annexBToLengthPrefixed(AVCodecID codec, std::span<const std::uint8_t> acce
     return sample;
 }
 
+Bytes lengthPrefixed(const std::vector<Bytes>& units, int lengthSize) {
+    Bytes sample;
+    for (const Bytes& unit : units) {
+        for (int shift = 8 * (lengthSize - 1); shift >= 0; shift -= 8) {
+            sample.push_back(static_cast<std::uint8_t>((unit.size() >> shift) & 0xFF));
+        }
+        sample.insert(sample.end(), unit.begin(), unit.end());
+    }
+    return sample;
+}
+
+SequenceStart beginSequence(AVCodecID codec, std::span<std::uint8_t> sample, int lengthSize) {
+    constexpr int hevcCleanRandomAccess = 21;
+    constexpr int hevcBrokenLinkNoLeading = 18;
+    bool marked = false;
+    std::size_t at = 0;
+    const auto length = static_cast<std::size_t>(lengthSize);
+    while (at + length < sample.size()) {
+        std::size_t size = 0;
+        for (std::size_t i = 0; i < length; ++i) {
+            size = (size << 8) | sample[at + i];
+        }
+        at += length;
+        if (size == 0 || at + size > sample.size()) {
+            return SequenceStart::cannot;
+        }
+        std::uint8_t& header = sample[at];
+        at += size;
+        if (codec == AV_CODEC_ID_H264) {
+            const int type = header & 0x1F;
+            if (type == 5) {
+                return SequenceStart::begins;
+            }
+            if (type >= 1 && type <= 4) {
+                return SequenceStart::cannot; // a slice of a picture that is not IDR
+            }
+        } else if (codec == AV_CODEC_ID_HEVC) {
+            const int type = (header >> 1) & 0x3F;
+            if (type == hevcCleanRandomAccess) {
+                header =
+                    static_cast<std::uint8_t>((header & 0x81) | (hevcBrokenLinkNoLeading << 1));
+                marked = true; // every slice of the picture
+            } else if (type >= 16 && type <= 20) {
+                return SequenceStart::begins;
+            } else if (type < 16) {
+                return SequenceStart::cannot;
+            }
+        }
+    }
+    return marked ? SequenceStart::marked : SequenceStart::cannot;
+}
+
 } // namespace lumenvale::edit

@@ -39,4 +39,18 @@ int nalLengthSize(AVCodecID codec, std::span<const std::uint8_t> extradata);
 Bytes annexBToLengthPrefixed(AVCodecID codec, std::span<const std::uint8_t> accessUnit,
                              int lengthSize);
 
+// `units` each preceded by its length in `lengthSize` bytes, as MPEG-4 samples carry
+// NAL units.
+Bytes lengthPrefixed(const std::vector<Bytes>& units, int lengthSize);
+
+// A copied keyframe that follows other frames than its own predecessors (a cut, or
+// frames encoded again) must begin a new coded video sequence, or a decoder numbers
+// its pictures on from the frames before it and shows them out of order. In an MPEG-4
+// sample (units preceded by `lengthSize`-byte lengths): an H.264 IDR picture or HEVC
+// IDR / broken link picture already does (`begins`); an HEVC clean random access
+// picture is made a broken link one without leading pictures, in place (`marked`:
+// its leading pictures must not follow it); any other keyframe cannot (`cannot`).
+enum class SequenceStart { begins, marked, cannot };
+SequenceStart beginSequence(AVCodecID codec, std::span<std::uint8_t> sample, int lengthSize);
+
 } // namespace lumenvale::edit

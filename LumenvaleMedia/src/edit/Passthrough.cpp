@@ -4,6 +4,7 @@
 #include "edit/AudioCut.h"
 #include "edit/CutEncoder.h"
 #include "edit/CutPlan.h"
+#include "edit/EncoderSettings.h"
 #include "edit/MovieWriter.h"
 #include "edit/PacketSource.h"
 #include "edit/SourceBytes.h"
@@ -19,15 +20,46 @@ namespace {
 
 using EditRenderer::Built;
 
-enum class PictureRoute { splice, encodeAll };
+// splice: frames encoded at the cuts share the source's sample description;
+// spliceInBand: they carry their own parameter sets; encodeAll: the whole picture.
+enum class PictureRoute { splice, spliceInBand, encodeAll };
 
 // How far before a piece's start the source is sought: enough for the sound's
 // priming packet and the interleaving of the tracks in the file.
 constexpr std::int64_t seekLeadTicks = ticksPerSecond / 2;
 
-bool canSplice(const AVStream* video) {
-    return CutEncoders::codecOf(*video->codecpar).has_value() &&
-           video->codecpar->video_delay == 0; // B-frames reorder: their cuts are not spliced
+std::span<const std::uint8_t> bytesOf(const std::uint8_t* data, int size) {
+    return {data, static_cast<std::size_t>(std::max(0, size))};
+}
+
+// What the source's encoder wrote into the stream: in its extradata, or in the first
+// access unit (libx264 and libx265 put it there when the headers are global). Read
+// with a demuxer of its own, so the export's reading is not disturbed; nothing when
+// the file does not say.
+std::optional<EncoderSettings> sourceEncoderSettings(const SourceMovie& movie) {
+    const AVCodecParameters* video = movie.stream(movie.videoStream)->codecpar;
+    if (auto found = findEncoderSettings(bytesOf(video->extradata, video->extradata_size))) {
+        return found;
+    }
+    AVFormatContext* raw = nullptr;
+    if (avformat_open_input(&raw, movie.path.c_str(), nullptr, nullptr) < 0) {
+        return std::nullopt;
+    }
+    const ff::InputContext input(raw);
+    ff::Packet packet = ff::makePacket();
+    // The first video packet is close to the front; a damaged file is not read on.
+    constexpr int packetsToLookAt = 64;
+    for (int read = 0; read < packetsToLookAt && av_read_frame(input.get(), packet.get()) >= 0;
+         ++read) {
+        const bool isVideo = packet->stream_index == movie.videoStream;
+        auto found =
+            isVideo ? findEncoderSettings(bytesOf(packet->data, packet->size)) : std::nullopt;
+        av_packet_unref(packet.get());
+        if (isVideo) {
+            return found;
+        }
+    }
+    return std::nullopt;
 }
 
 PixelSize evenSize(PixelSize size) {
@@ -40,8 +72,8 @@ class CutOnlyExport {
     CutOnlyExport(SourceMovie& movie, const Built& built, PictureRoute route,
                   const ExportHooks& hooks, const EditRenderer::Destination& destination)
         : movie_(movie), built_(built),
-          bytes_(route == PictureRoute::splice ? std::make_unique<SourceBytes>(movie.path)
-                                               : nullptr),
+          bytes_(route != PictureRoute::encodeAll ? std::make_unique<SourceBytes>(movie.path)
+                                                  : nullptr),
           writer_(destination, built.outputDurationSeconds, hooks.progress, hooks.cancel),
           cutters_(built.tracks.size()), packet_(ff::makePacket()) {}
 
@@ -53,10 +85,17 @@ class CutOnlyExport {
         const AVStream* source = movie_.stream(plan.streamIndex);
         const AVRational timeBase = exactTimeBase(source->time_base);
         const int framesPerSecond = static_cast<int>(built_.frameRate);
-        if (route == PictureRoute::splice) {
-            const int stream = writer_.addCopiedStream(source, timeBase);
+        if (route != PictureRoute::encodeAll) {
+            const bool inBand = route == PictureRoute::spliceInBand;
+            // Samples that may carry parameter sets of their own have a sample entry
+            // that says so.
+            const int stream = writer_.addCopiedStream(source, timeBase,
+                                                       inBand ? SampleEntry::parameterSetsInBand
+                                                              : SampleEntry::asSource);
             videoOutput_ = std::make_unique<VideoOutput>(writer_, stream, timeBase);
-            cutEncoders_ = std::make_unique<CutEncoders>(source);
+            cutEncoders_ = std::make_unique<CutEncoders>(
+                source, sourceEncoderSettings(movie_),
+                inBand ? ParameterSetPlace::inBand : ParameterSetPlace::sampleDescription);
             cutters_.front() =
                 std::make_unique<VideoCut>(source, *cutEncoders_, *videoOutput_, bytes_.get());
             return;
@@ -209,15 +248,24 @@ std::filesystem::path exportCutOnly(SourceMovie& movie, const Built& built, Code
         };
     }
     const ExportHooks monotonic{progress, hooks.cancel, hooks.status};
-    if (canSplice(movie.stream(movie.videoStream))) {
+    std::string why = "This movie’s video is neither H.264 nor HEVC, so its picture is "
+                      "encoded again.";
+    if (CutEncoders::codecOf(*movie.stream(movie.videoStream)->codecpar)) {
+        // Each attempt that fails has removed its partial file; the next starts over.
         try {
-            return writeCutOnly(movie, built, PictureRoute::splice, codec, destination, monotonic);
-        } catch (const NeedsWholeEncode&) {
-            // The partial file is gone; start over below.
+            try {
+                return writeCutOnly(movie, built, PictureRoute::splice, codec, destination,
+                                    monotonic);
+            } catch (const NeedsInBandParameterSets&) {
+                return writeCutOnly(movie, built, PictureRoute::spliceInBand, codec, destination,
+                                    monotonic);
+            }
+        } catch (const NeedsWholeEncode& needed) {
+            why = needed.what();
         }
     }
     if (hooks.status) {
-        hooks.status("This movie wasn’t recorded by Lumenvale, so its picture is encoded again.");
+        hooks.status(why);
     }
     return writeCutOnly(movie, built, PictureRoute::encodeAll, codec, destination, monotonic);
 }

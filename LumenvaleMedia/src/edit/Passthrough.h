@@ -24,10 +24,13 @@ bool canCopySound(const SourceMovie& movie, const EditRenderer::Built& built);
 
 // Writes `built` (a cut-only edit of `movie`) to `destination` and returns the path
 // written. The picture is copied, with only the frames from a cut to the next keyframe
-// encoded again; when those cannot match the source (a movie Lumenvale did not record,
-// or one with B-frames) the whole picture is encoded with `codec` instead and
-// `hooks.status` is told. Requires canCopySound(). Throws MediaError (also when the
-// movie changed while it was copied); leaves nothing behind on failure.
+// (and, with B-frames, those before an end that need a frame after it) encoded again:
+// with the source's parameter sets when an encoder can reproduce them (Lumenvale's
+// recordings; movies whose encoder wrote its settings into them), else with their own
+// in the samples. When neither can be done (another codec, another picture format)
+// the whole picture is encoded with `codec` instead and `hooks.status` is told why. Requires
+// canCopySound(). Throws MediaError (also when the movie changed while it was copied); leaves
+// nothing behind on failure.
 std::filesystem::path exportCutOnly(SourceMovie& movie, const EditRenderer::Built& built,
                                     Codec codec, const EditRenderer::Destination& destination,
                                     const ExportHooks& hooks);

@@ -1,7 +1,8 @@
 #pragma once
 
-// The video stream of an export: packets placed at output timestamps, each frame
-// lasting until the next one, the last until the end of the result. Internal to the
+// The video stream of an export: packets placed at output timestamps, in decoding
+// order, each lasting until the next one is decoded, the last until the end of the
+// result. Internal to the
 // edit area; used by the one thread that exports.
 
 #include "edit/MovieWriter.h"
@@ -19,13 +20,20 @@ class VideoOutput {
     AVRational timeBase() const { return timeBase_; }
 
     // Writes the frame before this one and holds this one back until its duration
-    // is known. Takes over the packet's contents. Timestamps must rise.
-    void emit(AVPacket* packet, std::int64_t outputTimestamp);
+    // is known. Takes over the packet's contents. Decoding timestamps must rise (a
+    // clash, which only a time base too coarse for the source's frames gives, moves
+    // the frame a tick later rather than break the file); a frame is never shown
+    // before it is decoded.
+    void emit(AVPacket* packet, std::int64_t presentation, std::int64_t decoding);
+    // A frame shown in the order it is decoded.
+    void emit(AVPacket* packet, std::int64_t outputTimestamp) {
+        emit(packet, outputTimestamp, outputTimestamp);
+    }
     // Writes the frame held back, lasting until `endTimestamp`.
     void finish(std::int64_t endTimestamp);
 
   private:
-    void writeHeld(std::int64_t nextTimestamp);
+    void writeHeld(std::int64_t nextDecoding);
 
     MovieWriter& writer_;
     int stream_;

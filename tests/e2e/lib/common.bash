@@ -167,3 +167,15 @@ at = ((h // 2) * w + w // 2) * 3
 print(' '.join(str(data[i + at + 1] // 16 * 16 + data[i + at] // 16)
                for i in range(0, len(data) - frame + 1, frame)))"
 }
+
+# mpv_coded_frames MOVIE: as coded_frames, for the frames libmpv (the editor's player)
+# shows when it plays MOVIE to its end; "error ..." when it cannot.
+mpv_coded_frames() {
+  local folder
+  folder=$(mktemp -d "$work/mpv.XXXXXX")
+  if ! python3 "$(dirname "${BASH_SOURCE[0]}")/mpv_frames.py" "$1" "$folder" >/dev/null; then
+    echo "error: libmpv could not play $1"
+    return
+  fi
+  coded_frames "$folder/%08d.png"
+}

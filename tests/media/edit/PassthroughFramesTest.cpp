@@ -94,7 +94,14 @@ TEST_P(PassthroughFramesTest, ShowsTheChosenFramesAndCopiesAllButTheCutHeads) {
         const std::size_t j = expected[i].sourceIndex;
         EXPECT_NEAR(outputPackets[i].timeSeconds, expected[i].outputSeconds, 1e-5) << "frame " << i;
         if (encoded.count(i) == 0) {
-            EXPECT_EQ(outputPackets[i].md5, sourcePackets[j].md5) << "copied frame " << i;
+            // x265 begins with an IDR picture, its later keyframes are clean random
+            // access ones: copied after a cut or encoded frames, those are marked as
+            // broken links (their units' type byte), so pictures are numbered afresh.
+            const bool marked =
+                codec == Codec::hevc && sourcePackets[j].keyframe && j != 0 &&
+                (i == 0 || expected[i - 1].sourceIndex + 1 != j || encoded.count(i - 1) != 0);
+            EXPECT_EQ(outputPackets[i].md5 == sourcePackets[j].md5, !marked)
+                << "copied frame " << i;
             EXPECT_TRUE(outputFrames[i] == sourceFrames[j]) << "copied frame " << i;
             continue;
         }
