@@ -15,6 +15,7 @@ build_packages=(
   libxcb-randr0-dev libxcb-xinput-dev libxcb-shape0-dev libxcb-xkb-dev libxcb-xtest0-dev
   libxkbcommon-dev libxkbcommon-x11-dev
   libpulse-dev libmpv-dev libyuv-dev
+  libpipewire-0.3-dev libwayland-dev
   dpkg-dev file
 )
 runtime_packages=(
