@@ -16,6 +16,8 @@ if [[ -z "${LUMENVALE_SESSION_INNER:-}" ]]; then
   exec dbus-run-session -- "$0" "$@"
 fi
 
+# An X11 session even when started from a Wayland desktop.
+unset WAYLAND_DISPLAY XDG_SESSION_TYPE LUMENVALE_CAPTURE
 runtime=$(mktemp -d /tmp/lumenvale-session.XXXXXX)
 export XDG_RUNTIME_DIR=$runtime
 export HOME=${LUMENVALE_TEST_HOME:-$runtime/home}
