@@ -211,10 +211,12 @@ PipeWireStream::PipeWireStream(OwnedFd remote, std::uint32_t node, int fps, Pixe
         SPA_FORMAT_VIDEO_size, SPA_POD_CHOICE_RANGE_Rectangle(&wantedSize, &smallest, &largest),
         SPA_FORMAT_VIDEO_framerate,
         SPA_POD_CHOICE_RANGE_Fraction(&wantedRate, &slowest, &fastest)));
-    if (pw_stream_connect(
-            handles_->stream.get(), PW_DIRECTION_INPUT, node,
-            static_cast<pw_stream_flags>(PW_STREAM_FLAG_AUTOCONNECT | PW_STREAM_FLAG_MAP_BUFFERS),
-            &format, 1) < 0) {
+    // Not moved to another source when this one goes: the session manager ends the
+    // stream instead.
+    const auto flags = static_cast<pw_stream_flags>(
+        PW_STREAM_FLAG_AUTOCONNECT | PW_STREAM_FLAG_MAP_BUFFERS | PW_STREAM_FLAG_DONT_RECONNECT);
+    if (pw_stream_connect(handles_->stream.get(), PW_DIRECTION_INPUT, node, flags, &format, 1) <
+        0) {
         throw MediaError(noPipeWireSentence);
     }
 }

@@ -1,0 +1,99 @@
+#!/usr/bin/env bash
+# Recording the screen of a Wayland desktop (sway) through the desktop portal and
+# PipeWire: the movie has the output's size, the recorded length and the windows'
+# colours where they are; the portal's restore token is kept and sent again by the
+# next recording; without the ScreenCast portal the command says what to install and
+# leaves no part behind.
+set -euo pipefail
+e2e_session=wayland_session.sh
+source "$(dirname "$0")/lib/common.bash"
+
+# Two terminals of one solid colour each, tiled side by side: red left, blue right.
+for side in left:ff0000 right:0000ff; do
+  foot --app-id="${side%%:*}" --override=colors.background="${side#*:}" \
+    --override=cursor.color="${side#*:} ${side#*:}" sleep 600 >"$work/foot-${side%%:*}.log" 2>&1 &
+  background_pids+=($!)
+done
+for _ in $(seq 200); do
+  [[ $(swaymsg -t get_tree | grep -c '"app_id": "\(left\|right\)"') -eq 2 ]] && break
+  sleep 0.05
+done
+[[ $(swaymsg -t get_tree | grep -c '"app_id": "\(left\|right\)"') -eq 2 ]] ||
+  fail "the terminals did not open: $(cat "$work"/foot-*.log)"
+sleep 0.5 # their first pictures
+
+# pixel MOVIE SECONDS X Y: the colour at (X, Y) of the frame at SECONDS, as "R G B".
+pixel() {
+  ffmpeg -v error -ss "$2" -i "$1" -frames:v 1 -vf "crop=1:1:$3:$4" -f rawvideo -pix_fmt rgb24 - |
+    od -An -tu1 | xargs
+}
+# near "R G B" R G B: every channel within 40 of the expected one (the movie is H.264).
+near() {
+  local -a got=($1)
+  approx "${got[0]}" "$2" 40 && approx "${got[1]}" "$3" 40 && approx "${got[2]}" "$4" 40
+}
+
+# A bus without the portal: one sentence on what to install, and no part file.
+cat >"$work/bare-bus.conf" <<CONF
+<busconfig><type>session</type><listen>unix:dir=$work</listen><auth>EXTERNAL</auth>
+<policy context="default"><allow send_destination="*"/><allow receive_sender="*"/><allow own="*"/></policy></busconfig>
+CONF
+set +e
+dbus-run-session --config-file="$work/bare-bus.conf" -- \
+  "$LUMENVALE" record --screen --seconds 1 --no-countdown --no-system-audio --folder "$movies" \
+  >"$work/out" 2>"$work/err"
+status=$?
+set -e
+[[ $status -ne 0 ]] || fail "recording without the portal succeeded"
+grep -q "install xdg-desktop-portal and the desktop’s backend" "$work/err" ||
+  fail "no word on what to install: $(cat "$work/err")"
+[[ $(part_count) -eq 0 ]] || fail "a part file was left behind"
+pass "without the ScreenCast portal: what to install, and no part file"
+
+# The choice is asked for a monitor, the pointer drawn by the compositor, remembered.
+dbus-monitor --session "interface='org.freedesktop.portal.ScreenCast',member='SelectSources'" \
+  >"$work/first.log" 2>&1 &
+background_pids+=($!)
+sleep 0.3
+record --screen --seconds 3 --no-countdown --no-system-audio --folder "$movies"
+for option in '"types"' '"cursor_mode"' '"persist_mode"'; do
+  grep -A1 "$option" "$work/first.log" | grep -q 'uint32 [12]' ||
+    fail "SelectSources lacks $option: $(cat "$work/first.log")"
+done
+if [[ $status -ne 0 ]] && grep -q "unable to receive a valid format" "$XDG_RUNTIME_DIR/portal-wlr.log"; then
+  # xdg-desktop-portal-wlr 0.7 shares a monitor only when the compositor also offers
+  # it as DMA-BUF, which needs a GPU render node; headless sway without one cannot.
+  [[ "$err" == *"The desktop did not allow recording the screen."* ]] ||
+    fail "the backend's refusal was not said: $err"
+  [[ $(part_count) -eq 0 ]] || fail "a refused recording left a part file"
+  pass "a refused portal request: one sentence, no part file"
+  echo "SKIP: the rest needs a screen the portal can share: xdg-desktop-portal-wlr refused" \
+    "(it needs DMA-BUF screen copies, so a GPU render node: $(ls /dev/dri 2>&1 | xargs))" >&2
+  exit 77
+fi
+[[ $status -eq 0 ]] || fail "record exited with $status: $err"
+movie=$out
+[[ -f "$movie" ]] || fail "the printed path is no file: '$out'"
+size="$(stream_value "$movie" v:0 width)x$(stream_value "$movie" v:0 height)"
+[[ $size == 1280x720 ]] || fail "size $size, not the output's 1280x720"
+approx "$(format_duration "$movie")" 3 0.3 || fail "duration $(format_duration "$movie"), not about 3 s"
+left=$(pixel "$movie" 1.5 320 360)
+right=$(pixel "$movie" 1.5 960 360)
+near "$left" 255 0 0 || fail "the left of the screen is $left, not the red terminal"
+near "$right" 0 0 255 || fail "the right of the screen is $right, not the blue terminal"
+[[ $(part_count) -eq 0 ]] || fail "parts left behind"
+pass "Wayland screen: 1280x720, about 3 s, red left and blue right where the terminals are"
+
+# The portal's choice is remembered, and the next recording hands it back.
+token_file=$HOME/.local/state/lumenvale/screencast-restore-token
+[[ -s $token_file ]] || fail "no restore token was kept in $token_file"
+token=$(cat "$token_file")
+dbus-monitor --session "interface='org.freedesktop.portal.ScreenCast',member='SelectSources'" \
+  >"$work/monitor.log" 2>&1 &
+background_pids+=($!)
+sleep 0.3
+record --screen --seconds 1 --no-countdown --no-system-audio --folder "$movies"
+[[ $status -eq 0 ]] || fail "the second recording exited with $status: $err"
+grep -q "\"$token\"" "$work/monitor.log" || fail "the kept token was not sent: $(cat "$work/monitor.log")"
+pass "the restore token is kept and sent with the next choice of monitor"
+
