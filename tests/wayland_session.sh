@@ -5,7 +5,9 @@
 #   - sway on its headless backend, drawing with pixman: one output HEADLESS-1 of
 #     1280x720 (or LUMENVALE_SCREEN_SIZE), no borders, no XWayland,
 #   - the desktop portal (xdg-desktop-portal) with its wlroots backend
-#     (xdg-desktop-portal-wlr), which shares HEADLESS-1 without asking.
+#     (xdg-desktop-portal-wlr), which shares HEADLESS-1 without asking; on a machine
+#     without a GPU render node it gets tests/support/screencopy_dmabuf_notice.c
+#     preloaded, without which it refuses to share anything there.
 # sway refuses to run as root: started as root, the session runs as the user nobody.
 # The command finds WAYLAND_DISPLAY, SWAYSOCK and XDG_RUNTIME_DIR set; HOME is a
 # fresh folder; each part logs to $XDG_RUNTIME_DIR/NAME.log (portal-wlr.log: the
@@ -88,7 +90,14 @@ chooser_type=none
 output_name=HEADLESS-1
 max_fps=30
 CONF
-/usr/libexec/xdg-desktop-portal-wlr --loglevel="${LUMENVALE_PORTAL_WLR_LOG:-INFO}" --config "$runtime/portal-wlr.conf" >"$runtime/portal-wlr.log" 2>&1 &
+# Without a GPU render node the backend needs a word of help (see the file).
+preload=
+if ! compgen -G '/dev/dri/renderD*' >/dev/null; then
+  preload=$runtime/screencopy_dmabuf_notice.so
+  cc -shared -fPIC -o "$preload" "$(dirname "$0")/support/screencopy_dmabuf_notice.c" \
+    $(pkg-config --cflags --libs wayland-client) -ldl
+fi
+LD_PRELOAD=$preload /usr/libexec/xdg-desktop-portal-wlr --loglevel="${LUMENVALE_PORTAL_WLR_LOG:-INFO}" --config "$runtime/portal-wlr.conf" >"$runtime/portal-wlr.log" 2>&1 &
 pids+=($!)
 wait_for 'busctl --user status org.freedesktop.impl.portal.desktop.wlr >/dev/null 2>&1' \
   "$runtime/portal-wlr.log" xdg-desktop-portal-wlr

@@ -8,24 +8,27 @@ set -euo pipefail
 e2e_session=wayland_session.sh
 source "$(dirname "$0")/lib/common.bash"
 
-# Two terminals of one solid colour each, tiled side by side: red left, blue right.
+# Two terminals of one solid colour each, tiled side by side: red left, blue right
+# (the second one opened takes the right half). Each types a dot now and then in its
+# top row: sway copies the screen only when it draws it anew.
+terminals() { swaymsg -t get_tree | grep -c '"app_id": "\(left\|right\)"' || true; }
+opened=0
 for side in left:ff0000 right:0000ff; do
   foot --app-id="${side%%:*}" --override=colors.background="${side#*:}" \
-    --override=cursor.color="${side#*:} ${side#*:}" sleep 600 >"$work/foot-${side%%:*}.log" 2>&1 &
+    --override=cursor.color="${side#*:} ${side#*:}" \
+    sh -c 'while :; do printf .; sleep 0.2; done' >"$work/foot-${side%%:*}.log" 2>&1 &
   background_pids+=($!)
+  opened=$((opened + 1))
+  for _ in $(seq 200); do [[ $(terminals) -eq $opened ]] && break; sleep 0.05; done
+  [[ $(terminals) -eq $opened ]] || fail "the terminals did not open: $(cat "$work"/foot-*.log)"
 done
-for _ in $(seq 200); do
-  [[ $(swaymsg -t get_tree | grep -c '"app_id": "\(left\|right\)"') -eq 2 ]] && break
-  sleep 0.05
-done
-[[ $(swaymsg -t get_tree | grep -c '"app_id": "\(left\|right\)"') -eq 2 ]] ||
-  fail "the terminals did not open: $(cat "$work"/foot-*.log)"
 sleep 0.5 # their first pictures
 
 # pixel MOVIE SECONDS X Y: the colour at (X, Y) of the frame at SECONDS, as "R G B".
 pixel() {
-  ffmpeg -v error -ss "$2" -i "$1" -frames:v 1 -vf "crop=1:1:$3:$4" -f rawvideo -pix_fmt rgb24 - |
-    od -An -tu1 | xargs
+  # Two by two: the chroma planes have half the resolution.
+  ffmpeg -v error -ss "$2" -i "$1" -frames:v 1 -vf "crop=2:2:$3:$4" -f rawvideo -pix_fmt rgb24 - |
+    od -An -tu1 -N3 | xargs
 }
 # near "R G B" R G B: every channel within 40 of the expected one (the movie is H.264).
 near() {

@@ -20,8 +20,10 @@ namespace {
 
 using x11::FramePacer;
 
-// How long the compositor gets to send its first picture.
-constexpr std::chrono::milliseconds firstPictureLimit{5000};
+// How long the stream gets to be linked and agree on a format, and then how long the
+// first picture is waited for.
+constexpr std::chrono::milliseconds flowLimit{5000};
+constexpr std::chrono::milliseconds firstPictureLimit{1000};
 
 // The part of a picture of `picture` pixels that `area` (desktop pixels) covers, for a
 // monitor at `grant`'s place; the whole picture for a screen.
@@ -62,6 +64,9 @@ class CapturePortal::Engine {
                                                   : portal::PointerMode::hidden);
         stream = std::make_unique<portal::PipeWireStream>(std::move(grant.pipeWire), grant.node,
                                                           request.fps, request.size);
+        stream->waitUntilFlowing(flowLimit);
+        // Usually frame 0 has a picture; while the screen stays still a compositor
+        // may send none, and the frames are black until it does.
         stream->waitForPicture(firstPictureLimit);
         onFrame = std::move(frameHandler);
         onStopped = std::move(stoppedHandler);

@@ -75,8 +75,15 @@ struct PipeWireStream::Handles {
 
 struct StreamCallbacks {
     static void stateChanged(void* data, pw_stream_state, pw_stream_state state, const char*) {
+        auto* self = static_cast<PipeWireStream*>(data);
         if (state == PW_STREAM_STATE_ERROR || state == PW_STREAM_STATE_UNCONNECTED) {
-            static_cast<PipeWireStream*>(data)->end(PipeWireStream::Ending::streamGone);
+            self->end(PipeWireStream::Ending::streamGone);
+        } else if (state == PW_STREAM_STATE_STREAMING) {
+            {
+                std::lock_guard lock(self->mutex_);
+                self->flowing_ = true;
+            }
+            self->changed_.notify_all();
         }
     }
 
@@ -241,15 +248,22 @@ void PipeWireStream::end(Ending ending) {
     changed_.notify_all();
 }
 
-void PipeWireStream::waitForPicture(std::chrono::milliseconds limit) {
+void PipeWireStream::waitUntilFlowing(std::chrono::milliseconds limit) {
     std::unique_lock lock(mutex_);
-    changed_.wait_for(lock, limit, [this] { return picture_.generation > 0 || ended_.load(); });
+    changed_.wait_for(lock, limit, [this] { return flowing_ || ended_.load(); });
     if (unreadableFormat_) {
         throw MediaError("The screen’s picture comes in a pixel format Lumenvale can’t read.");
     }
-    if (picture_.generation == 0) {
+    if (!flowing_ || ended_) {
         throw MediaError("The desktop did not send a picture of the screen.");
     }
+}
+
+bool PipeWireStream::waitForPicture(std::chrono::milliseconds limit) {
+    std::unique_lock lock(mutex_);
+    return changed_.wait_for(lock, limit, [this] {
+        return picture_.generation > 0 || ended_.load();
+    }) && picture_.generation > 0;
 }
 
 void PipeWireStream::withPicture(const std::function<void(const Picture&)>& use) {

@@ -49,9 +49,13 @@ class PipeWireStream {
     PipeWireStream(const PipeWireStream&) = delete;
     PipeWireStream& operator=(const PipeWireStream&) = delete;
 
-    // Waits until the first picture has arrived, for at most `limit`. Throws
-    // MediaError when the stream ended or agreed on no format Lumenvale reads.
-    void waitForPicture(std::chrono::milliseconds limit);
+    // Waits, for at most `limit`, until the stream runs (linked, with a format agreed).
+    // Throws MediaError when it ended, agreed on no format Lumenvale reads, or did not
+    // start in time.
+    void waitUntilFlowing(std::chrono::milliseconds limit);
+    // Waits, for at most `limit`, for the first picture; false when none came. A
+    // compositor may send none while nothing on the screen changes.
+    bool waitForPicture(std::chrono::milliseconds limit);
     // Runs `use` with the newest picture while the stream cannot replace it.
     void withPicture(const std::function<void(const Picture&)>& use);
     // True once the stream has ended for good (the monitor is gone, sharing stopped).
@@ -70,6 +74,7 @@ class PipeWireStream {
     ByteOrder order_ = ByteOrder::bgra;
     PixelSize formatSize_;
     std::atomic<bool> ended_{false};
+    bool flowing_ = false;
     bool unreadableFormat_ = false;
 };
 
