@@ -100,3 +100,20 @@ record --screen --seconds 1 --no-countdown --no-system-audio --folder "$movies"
 grep -q "\"$token\"" "$work/monitor.log" || fail "the kept token was not sent: $(cat "$work/monitor.log")"
 pass "the restore token is kept and sent with the next choice of monitor"
 
+# An area is cut from the monitor: 200x100 from (540, 310), across the terminals' edge
+# at x = 640, so red on its left half and blue on its right.
+record --area 540,310,200,100 --seconds 1 --no-countdown --no-system-audio --folder "$movies"
+[[ $status -eq 0 ]] || fail "the area recording exited with $status: $err"
+size="$(stream_value "$out" v:0 width)x$(stream_value "$out" v:0 height)"
+[[ $size == 200x100 ]] || fail "area size $size, not 200x100"
+for x in 4 90; do near "$(pixel "$out" 0.5 $x 50)" 255 0 0 || fail "the area at x $x is not red"; done
+for x in 110 194; do near "$(pixel "$out" 0.5 $x 50)" 0 0 255 || fail "the area at x $x is not blue"; done
+pass "an area: its size, and the part of the screen it covers"
+
+# A token the desktop no longer knows: asked afresh, and the new choice kept.
+echo stale-token >"$token_file"
+record --screen --seconds 1 --no-countdown --no-system-audio --folder "$movies"
+[[ $status -eq 0 ]] || fail "with a stale token the recording exited with $status: $err"
+[[ -s $token_file && $(cat "$token_file") != stale-token ]] || fail "the stale token was kept"
+pass "a stale restore token: a new choice, remembered"
+
