@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # Recording the screen of a Wayland desktop (sway) through the desktop portal and
 # PipeWire: the movie has the output's size, the recorded length and the windows'
-# colours where they are; the portal's restore token is kept and sent again by the
-# next recording; without the ScreenCast portal the command says what to install and
-# leaves no part behind.
+# colours where they are; an area shows just its part; the portal's restore token is
+# kept and sent again by the next recording, and a stale one leads to a new choice; a
+# refused choice and a bus without the ScreenCast portal each get one sentence (the
+# latter: what to install) and leave no part behind.
 set -euo pipefail
 e2e_session=wayland_session.sh
 source "$(dirname "$0")/lib/common.bash"
@@ -117,3 +118,21 @@ record --screen --seconds 1 --no-countdown --no-system-audio --folder "$movies"
 [[ -s $token_file && $(cat "$token_file") != stale-token ]] || fail "the stale token was kept"
 pass "a stale restore token: a new choice, remembered"
 
+
+# The choice refused (a chooser that picks nothing, as when the user cancels): one
+# sentence, and no part file. The backend is replaced for this, so it comes last.
+rm -f "$token_file"
+printf '[screencast]\nchooser_type=simple\nchooser_cmd=false\n' >"$work/refusing.conf"
+/usr/libexec/xdg-desktop-portal-wlr --replace --config "$work/refusing.conf" >"$work/refusing.log" 2>&1 &
+background_pids+=($!)
+for _ in $(seq 200); do
+  busctl --user status org.freedesktop.impl.portal.desktop.wlr 2>/dev/null | grep -q "^PID=$!$" && break
+  sleep 0.05
+done
+busctl --user status org.freedesktop.impl.portal.desktop.wlr | grep -q "^PID=$!$" ||
+  fail "the refusing backend did not take over: $(cat "$work/refusing.log")"
+record --screen --seconds 1 --no-countdown --no-system-audio --folder "$movies"
+[[ $status -ne 0 ]] || fail "a refused choice still recorded"
+[[ "$err" == *"The desktop did not allow recording the screen."* ]] || fail "the refusal was not said: $err"
+[[ $(part_count) -eq 0 ]] || fail "a refused recording left a part file"
+pass "a refused choice: one sentence, no part file"
