@@ -1,12 +1,13 @@
 // The Wayland capture's own parts that need no desktop: the pixel orders PipeWire
-// hands over, where the remembered choice of monitor is kept, and displays without a
-// compositor. The capture itself runs against a real session in
-// tests/e2e/wayland_record_screen.sh.
+// hands over, where the remembered choice of monitor is kept, which part of a
+// monitor's picture an area takes, and displays without a compositor. The capture itself runs
+// against a real session in tests/e2e/wayland_record_screen.sh.
 
 #include "LumenvaleMedia/DisplaysWayland.h"
 #include "LumenvaleMedia/MediaError.h"
 #include "capture/portal/PipeWireStream.h"
 #include "capture/portal/ScreenCastPortal.h"
+#include "capture/portal/VisiblePart.h"
 
 #include <cstdlib>
 #include <gtest/gtest.h>
@@ -87,6 +88,31 @@ TEST(PortalDisplays, WithoutACompositorTheDisplayIsGone) {
         EXPECT_EQ(error.recError, RecError::displayGone);
     }
     EXPECT_TRUE(displays.windows().empty());
+}
+
+} // namespace
+} // namespace lumenvale::portal
+
+namespace lumenvale::portal {
+namespace {
+
+TEST(PortalVisiblePart, AnAreaIsCutFromItsMonitorInThePicturesPixels) {
+    ScreenCastGrant grant;
+    grant.x = 1280;
+    grant.y = 0;
+    grant.width = 1280;
+    grant.height = 720;
+    const PixelSize picture{1280, 720};
+    EXPECT_EQ(visiblePart(CaptureScreen{}, grant, picture), (x11::PixelRect{0, 0, 1280, 720}));
+    EXPECT_EQ(visiblePart(CaptureArea{{1380, 10, 200, 100}}, grant, picture),
+              (x11::PixelRect{100, 10, 200, 100}));
+    // Across the monitor's left edge: only its part on this monitor.
+    EXPECT_EQ(visiblePart(CaptureArea{{1200, 10, 200, 100}}, grant, picture),
+              (x11::PixelRect{0, 10, 120, 100}));
+    EXPECT_TRUE(visiblePart(CaptureArea{{0, 0, 200, 100}}, grant, picture).empty());
+    // A monitor scaled by two sends twice the pixels of its place in the layout.
+    EXPECT_EQ(visiblePart(CaptureArea{{1380.5, 10, 200, 100}}, grant, {2560, 1440}),
+              (x11::PixelRect{201, 20, 400, 200}));
 }
 
 } // namespace

@@ -6,6 +6,7 @@
 #include "capture/PixelRect.h"
 #include "capture/portal/PipeWireStream.h"
 #include "capture/portal/ScreenCastPortal.h"
+#include "capture/portal/VisiblePart.h"
 
 #include <atomic>
 #include <cmath>
@@ -24,28 +25,6 @@ using x11::FramePacer;
 // first picture is waited for.
 constexpr std::chrono::milliseconds flowLimit{5000};
 constexpr std::chrono::milliseconds firstPictureLimit{1000};
-
-// The part of a picture of `picture` pixels that `area` (desktop pixels) covers, for a
-// monitor at `grant`'s place; the whole picture for a screen.
-x11::PixelRect visiblePart(const CaptureTarget& target, const portal::ScreenCastGrant& grant,
-                           PixelSize picture) {
-    const x11::PixelRect whole{0, 0, picture.width, picture.height};
-    const auto* area = std::get_if<CaptureArea>(&target);
-    if (!area) {
-        return whole;
-    }
-    // The portal gives the monitor's place in layout units; its picture may have more
-    // pixels than that (a scaled monitor).
-    const double factor = grant.width && *grant.width > 0 ? static_cast<double>(picture.width) /
-                                                                static_cast<double>(*grant.width)
-                                                          : 1.0;
-    const Rect& rect = area->rect;
-    const x11::PixelRect part =
-        x11::enclosingPixels(Rect{(rect.x - static_cast<double>(grant.x.value_or(0))) * factor,
-                                  (rect.y - static_cast<double>(grant.y.value_or(0))) * factor,
-                                  rect.width * factor, rect.height * factor});
-    return x11::intersection(part, whole);
-}
 
 } // namespace
 
@@ -116,7 +95,7 @@ class CapturePortal::Engine {
             if (picture.generation == 0) {
                 return;
             }
-            const x11::PixelRect part = visiblePart(request.target, grant, picture.size);
+            const x11::PixelRect part = portal::visiblePart(request.target, grant, picture.size);
             if (part.empty()) {
                 return;
             }
