@@ -17,7 +17,15 @@
 set -euo pipefail
 
 if [[ $(id -u) -eq 0 ]]; then
-  exec setpriv --reuid=nobody --regid=nogroup --clear-groups -- "$0" "$@"
+  as_nobody=(setpriv --reuid=nobody --regid=nogroup --clear-groups --)
+  for needed in "$0" ${LUMENVALE:+"$LUMENVALE"}; do
+    "${as_nobody[@]}" test -r "$needed" || {
+      echo "The Wayland session runs as nobody, who cannot read $needed: make the checkout" \
+        "and the build readable by all users." >&2
+      exit 1
+    }
+  done
+  exec "${as_nobody[@]}" "$0" "$@"
 fi
 if [[ -z "${LUMENVALE_WAYLAND_SESSION_INNER:-}" ]]; then
   export LUMENVALE_WAYLAND_SESSION_INNER=1

@@ -3,13 +3,11 @@
 #include "LumenvaleMedia/MediaError.h"
 #include "capture/FrameFit.h"
 #include "capture/FramePacer.h"
-#include "capture/PixelRect.h"
 #include "capture/portal/PipeWireStream.h"
 #include "capture/portal/ScreenCastPortal.h"
 #include "capture/portal/VisiblePart.h"
 
 #include <atomic>
-#include <cmath>
 #include <condition_variable>
 #include <mutex>
 #include <pthread.h>
