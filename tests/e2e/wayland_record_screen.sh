@@ -81,12 +81,17 @@ movie=$out
 size="$(stream_value "$movie" v:0 width)x$(stream_value "$movie" v:0 height)"
 [[ $size == 1280x720 ]] || fail "size $size, not the output's 1280x720"
 approx "$(format_duration "$movie")" 3 0.3 || fail "duration $(format_duration "$movie"), not about 3 s"
+# Paced as on X11: a frame every 1/30 s whatever the compositor sends.
+[[ "$(stream_value "$movie" v:0 r_frame_rate)" == 30/1 ]] || fail "frame rate $(stream_value "$movie" v:0 r_frame_rate)"
+frames=$(ffprobe -v error -count_frames -select_streams v:0 -show_entries stream=nb_read_frames \
+  -of default=nw=1:nk=1 "$movie")
+approx "$frames" 90 3 || fail "$frames frames in 3 s at 30 fps"
 left=$(pixel "$movie" 1.5 320 360)
 right=$(pixel "$movie" 1.5 960 360)
 near "$left" 255 0 0 || fail "the left of the screen is $left, not the red terminal"
 near "$right" 0 0 255 || fail "the right of the screen is $right, not the blue terminal"
 [[ $(part_count) -eq 0 ]] || fail "parts left behind"
-pass "Wayland screen: 1280x720, about 3 s, red left and blue right where the terminals are"
+pass "Wayland screen: 1280x720, 3 s of frames at 30 fps, red left and blue right where the terminals are"
 
 # The portal's choice is remembered, and the next recording hands it back.
 token_file=$HOME/.local/state/lumenvale/screencast-restore-token
