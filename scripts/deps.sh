@@ -16,6 +16,7 @@ build_packages=(
   libxcb-damage0-dev
   libxkbcommon-dev libxkbcommon-x11-dev
   libpulse-dev libmpv-dev libyuv-dev
+  libpipewire-0.3-dev libwayland-dev
   dpkg-dev file
 )
 runtime_packages=(
@@ -24,6 +25,10 @@ runtime_packages=(
   desktop-file-utils appstream man-db
   at-spi2-core python3-pyatspi python3-dbus python3-gi xclip xcompmgr
   qml6-module-qtmultimedia gstreamer1.0-plugins-base gstreamer1.0-plugins-good
+  # The Wayland test session: sway headless, PipeWire and the desktop portal; a
+  # GStreamer video source for PipeWire.
+  sway foot pipewire wireplumber xdg-desktop-portal xdg-desktop-portal-wlr
+  gstreamer1.0-tools gstreamer1.0-pipewire
 )
 
 wanted=("${build_packages[@]}")

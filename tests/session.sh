@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Runs a command inside a private desktop session made of real parts:
-#   - a D-Bus session bus (dbus-run-session),
+#   - a D-Bus session bus (dbus-run-session) that starts the installed services on
+#     demand, except the desktop portal,
 #   - Xvfb (1920x1080, or LUMENVALE_SCREEN_SIZE, 24-bit, with MIT-SHM, Composite and DAMAGE)
 #     and the openbox window manager,
 #   - a PulseAudio server with a null sink "lumenvale_speakers" (the default sink:
@@ -13,9 +14,26 @@ set -euo pipefail
 
 if [[ -z "${LUMENVALE_SESSION_INNER:-}" ]]; then
   export LUMENVALE_SESSION_INNER=1
-  exec dbus-run-session -- "$0" "$@"
+  # The bus starts the installed services on demand, but not the desktop portal: this
+  # X11 desktop has none (it is installed for tests/wayland_session.sh).
+  LUMENVALE_SESSION_BUS=$(mktemp -d /tmp/lumenvale-bus.XXXXXX)
+  export LUMENVALE_SESSION_BUS
+  mkdir "$LUMENVALE_SESSION_BUS/services"
+  for service in /usr/share/dbus-1/services/*.service; do
+    [[ $(basename "$service") == org.freedesktop.*portal* ]] ||
+      ln -s "$service" "$LUMENVALE_SESSION_BUS/services/"
+  done
+  cat >"$LUMENVALE_SESSION_BUS/session.conf" <<CONF
+<busconfig><type>session</type><keep_umask/><listen>unix:tmpdir=/tmp</listen>
+<auth>EXTERNAL</auth><servicedir>$LUMENVALE_SESSION_BUS/services</servicedir>
+<policy context="default"><allow send_destination="*" eavesdrop="true"/>
+<allow eavesdrop="true"/><allow own="*"/></policy></busconfig>
+CONF
+  exec dbus-run-session --config-file="$LUMENVALE_SESSION_BUS/session.conf" -- "$0" "$@"
 fi
 
+# An X11 session even when started from a Wayland desktop.
+unset WAYLAND_DISPLAY XDG_SESSION_TYPE LUMENVALE_CAPTURE
 runtime=$(mktemp -d /tmp/lumenvale-session.XXXXXX)
 export XDG_RUNTIME_DIR=$runtime
 export HOME=${LUMENVALE_TEST_HOME:-$runtime/home}
@@ -24,7 +42,7 @@ pids=()
 cleanup() {
   for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null || true; done
   wait 2>/dev/null || true
-  rm -rf "$runtime"
+  rm -rf "$runtime" "${LUMENVALE_SESSION_BUS:-}"
 }
 trap cleanup EXIT
 

@@ -1,6 +1,8 @@
 #include "desktop/Desktop.h"
 
+#include "LumenvaleMedia/CapturePortal.h"
 #include "LumenvaleMedia/CaptureX11.h"
+#include "LumenvaleMedia/DisplaysWayland.h"
 #include "LumenvaleMedia/DisplaysX11.h"
 #include "desktop/DisplaysNull.h"
 #include "desktop/GlobalKeysNull.h"
@@ -12,14 +14,39 @@
 
 namespace lumenvale::Desktop {
 
-Session session() {
-    return qEnvironmentVariableIsEmpty("DISPLAY") ? Session::none : Session::x11;
+Session sessionOf(const SessionEnvironment& environment) {
+    if (environment.captureOverride == QLatin1String("x11")) {
+        return Session::x11;
+    }
+    if (environment.captureOverride == QLatin1String("portal")) {
+        return Session::wayland;
+    }
+    if (!environment.waylandDisplay.isEmpty() ||
+        environment.sessionType.compare(QLatin1String("wayland"), Qt::CaseInsensitive) == 0) {
+        return Session::wayland;
+    }
+    return environment.display.isEmpty() ? Session::none : Session::x11;
 }
+
+Session session() {
+    return sessionOf({qEnvironmentVariable("DISPLAY"), qEnvironmentVariable("WAYLAND_DISPLAY"),
+                      qEnvironmentVariable("XDG_SESSION_TYPE"),
+                      qEnvironmentVariable("LUMENVALE_CAPTURE")});
+}
+
+namespace {
+// XWayland, when a Wayland session has it: keys typed into its windows.
+bool hasXDisplay() {
+    return !qEnvironmentVariableIsEmpty("DISPLAY");
+}
+} // namespace
 
 std::unique_ptr<Displays> makeDisplays() {
     switch (session()) {
     case Session::x11:
         return std::make_unique<DisplaysX11>();
+    case Session::wayland:
+        return std::make_unique<DisplaysWayland>();
     case Session::none:
         return std::make_unique<DisplaysNull>();
     }
@@ -27,7 +54,10 @@ std::unique_ptr<Displays> makeDisplays() {
 }
 
 std::unique_ptr<VideoSource> makeCapture(CaptureRequest request) {
-    // X11 is the only capture there is; without a display its start() says so.
+    // Without a display, X11's start() says so.
+    if (session() == Session::wayland) {
+        return std::make_unique<CapturePortal>(std::move(request));
+    }
     return std::make_unique<CaptureX11>(std::move(request));
 }
 
@@ -35,6 +65,9 @@ std::unique_ptr<Keyboard> makeKeyboard() {
     switch (session()) {
     case Session::x11:
         return std::make_unique<KeyboardX11>();
+    case Session::wayland:
+        return hasXDisplay() ? std::unique_ptr<Keyboard>(std::make_unique<KeyboardX11>())
+                             : std::make_unique<KeyboardNull>();
     case Session::none:
         return std::make_unique<KeyboardNull>();
     }
@@ -45,6 +78,7 @@ std::unique_ptr<GlobalKeys> makeGlobalKeys() {
     switch (session()) {
     case Session::x11:
         return std::make_unique<GlobalKeysX11>(std::make_unique<KeyboardX11>());
+    case Session::wayland: // X11 grabs would see only XWayland's windows
     case Session::none:
         return std::make_unique<GlobalKeysNull>();
     }

@@ -6,10 +6,12 @@
 #include "desktop/GlobalKeys.h"
 #include "desktop/Keyboard.h"
 
+#include <QString>
 #include <memory>
 
-// The one place that picks the desktop's implementations for this session. Today the
-// desktop is X11; a session without a display server (a headless run) gets the null
+// The one place that picks the desktop's implementations for this session: X11, or a
+// Wayland desktop, whose screens are recorded through the desktop portal (ScreenCast
+// and PipeWire); a session without a display server (a headless run) gets the null
 // displays, which hold no screens and no windows and cannot be captured. Everything
 // else in the application asks through the interfaces made here and never names a
 // backend.
@@ -17,9 +19,24 @@
 // Threads: any; what is made belongs to the caller and is used as its interface says.
 namespace lumenvale::Desktop {
 
-enum class Session { x11, none };
+enum class Session { x11, wayland, none };
 
-// X11 when DISPLAY names a display, none otherwise; read afresh on every call.
+// The environment variables that decide the session.
+struct SessionEnvironment {
+    QString display;        // DISPLAY
+    QString waylandDisplay; // WAYLAND_DISPLAY
+    QString sessionType;    // XDG_SESSION_TYPE
+    // LUMENVALE_CAPTURE: "x11" or "portal" picks that backend whatever the session
+    // says (for tests); anything else is ignored.
+    QString captureOverride;
+};
+
+// Wayland when WAYLAND_DISPLAY is set or XDG_SESSION_TYPE is "wayland" (an X server
+// there is XWayland, which cannot see the Wayland windows); else X11 when DISPLAY
+// names a display; else none. The override comes first.
+Session sessionOf(const SessionEnvironment& environment);
+
+// sessionOf() the process's environment, read afresh on every call.
 Session session();
 
 // The displays and windows of the session's desktop. Nothing is asked of the display

@@ -92,6 +92,9 @@ std::optional<std::string> captureProblem() {
         if (displays->captureAvailable()) {
             return std::nullopt;
         }
+        if (Desktop::session() == Desktop::Session::wayland) {
+            return "The Wayland desktop has no screen to record.";
+        }
         return "This display doesn’t allow screen capture: it needs the MIT-SHM and Composite "
                "extensions.";
     } catch (const std::exception& error) {

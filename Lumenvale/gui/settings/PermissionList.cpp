@@ -58,10 +58,16 @@ QString PermissionList::detail(Permissions::Kind kind, bool held) const {
         if (held) {
             return QStringLiteral("Lumenvale can record the screen.");
         }
-        return Desktop::session() == Desktop::Session::none
-                   ? QStringLiteral("No display is running, so there is no screen to record.")
-                   : QStringLiteral("The display doesn’t offer the shared memory and compositing "
-                                    "extensions that recording needs.");
+        switch (Desktop::session()) {
+        case Desktop::Session::none:
+            return QStringLiteral("No display is running, so there is no screen to record.");
+        case Desktop::Session::wayland:
+            return QStringLiteral("The Wayland desktop shows no screen to record.");
+        case Desktop::Session::x11:
+            break;
+        }
+        return QStringLiteral("The display doesn’t offer the shared memory and compositing "
+                              "extensions that recording needs.");
     case Permissions::Kind::microphone:
         if (held) {
             return QStringLiteral("Lumenvale can record from a microphone.");

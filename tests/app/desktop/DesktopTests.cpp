@@ -1,5 +1,6 @@
-// The desktop chooser: the session's X server when DISPLAY names one; without it the
-// null desktop, where screens and windows are simply absent and nothing is captured.
+// The desktop chooser: a Wayland session (recorded through the desktop portal), else the
+// session's X server when DISPLAY names one; without either the null desktop, where
+// screens and windows are simply absent and nothing is captured.
 
 #include "desktop/Desktop.h"
 
@@ -24,6 +25,23 @@ TEST(Desktop, ASessionWithoutADisplayHasNoScreensAndCannotBeCaptured) {
     EXPECT_TRUE(none->screens().empty());
     EXPECT_FALSE(none->screenUnderPointer().has_value());
     EXPECT_TRUE(none->windows().empty());
+}
+
+TEST(Desktop, WaylandWinsOverXWaylandAndTheOverrideOverEverything) {
+    using Desktop::Session;
+    const auto of = [](const char* display, const char* wayland, const char* type,
+                       const char* override) {
+        return Desktop::sessionOf({QString::fromLatin1(display), QString::fromLatin1(wayland),
+                                   QString::fromLatin1(type), QString::fromLatin1(override)});
+    };
+    EXPECT_EQ(of(":0", "", "x11", ""), Session::x11);
+    EXPECT_EQ(of(":0", "wayland-0", "", ""), Session::wayland); // XWayland's DISPLAY
+    EXPECT_EQ(of("", "", "wayland", ""), Session::wayland);
+    EXPECT_EQ(of("", "", "Wayland", ""), Session::wayland);
+    EXPECT_EQ(of("", "", "tty", ""), Session::none);
+    EXPECT_EQ(of(":0", "wayland-0", "wayland", "x11"), Session::x11);
+    EXPECT_EQ(of(":0", "", "x11", "portal"), Session::wayland);
+    EXPECT_EQ(of(":0", "", "", "pipewire"), Session::x11); // an unknown override is ignored
 }
 
 } // namespace

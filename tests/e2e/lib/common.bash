@@ -1,14 +1,18 @@
 # Shared by the end-to-end scripts (sourced, never run on its own).
 #
-# A script that sources this runs itself inside tests/session.sh when it is not
-# already inside a session, then gets a private work folder: its own temporary folder
+# A script that sources this runs itself inside tests/session.sh (or the session
+# script named by $e2e_session, e.g. wayland_session.sh) when it is not already
+# inside a session, then gets a private work folder: its own temporary folder
 # (where part files go), its own settings (XDG_CONFIG_HOME) and a movies folder.
 # $LUMENVALE names the binary under test.
 
 e2e_script=$(cd "$(dirname "${BASH_SOURCE[1]}")" && pwd)/$(basename "${BASH_SOURCE[1]}")
 e2e_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
-if [[ -z "${LUMENVALE_SESSION_INNER:-}" ]]; then
-  exec "$e2e_root/session.sh" bash "$e2e_script" "$@"
+e2e_session=${e2e_session:-session.sh}
+e2e_inner=LUMENVALE_SESSION_INNER
+[[ $e2e_session == wayland_session.sh ]] && e2e_inner=LUMENVALE_WAYLAND_SESSION_INNER
+if [[ -z "${!e2e_inner:-}" ]]; then
+  exec "$e2e_root/$e2e_session" bash "$e2e_script" "$@"
 fi
 : "${LUMENVALE:?set LUMENVALE to the path of the lumenvale binary}"
 

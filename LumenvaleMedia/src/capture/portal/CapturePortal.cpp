@@ -1,0 +1,188 @@
+#include "LumenvaleMedia/CapturePortal.h"
+
+#include "LumenvaleMedia/MediaError.h"
+#include "capture/FrameFit.h"
+#include "capture/FramePacer.h"
+#include "capture/portal/PipeWireStream.h"
+#include "capture/portal/ScreenCastPortal.h"
+#include "capture/portal/VisiblePart.h"
+
+#include <atomic>
+#include <condition_variable>
+#include <mutex>
+#include <pthread.h>
+#include <thread>
+
+namespace lumenvale {
+
+namespace {
+
+using x11::FramePacer;
+
+// How long the stream gets to be linked and agree on a format, and then how long the
+// first picture is waited for.
+constexpr std::chrono::milliseconds flowLimit{5000};
+constexpr std::chrono::milliseconds firstPictureLimit{1000};
+
+} // namespace
+
+// The portal session, the stream and the capture thread, made by start().
+class CapturePortal::Engine {
+  public:
+    explicit Engine(const CaptureRequest& wanted) : request(wanted), canvas(wanted.size) {}
+
+    ~Engine() { stop(); }
+    Engine(const Engine&) = delete;
+    Engine& operator=(const Engine&) = delete;
+
+    void start(FrameHandler frameHandler, StoppedHandler stoppedHandler) {
+        portal = std::make_unique<portal::ScreenCastPortal>(portal::restoreTokenPath());
+        grant = portal->open(request.showsPointer ? portal::PointerMode::drawn
+                                                  : portal::PointerMode::hidden);
+        stream = std::make_unique<portal::PipeWireStream>(std::move(grant.pipeWire), grant.node,
+                                                          request.fps, request.size);
+        stream->waitUntilFlowing(flowLimit);
+        // Usually frame 0 has a picture; while the screen stays still a compositor
+        // may send none, and the frames are black until it does.
+        stream->waitForPicture(firstPictureLimit);
+        onFrame = std::move(frameHandler);
+        onStopped = std::move(stoppedHandler);
+        thread = std::thread([this] { run(); });
+    }
+
+    void stop() {
+        {
+            std::lock_guard lock(mutex);
+            quit = true;
+        }
+        wake.notify_all();
+        if (thread.joinable() && thread.get_id() != std::this_thread::get_id()) {
+            thread.join();
+        }
+    }
+
+    void run() {
+        pthread_setname_np(pthread_self(), "capture");
+        const FramePacer pacer(request.fps, FramePacer::Clock::now());
+        std::int64_t index = 0;
+        for (;;) {
+            {
+                std::unique_lock lock(mutex);
+                if (wake.wait_until(lock, pacer.due(index), [this] { return quit; })) {
+                    return;
+                }
+            }
+            if (stream->ended()) {
+                if (onStopped) {
+                    onStopped(std::string(message(RecError::displayGone)));
+                }
+                return;
+            }
+            makeFrame(index, pacer.due(index));
+            const std::int64_t next = pacer.next(index, FramePacer::Clock::now());
+            counters.dropped += next - index - 1;
+            index = next;
+        }
+    }
+
+    // Paints the newest picture into the canvas and hands it over with its due time
+    // (as the X11 capture does, so the sound of a part lines up with its first frame).
+    void makeFrame(std::int64_t index, FramePacer::Clock::time_point due) {
+        bool painted = false;
+        stream->withPicture([&](const portal::Picture& picture) {
+            if (picture.generation == 0) {
+                return;
+            }
+            const x11::PixelRect part = portal::visiblePart(request.target, grant, picture.size);
+            if (part.empty()) {
+                return;
+            }
+            x11::SourceImage image;
+            image.bgra = const_cast<std::uint8_t*>(picture.bgra.data()) +
+                         (part.y * picture.size.width + part.x) * 4;
+            image.strideBytes = picture.size.width * 4;
+            image.size = {part.width, part.height};
+            x11::FitPlan plan = x11::planFit(image.size, request.size);
+            if (plan.mode == x11::FitMode::direct) {
+                plan.mode = x11::FitMode::pad; // copied: the picture is PipeWire's
+            }
+            canvas.paint(image, plan);
+            painted = true;
+        });
+        if (!painted) {
+            ++counters.repeated;
+        }
+        const x11::SourceImage view = canvas.view();
+        VideoFrame frame;
+        frame.bgra = view.bgra;
+        frame.strideBytes = view.strideBytes;
+        frame.size = request.size;
+        frame.time = due.time_since_epoch();
+        frame.index = index;
+        ++counters.delivered;
+        if (onFrame) {
+            onFrame(frame);
+        }
+    }
+
+    struct Counters {
+        std::atomic<std::int64_t> delivered{0};
+        std::atomic<std::int64_t> dropped{0};
+        std::atomic<std::int64_t> repeated{0};
+    };
+
+    const CaptureRequest request;
+    Counters counters;
+    std::unique_ptr<portal::ScreenCastPortal> portal;
+    portal::ScreenCastGrant grant;
+    std::unique_ptr<portal::PipeWireStream> stream;
+    x11::MovieCanvas canvas;
+    FrameHandler onFrame;
+    StoppedHandler onStopped;
+    std::thread thread;
+    std::mutex mutex;
+    std::condition_variable wake;
+    bool quit = false;
+    bool started = false;
+};
+
+CapturePortal::CapturePortal(CaptureRequest request)
+    : request_(std::move(request)), engine_(std::make_unique<Engine>(request_)) {}
+
+CapturePortal::~CapturePortal() {
+    stop();
+}
+
+PixelSize CapturePortal::size() const {
+    return request_.size;
+}
+
+int CapturePortal::fps() const {
+    return request_.fps;
+}
+
+void CapturePortal::start(FrameHandler onFrame, StoppedHandler onStopped) {
+    if (engine_->started) {
+        throw MediaError("This capture has already been started.");
+    }
+    engine_->started = true;
+    if (request_.fps < 1 || request_.size.width < 2 || request_.size.height < 2) {
+        throw MediaError("The recording’s frame rate or size is invalid.");
+    }
+    if (std::holds_alternative<CaptureWindow>(request_.target)) {
+        throw MediaError("Recording a single window isn’t available on Wayland yet: record the "
+                         "screen or an area.");
+    }
+    engine_->start(std::move(onFrame), std::move(onStopped));
+}
+
+void CapturePortal::stop() {
+    engine_->stop();
+}
+
+CaptureStats CapturePortal::stats() const {
+    return {engine_->counters.delivered.load(), engine_->counters.dropped.load(),
+            engine_->counters.repeated.load()};
+}
+
+} // namespace lumenvale

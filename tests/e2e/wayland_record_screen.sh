@@ -1,0 +1,143 @@
+#!/usr/bin/env bash
+# Recording the screen of a Wayland desktop (sway) through the desktop portal and
+# PipeWire: the movie has the output's size, the recorded length and the windows'
+# colours where they are; an area shows just its part; the portal's restore token is
+# kept and sent again by the next recording, and a stale one leads to a new choice; a
+# refused choice and a bus without the ScreenCast portal each get one sentence (the
+# latter: what to install) and leave no part behind.
+set -euo pipefail
+e2e_session=wayland_session.sh
+source "$(dirname "$0")/lib/common.bash"
+
+# Two terminals of one solid colour each, tiled side by side: red left, blue right
+# (the second one opened takes the right half). Each types a dot now and then in its
+# top row: sway copies the screen only when it draws it anew.
+terminals() { swaymsg -t get_tree | grep -c '"app_id": "\(left\|right\)"' || true; }
+opened=0
+for side in left:ff0000 right:0000ff; do
+  foot --app-id="${side%%:*}" --override=colors.background="${side#*:}" \
+    --override=cursor.color="${side#*:} ${side#*:}" \
+    sh -c 'while :; do printf .; sleep 0.2; done' >"$work/foot-${side%%:*}.log" 2>&1 &
+  background_pids+=($!)
+  opened=$((opened + 1))
+  for _ in $(seq 200); do [[ $(terminals) -eq $opened ]] && break; sleep 0.05; done
+  [[ $(terminals) -eq $opened ]] || fail "the terminals did not open: $(cat "$work"/foot-*.log)"
+done
+sleep 0.5 # their first pictures
+
+# pixel MOVIE SECONDS X Y: the colour at (X, Y) of the frame at SECONDS, as "R G B".
+pixel() {
+  # Two by two: the chroma planes have half the resolution.
+  ffmpeg -v error -ss "$2" -i "$1" -frames:v 1 -vf "crop=2:2:$3:$4" -f rawvideo -pix_fmt rgb24 - |
+    od -An -tu1 -N3 | xargs
+}
+# near "R G B" R G B: every channel within 40 of the expected one (the movie is H.264).
+near() {
+  local -a got=($1)
+  approx "${got[0]}" "$2" 40 && approx "${got[1]}" "$3" 40 && approx "${got[2]}" "$4" 40
+}
+
+# A bus without the portal: one sentence on what to install, and no part file.
+cat >"$work/bare-bus.conf" <<CONF
+<busconfig><type>session</type><listen>unix:dir=$work</listen><auth>EXTERNAL</auth>
+<policy context="default"><allow send_destination="*"/><allow receive_sender="*"/><allow own="*"/></policy></busconfig>
+CONF
+set +e
+dbus-run-session --config-file="$work/bare-bus.conf" -- \
+  "$LUMENVALE" record --screen --seconds 1 --no-countdown --no-system-audio --folder "$movies" \
+  >"$work/out" 2>"$work/err"
+status=$?
+set -e
+[[ $status -ne 0 ]] || fail "recording without the portal succeeded"
+grep -q "install xdg-desktop-portal and the desktop’s backend" "$work/err" ||
+  fail "no word on what to install: $(cat "$work/err")"
+[[ $(part_count) -eq 0 ]] || fail "a part file was left behind"
+pass "without the ScreenCast portal: what to install, and no part file"
+
+# The choice is asked for a monitor, the pointer drawn by the compositor, remembered.
+dbus-monitor --session "interface='org.freedesktop.portal.ScreenCast',member='SelectSources'" \
+  >"$work/first.log" 2>&1 &
+background_pids+=($!)
+sleep 0.3
+record --screen --seconds 3 --no-countdown --no-system-audio --folder "$movies"
+for option in '"types"' '"cursor_mode"' '"persist_mode"'; do
+  grep -A1 "$option" "$work/first.log" | grep -q 'uint32 [12]' ||
+    fail "SelectSources lacks $option: $(cat "$work/first.log")"
+done
+if [[ $status -ne 0 ]] && grep -q "unable to receive a valid format" "$XDG_RUNTIME_DIR/portal-wlr.log"; then
+  # xdg-desktop-portal-wlr 0.7 shares a monitor only when the compositor also offers
+  # it as DMA-BUF, which needs a GPU render node; headless sway without one cannot.
+  [[ "$err" == *"The desktop did not allow recording the screen."* ]] ||
+    fail "the backend's refusal was not said: $err"
+  [[ $(part_count) -eq 0 ]] || fail "a refused recording left a part file"
+  pass "a refused portal request: one sentence, no part file"
+  echo "SKIP: the rest needs a screen the portal can share: xdg-desktop-portal-wlr refused" \
+    "(it needs DMA-BUF screen copies, so a GPU render node: $(ls /dev/dri 2>&1 | xargs))" >&2
+  exit 77
+fi
+[[ $status -eq 0 ]] || fail "record exited with $status: $err"
+movie=$out
+[[ -f "$movie" ]] || fail "the printed path is no file: '$out'"
+size="$(stream_value "$movie" v:0 width)x$(stream_value "$movie" v:0 height)"
+[[ $size == 1280x720 ]] || fail "size $size, not the output's 1280x720"
+approx "$(format_duration "$movie")" 3 0.3 || fail "duration $(format_duration "$movie"), not about 3 s"
+# Paced as on X11: a frame every 1/30 s whatever the compositor sends.
+[[ "$(stream_value "$movie" v:0 r_frame_rate)" == 30/1 ]] || fail "frame rate $(stream_value "$movie" v:0 r_frame_rate)"
+frames=$(ffprobe -v error -count_frames -select_streams v:0 -show_entries stream=nb_read_frames \
+  -of default=nw=1:nk=1 "$movie")
+approx "$frames" 90 3 || fail "$frames frames in 3 s at 30 fps"
+left=$(pixel "$movie" 1.5 320 360)
+right=$(pixel "$movie" 1.5 960 360)
+near "$left" 255 0 0 || fail "the left of the screen is $left, not the red terminal"
+near "$right" 0 0 255 || fail "the right of the screen is $right, not the blue terminal"
+[[ $(part_count) -eq 0 ]] || fail "parts left behind"
+pass "Wayland screen: 1280x720, 3 s of frames at 30 fps, red left and blue right where the terminals are"
+
+# The portal's choice is remembered, and the next recording hands it back.
+token_file=$HOME/.local/state/lumenvale/screencast-restore-token
+[[ -s $token_file ]] || fail "no restore token was kept in $token_file"
+token=$(cat "$token_file")
+dbus-monitor --session "interface='org.freedesktop.portal.ScreenCast',member='SelectSources'" \
+  >"$work/monitor.log" 2>&1 &
+background_pids+=($!)
+sleep 0.3
+record --screen --seconds 1 --no-countdown --no-system-audio --folder "$movies"
+[[ $status -eq 0 ]] || fail "the second recording exited with $status: $err"
+grep -q "\"$token\"" "$work/monitor.log" || fail "the kept token was not sent: $(cat "$work/monitor.log")"
+pass "the restore token is kept and sent with the next choice of monitor"
+
+# An area is cut from the monitor: 200x100 from (540, 310), across the terminals' edge
+# at x = 640, so red on its left half and blue on its right.
+record --area 540,310,200,100 --seconds 1 --no-countdown --no-system-audio --folder "$movies"
+[[ $status -eq 0 ]] || fail "the area recording exited with $status: $err"
+size="$(stream_value "$out" v:0 width)x$(stream_value "$out" v:0 height)"
+[[ $size == 200x100 ]] || fail "area size $size, not 200x100"
+for x in 4 90; do near "$(pixel "$out" 0.5 $x 50)" 255 0 0 || fail "the area at x $x is not red"; done
+for x in 110 194; do near "$(pixel "$out" 0.5 $x 50)" 0 0 255 || fail "the area at x $x is not blue"; done
+pass "an area: its size, and the part of the screen it covers"
+
+# A token the desktop no longer knows: asked afresh, and the new choice kept.
+echo stale-token >"$token_file"
+record --screen --seconds 1 --no-countdown --no-system-audio --folder "$movies"
+[[ $status -eq 0 ]] || fail "with a stale token the recording exited with $status: $err"
+[[ -s $token_file && $(cat "$token_file") != stale-token ]] || fail "the stale token was kept"
+pass "a stale restore token: a new choice, remembered"
+
+
+# The choice refused (a chooser that picks nothing, as when the user cancels): one
+# sentence, and no part file. The backend is replaced for this, so it comes last.
+rm -f "$token_file"
+printf '[screencast]\nchooser_type=simple\nchooser_cmd=false\n' >"$work/refusing.conf"
+/usr/libexec/xdg-desktop-portal-wlr --replace --config "$work/refusing.conf" >"$work/refusing.log" 2>&1 &
+background_pids+=($!)
+for _ in $(seq 200); do
+  busctl --user status org.freedesktop.impl.portal.desktop.wlr 2>/dev/null | grep -q "^PID=$!$" && break
+  sleep 0.05
+done
+busctl --user status org.freedesktop.impl.portal.desktop.wlr | grep -q "^PID=$!$" ||
+  fail "the refusing backend did not take over: $(cat "$work/refusing.log")"
+record --screen --seconds 1 --no-countdown --no-system-audio --folder "$movies"
+[[ $status -ne 0 ]] || fail "a refused choice still recorded"
+[[ "$err" == *"The desktop did not allow recording the screen."* ]] || fail "the refusal was not said: $err"
+[[ $(part_count) -eq 0 ]] || fail "a refused recording left a part file"
+pass "a refused choice: one sentence, no part file"

@@ -1,0 +1,144 @@
+// The portal capture's PipeWire side against a real PipeWire: a private daemon with
+// its session manager, and GStreamer providing a solid-colour video source in RGBx,
+// the byte order that has to be turned around. What the desktop portal adds (the
+// choice of monitor, the restricted connection) runs in
+// tests/e2e/wayland_record_screen.sh.
+
+#include "LumenvaleMedia/MediaError.h"
+#include "Probe.h"
+#include "capture/portal/PipeWireStream.h"
+
+#include <array>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <gtest/gtest.h>
+#include <optional>
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <thread>
+#include <vector>
+
+extern char** environ;
+
+namespace lumenvale::portal {
+namespace {
+
+// A program run for the life of the object; stopped with SIGTERM.
+class Child {
+  public:
+    explicit Child(std::vector<std::string> arguments) {
+        std::vector<char*> argv;
+        for (std::string& argument : arguments) {
+            argv.push_back(argument.data());
+        }
+        argv.push_back(nullptr);
+        if (posix_spawnp(&pid_, argv[0], nullptr, nullptr, argv.data(), environ) != 0) {
+            pid_ = -1;
+        }
+    }
+    ~Child() {
+        if (pid_ > 0) {
+            kill(pid_, SIGTERM);
+            waitpid(pid_, nullptr, 0);
+        }
+    }
+    Child(const Child&) = delete;
+    Child& operator=(const Child&) = delete;
+    bool running() const { return pid_ > 0 && waitpid(pid_, nullptr, WNOHANG) == 0; }
+
+  private:
+    pid_t pid_ = -1;
+};
+
+// A connection to the PipeWire socket in `runtime`, as the portal would hand it over.
+OwnedFd connectTo(const std::filesystem::path& socketPath) {
+    OwnedFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    socketPath.native().copy(address.sun_path, sizeof address.sun_path - 1);
+    if (connect(fd.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+        return OwnedFd();
+    }
+    return fd;
+}
+
+// The id of the node named `name`, read from pw-cli's listing; 0 while there is none.
+std::uint32_t nodeNamed(const std::string& name) {
+    const std::string command = "pw-cli ls Node 2>/dev/null";
+    FILE* pipe = popen(command.c_str(), "r");
+    std::string listing;
+    std::array<char, 4096> chunk{};
+    while (std::fgets(chunk.data(), chunk.size(), pipe)) {
+        listing += chunk.data();
+    }
+    pclose(pipe);
+    const std::size_t at = listing.find("node.name = \"" + name + "\"");
+    // Each object's listing opens with a tab and "id N,".
+    const std::size_t id = listing.rfind("\tid ", at);
+    if (at == std::string::npos || id == std::string::npos) {
+        return 0;
+    }
+    return static_cast<std::uint32_t>(std::strtoul(listing.c_str() + id + 4, nullptr, 10));
+}
+
+template <typename Condition> bool waitFor(Condition condition) {
+    for (int tries = 0; tries < 200; ++tries) {
+        if (condition()) {
+            return true;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    return false;
+}
+
+TEST(PortalStream, AnRgbxSourceArrivesAsBgraOfItsSizeAndAGoneNodeEndsTheStream) {
+    const testing::TemporaryFolder runtime;
+    setenv("XDG_RUNTIME_DIR", runtime.path().c_str(), 1);
+    setenv("PIPEWIRE_RUNTIME_DIR", runtime.path().c_str(), 1);
+    const Child pipewire({"pipewire"});
+    ASSERT_TRUE(waitFor([&] { return std::filesystem::exists(runtime / "pipewire-0"); }))
+        << "PipeWire did not start";
+    const Child sessionManager({"wireplumber"});
+    // Red, green and blue of 10, 200 and 90: RGBx in memory, so BGRA is 90, 200, 10.
+    std::optional<Child> source;
+    source.emplace(std::vector<std::string>{
+        "gst-launch-1.0", "-q", "videotestsrc", "pattern=solid-color",
+        "foreground-color=0xff0ac85a", "!",
+        "video/x-raw,format=RGBx,width=64,height=48,framerate=30/1", "!", "pipewiresink",
+        "mode=provide", "client-name=lumenvale-test-source",
+        "stream-properties=props,node.name=lumenvale-test-source,media.class=Video/Source"});
+    std::uint32_t node = 0;
+    ASSERT_TRUE(waitFor([&] { return (node = nodeNamed("lumenvale-test-source")) != 0; }))
+        << "the GStreamer source did not appear";
+    PipeWireStream stream(connectTo(runtime / "pipewire-0"), node, 30, {64, 48});
+    stream.waitUntilFlowing(std::chrono::seconds(10));
+    ASSERT_TRUE(stream.waitForPicture(std::chrono::seconds(10)));
+    stream.withPicture([](const Picture& picture) {
+        EXPECT_EQ(picture.size, (PixelSize{64, 48}));
+        ASSERT_EQ(picture.bgra.size(), 64u * 48u * 4u);
+        const std::size_t middle = (24 * 64 + 32) * 4;
+        EXPECT_NEAR(picture.bgra[middle], 90, 2);
+        EXPECT_NEAR(picture.bgra[middle + 1], 200, 2);
+        EXPECT_NEAR(picture.bgra[middle + 2], 10, 2);
+    });
+    EXPECT_FALSE(stream.ended());
+    source.reset();
+    EXPECT_TRUE(waitFor([&] { return stream.ended(); })) << "the source went, the stream stayed";
+}
+
+TEST(PortalStream, ANodeThatIsNotThereNeverFlows) {
+    const testing::TemporaryFolder runtime;
+    setenv("XDG_RUNTIME_DIR", runtime.path().c_str(), 1);
+    setenv("PIPEWIRE_RUNTIME_DIR", runtime.path().c_str(), 1);
+    const Child pipewire({"pipewire"});
+    ASSERT_TRUE(waitFor([&] { return std::filesystem::exists(runtime / "pipewire-0"); }));
+    PipeWireStream stream(connectTo(runtime / "pipewire-0"), 999999, 30, {64, 48});
+    EXPECT_THROW(stream.waitUntilFlowing(std::chrono::milliseconds(1500)), MediaError);
+    EXPECT_FALSE(stream.waitForPicture(std::chrono::milliseconds(100)));
+}
+
+} // namespace
+} // namespace lumenvale::portal
