@@ -13,8 +13,7 @@
 
 // zwlr_screencopy_frame_v1's events, version 3, in protocol order.
 struct frame_events {
-    void (*buffer)(void*, void*, uint32_t format, uint32_t width, uint32_t height,
-                   uint32_t stride);
+    void (*buffer)(void*, void*, uint32_t format, uint32_t width, uint32_t height, uint32_t stride);
     void (*flags)(void*, void*, uint32_t);
     void (*ready)(void*, void*, uint32_t, uint32_t, uint32_t);
     void (*failed)(void*, void*);
@@ -51,7 +50,7 @@ int wl_proxy_add_listener(struct wl_proxy* proxy, void (**implementation)(void),
         wrapped = original;
         wrapped.buffer = on_buffer;
         wrapped.buffer_done = on_buffer_done;
-        implementation = (void (**)(void))&wrapped;
+        implementation = (void (**)(void)) & wrapped;
     }
     return next(proxy, implementation, data);
 }

@@ -17,8 +17,8 @@ namespace lumenvale {
 // the next recording starts without asking; a token the desktop no longer honours
 // just means a new choice. The pointer is drawn by the compositor when it can,
 // otherwise it is left out; clicks are not drawn. An area is cut from the monitor's
-// picture (only its part on that monitor, scaled to fit the movie). Frames follow the same schedule as the X11
-// capture: frame n is due at start + n / fps and carries that time; each holds the
+// picture (only its part on that monitor, scaled to fit the movie). Frames follow the same schedule
+// as the X11 capture: frame n is due at start + n / fps and carries that time; each holds the
 // newest picture the compositor sent (a still screen sends none, and is not counted
 // as repeated). Before the first picture (a compositor may send none until the screen
 // changes) frames are black and counted as repeated.
