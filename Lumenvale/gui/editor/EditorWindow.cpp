@@ -4,7 +4,6 @@
 #include "editor/EditorServices.h"
 #include "gui/editor/EditorViewModel.h"
 #include "gui/editor/PreviewPlayerMpv.h"
-#include "gui/editor/PreviewSurface.h"
 #include "gui/windows/Windows.h"
 
 #include <QFileDialog>
@@ -92,7 +91,6 @@ EditorWindow& EditorWindow::shared() {
 void EditorWindow::attach(Windows& windows, std::function<void(const Recording&)> showCard) {
     windows_ = &windows;
     showCard_ = std::move(showCard);
-    PreviewSurface::registerQmlType(); // where the application has not yet
     thumbnails_ = new ThumbnailImages;
     windows.addImageProvider(QStringLiteral("editorthumbs"), thumbnails_);
 }

@@ -4,6 +4,7 @@
 #include "../editor/EditorTestSupport.h"
 #include "base/PathText.h"
 #include "gui/editor/EditorWindow.h"
+#include "gui/editor/PreviewSurface.h"
 #include "gui/windows/Theme.h"
 #include "gui/windows/Windows.h"
 
@@ -27,6 +28,7 @@ TEST(EditorWindow, OpensOneWindowPerRecordingUntilItCloses) {
     const auto movie = folder / "Talk.mp4";
     makeClip(movie, 1);
     std::filesystem::create_directory(folder / "sub");
+    PreviewSurface::registerQmlType(); // as the application does before its windows
     Windows views;
     Theme theme;
     views.expose(QStringLiteral("theme"), &theme);
