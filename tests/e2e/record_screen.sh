@@ -5,6 +5,7 @@
 set -euo pipefail
 source "$(dirname "$0")/lib/common.bash"
 
+keep_pointer_moving 960 540
 started=$(date +%s.%N)
 record --screen --seconds 2 --folder "$movies"
 ended=$(date +%s.%N)

@@ -22,11 +22,11 @@ reason=${line#Couldn’t save the recording. }
 [[ $(part_count) -eq 2 ]] || fail "expected both parts kept, found $(part_count)"
 pass "save failure: \"$line\", both parts kept"
 
-# A temporary folder of 200 KiB (a tmpfs: needs root), filled within a second or two
+# A temporary folder of 400 KiB (a tmpfs: needs root), filled within a second or two
 # by moving pictures and a tone.
 small=$work/small
 mkdir -p "$small"
-if ! mount -t tmpfs -o size=200k tmpfs "$small" 2>/dev/null; then
+if ! mount -t tmpfs -o size=400k tmpfs "$small" 2>/dev/null; then
   echo "skipped: a full temporary folder needs root to mount a small tmpfs"
   exit 0
 fi

@@ -360,24 +360,29 @@ void PartInput::endTracksTogether() {
             soundEnd = trackEnd;
         }
     }
-    // The frames that have sound for at least half their time (the first frame in any
-    // case), so the picture ends at the frame edge nearest the sound's end.
+    // The frames shown before the sound ends (the first frame in any case); the last
+    // of them is cut short at the sound's end. (Frames last as long as the screen
+    // stayed unchanged, so a last frame may reach far past the sound.)
     const auto firstFrame = std::find_if(samples_.begin(), samples_.end(), isFrame);
     if (firstFrame == samples_.end()) {
         return;
     }
     const std::int64_t firstFrameTime = firstFrame->dts;
     const auto frameKept = [&](const Sample& frame) {
-        const AVRational base = input_->streams[frame.stream]->time_base;
-        const Time middle{2 * frame.dts + frame.duration, AVRational{base.num, 2 * base.den}};
-        return frame.dts == firstFrameTime || middle <= *soundEnd;
+        return frame.dts == firstFrameTime || !(*soundEnd <= start(frame));
     };
-    Time pictureEnd = end(*firstFrame);
-    for (const Sample& sample : samples_) {
-        if (isFrame(sample) && frameKept(sample) && pictureEnd <= end(sample)) {
-            pictureEnd = end(sample);
+    Sample* lastFrame = &*firstFrame;
+    for (Sample& sample : samples_) {
+        if (isFrame(sample) && frameKept(sample) && sample.dts > lastFrame->dts) {
+            lastFrame = &sample;
         }
     }
+    if (*soundEnd <= end(*lastFrame)) {
+        const AVRational base = input_->streams[lastFrame->stream]->time_base;
+        const std::int64_t soundEndTicks = av_rescale_q(soundEnd->ticks, soundEnd->base, base);
+        lastFrame->duration = std::max<std::int64_t>(1, soundEndTicks - lastFrame->dts);
+    }
+    const Time pictureEnd = end(*lastFrame);
     std::erase_if(samples_, [&](const Sample& sample) {
         return isFrame(sample) ? !frameKept(sample) : pictureEnd <= start(sample);
     });

@@ -67,11 +67,13 @@ class PartInput {
     int fileDescriptor() const { return fd_; }
 
     // Makes the picture and the sound end together, for a recording's last part: leaves
-    // out the frames that end after every audio track has ended, then the sound that
-    // starts after the last frame kept. A part cut off by a crash has more sound than
-    // picture (sound leaves its encoder sooner), or less when the file ends inside a
-    // fragment's sound; a finished part loses nothing. Call before the first packet;
-    // does nothing when the packets are not read from the container's list.
+    // out the frames shown only after every audio track has ended, cuts the last frame
+    // kept short at the sound's end, then leaves out the sound that starts after the
+    // picture. A part cut off by a crash has more sound than picture (sound leaves its
+    // encoder sooner), or less when the file ends inside a fragment's sound; a
+    // finished part's tracks already end within one sound packet of each other. Call
+    // before the first packet; does nothing when the packets are not read from the
+    // container's list.
     void endTracksTogether();
 
     // True when the part lists picture but no sound in any of its audio tracks, while

@@ -179,16 +179,38 @@ bool PartFile::audioStarted() const {
 }
 
 void PartFile::writeVideo(AVPacket& packet, AVRational timeBase) {
-    // A third of a second: a kill loses up to a fragment plus what the encoder holds
-    // (x264's lookahead and threads, over half a second), so under a second.
+    // A third of a second: a kill loses up to a fragment, the packet held back and the
+    // time until the writer's next picture of a still screen, so under a second.
     fragmentLength_ = std::max<std::int64_t>(1, timeBase.den / std::max(1, 3 * timeBase.num));
+    videoTimeBase_ = timeBase;
+    if (holdsVideo_) {
+        writeHeldVideo(packet.pts);
+    }
     if (packet.pts >= fragmentStart_ + fragmentLength_ && audioStarted()) {
         flushFragment();
         fragmentStart_ = packet.pts;
     }
-    packet.stream_index = 0;
-    av_packet_rescale_ts(&packet, timeBase, format_->streams[0]->time_base);
-    writePacket(packet);
+    if (!heldVideo_) {
+        heldVideo_ = ff::makePacket();
+    }
+    av_packet_move_ref(heldVideo_.get(), &packet);
+    holdsVideo_ = true;
+}
+
+void PartFile::endVideo(std::int64_t endPts) {
+    if (holdsVideo_) {
+        writeHeldVideo(endPts);
+    }
+}
+
+void PartFile::writeHeldVideo(std::int64_t nextPts) {
+    AVPacket& held = *heldVideo_;
+    held.duration = std::max<std::int64_t>(1, nextPts - held.pts);
+    held.stream_index = 0;
+    av_packet_rescale_ts(&held, videoTimeBase_, format_->streams[0]->time_base);
+    writePacket(held);
+    av_packet_unref(&held);
+    holdsVideo_ = false;
 }
 
 void PartFile::writeAudio(int track, AVPacket& packet) {
@@ -230,6 +252,9 @@ void PartFile::cutFragment() {
 void PartFile::writeTrailer() {
     if (trailerWritten_ || failed()) {
         return;
+    }
+    if (holdsVideo_) {
+        writeHeldVideo(heldVideo_->pts + 1); // endVideo() was not called: one frame
     }
     const int written = av_write_trailer(format_.get());
     trailerWritten_ = true;

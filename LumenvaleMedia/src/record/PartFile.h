@@ -59,9 +59,16 @@ class PartFile {
     PartLock shareLock() const { return lock_.share(); }
     int audioTracks() const { return audioTracks_; }
 
-    // A packet of the video encoder (time base 1/fps, pts from 0). Cuts a fragment
-    // before it when a third of a second of video has gone into the current one.
+    // A packet of the video encoder (time base 1/fps, pts from 0, no reordering). The
+    // frames need not be evenly spaced: each packet is held until the next one comes,
+    // which gives it its exact duration (the muxer would otherwise close a fragment's
+    // last sample with a guess and move the next fragment's frames to fit). Cuts a
+    // fragment before the packet when a third of a second of video has gone into the
+    // current one.
     void writeVideo(AVPacket& packet, AVRational timeBase);
+    // The video has ended at `endPts` (encoder time base): the packet held back is
+    // written, lasting until then. Before cutFragment() or writeTrailer().
+    void endVideo(std::int64_t endPts);
     // A packet of audio track `track` (0-based), time base 1/48000, pts relative to
     // the part's start.
     void writeAudio(int track, AVPacket& packet);
@@ -91,6 +98,8 @@ class PartFile {
     static int writeBytes(void* self, std::uint8_t* bytes, int size);
     static std::int64_t seekBytes(void* self, std::int64_t offset, int whence);
     void writePacket(AVPacket& packet);
+    // Writes the held video packet, lasting until `nextPts` (encoder time base).
+    void writeHeldVideo(std::int64_t nextPts);
     bool audioStarted() const;
     void flushFragment();
     void fail(const std::string& doing, int code);
@@ -104,6 +113,9 @@ class PartFile {
     std::unique_ptr<AVFormatContext, FormatDeleter> format_;
     std::int64_t fragmentStart_ = 0;  // video pts (encoder time base) of the current fragment
     std::int64_t fragmentLength_ = 1; // video pts per fragment: a third of a second
+    ff::Packet heldVideo_;            // the newest video packet, until its duration is known
+    bool holdsVideo_ = false;
+    AVRational videoTimeBase_{1, 30}; // the encoder's, of heldVideo_
     // The first fragment waits until every audio track has a packet, so the moov
     // written with it knows where each track starts.
     std::vector<bool> audioSeen_;

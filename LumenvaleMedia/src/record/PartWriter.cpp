@@ -116,6 +116,14 @@ void PartWriter::finish() {
     finisher_.join();
 }
 
+std::int64_t PartWriter::keyframeIntervalFrames() const {
+    return keyframeIntervalFramesAt(fps_);
+}
+
+std::int64_t PartWriter::stillRefreshFrames() const {
+    return std::max(1, fps_ / 3);
+}
+
 std::int64_t PartWriter::samplesAfter(std::int64_t frames) const {
     return (frames * audioRate + fps_ / 2) / fps_;
 }
@@ -189,10 +197,23 @@ void PartWriter::writeFrame(Command& command) {
         releaseHeld();
         heldSlot_ = command.slot;
     }
+    const std::int64_t pts = command.index - part->firstIndex;
+    part->framesSpanned = pts + 1;
+    // Keyframes every two seconds of movie time, also over a still screen; between
+    // them, a picture unchanged since the last one encoded is not encoded again (the
+    // frame before lasts longer) unless a third of a second has gone by without one,
+    // so that a kill keeps the still stretch too.
+    const bool keyframeDue = pts >= part->nextKeyframePts;
+    if (repeat && !keyframeDue && pts - part->lastEncodedPts < stillRefreshFrames()) {
+        return;
+    }
     AVFrame& picture = pool_.frame(heldSlot_);
-    picture.pts = command.index - part->firstIndex;
-    picture.pict_type = picture.pts == 0 ? AV_PICTURE_TYPE_I : AV_PICTURE_TYPE_NONE;
-    part->framesSpanned = picture.pts + 1;
+    picture.pts = pts;
+    picture.pict_type = keyframeDue ? AV_PICTURE_TYPE_I : AV_PICTURE_TYPE_NONE;
+    if (keyframeDue) {
+        part->nextKeyframePts = pts + keyframeIntervalFrames();
+    }
+    part->lastEncodedPts = pts;
     encodeVideo(*part, &picture);
     ++framesWritten_;
 }
@@ -235,6 +256,9 @@ void PartWriter::closeVideo(std::int64_t totalFrames) {
         return;
     }
     encodeVideo(*part, nullptr);
+    // The last picture lasts to the part's end, also when the frames after it were
+    // unchanged and not encoded.
+    part->setup.file->endVideo(part->framesSpanned);
     releaseHeld(); // a later part starts with a picture of its own
     part->videoClosed = true;
     part->audioEnd = samplesAfter(totalFrames);

@@ -59,10 +59,10 @@ class PartWriter {
     void queueFrame(int slot, std::int64_t index, std::chrono::steady_clock::duration time,
                     int part);
     // Capture thread: queues frame `index` of part `part` as the same picture as the
-    // frame queued before it in that part, which the encoder takes again (x264 makes
-    // it a skip frame that costs almost nothing). The part must have had a frame
-    // queued with queueFrame(). False (nothing queued) when the writer is a whole
-    // queue of frames behind: the frame is then dropped, as when no picture is free.
+    // frame queued before it in that part. It is mostly not encoded at all: the frame
+    // before lasts longer. The part must have had a frame queued with queueFrame(). False (nothing
+    // queued) when the writer is a whole queue of frames behind: the frame is then dropped, as when
+    // no picture is free.
     bool queueRepeat(std::int64_t index, std::chrono::steady_clock::duration time, int part);
     void releasePicture(int slot);
 
@@ -92,6 +92,8 @@ class PartWriter {
         ff::Packet packet;
         std::int64_t firstIndex = -1;
         std::int64_t framesSpanned = 0;
+        std::int64_t lastEncodedPts = -1;
+        std::int64_t nextKeyframePts = 0;
         std::int64_t audioStart = 0;         // recording sample counter at the part's start
         std::int64_t audioStartPosition = 0; // steady-clock position of the first frame
         std::int64_t audioEnd = -1;          // known once closed
@@ -112,6 +114,9 @@ class PartWriter {
     void reportFailure(const Part& part);
     void finishingLoop();
     std::int64_t samplesAfter(std::int64_t frames) const;
+    std::int64_t keyframeIntervalFrames() const;
+    // The longest a still picture goes without being encoded again.
+    std::int64_t stillRefreshFrames() const;
 
     int fps_;
     AudioFeed& audio_;

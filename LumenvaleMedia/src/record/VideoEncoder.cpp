@@ -49,7 +49,7 @@ ff::CodecContext makeVideoEncoder(Codec codec, PixelSize size, int fps) {
     context->time_base = AVRational{1, fps};
     context->framerate = AVRational{fps, 1};
     context->sample_aspect_ratio = AVRational{1, 1};
-    context->gop_size = 2 * fps;
+    context->gop_size = keyframeIntervalFramesAt(fps);
     context->max_b_frames = 0;
     context->color_range = AVCOL_RANGE_MPEG;
     context->color_primaries = AVCOL_PRI_SMPTE170M;
@@ -59,6 +59,7 @@ ff::CodecContext makeVideoEncoder(Codec codec, PixelSize size, int fps) {
     if (codec == Codec::hevc) {
         context->codec_tag = MKTAG('h', 'v', 'c', '1');
         setOption(context.get(), "preset", "ultrafast");
+        setOption(context.get(), "tune", "zerolatency");
         setOption(context.get(), "crf", "22");
         setOption(context.get(), "profile", "main");
         setOption(context.get(), "forced-idr", "1");
@@ -66,6 +67,7 @@ ff::CodecContext makeVideoEncoder(Codec codec, PixelSize size, int fps) {
     } else {
         context->codec_tag = MKTAG('a', 'v', 'c', '1');
         setOption(context.get(), "preset", "veryfast");
+        setOption(context.get(), "tune", "zerolatency");
         setOption(context.get(), "crf", "20");
         setOption(context.get(), "profile", "high");
         setOption(context.get(), "forced-idr", "1");

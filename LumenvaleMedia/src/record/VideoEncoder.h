@@ -9,10 +9,14 @@
 // The settings (see docs/recording-format.md):
 //   both codecs   yuv420p; BT.601 limited range tagged smpte170m (primaries,
 //                 transfer, matrix) and "tv" range; time base 1/fps, frame rate fps;
-//                 no B-frames (pts = dts); a keyframe (IDR) at least every 2 seconds
-//                 (GOP 2 x fps, scene cuts may add more); a frame sent with
-//                 pict_type I becomes an IDR (forced-idr); parameter sets in the
-//                 codec's extradata (global header), as MPEG-4 wants them.
+//                 no B-frames (pts = dts); tuned "zerolatency": each frame sent comes
+//                 out as a packet at once, so a recording that sends only the
+//                 frames that changed has nothing of them waiting in the encoder; a
+//                 keyframe (IDR) at least every keyframeIntervalFramesAt(fps) frames
+//                 (scene cuts may add more; the writer forces one every 2 seconds of
+//                 movie time); a frame sent with pict_type I becomes an IDR
+//                 (forced-idr); parameter sets in the codec's extradata (global
+//                 header), as MPEG-4 wants them.
 //   H.264         libx264, preset "veryfast", CRF 20, profile "high", fourCC avc1.
 //   HEVC          libx265, preset "ultrafast", CRF 22, profile "main", fourCC hvc1.
 //                 (x265's CRF scale sits about 2 above x264's for the same quality;
@@ -27,6 +31,11 @@
 #include <vector>
 
 namespace lumenvale::record {
+
+// Two seconds of frames: the longest stretch between keyframes.
+constexpr int keyframeIntervalFramesAt(int fps) {
+    return 2 * fps;
+}
 
 // The libavcodec encoder used for a codec: "libx264" or "libx265".
 const char* videoEncoderName(Codec codec);

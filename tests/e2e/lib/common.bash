@@ -94,6 +94,15 @@ play_tone() {
   background_pids+=($!)
 }
 
+# keep_pointer_moving X Y: moves the pointer to and fro by a few points from (X, Y)
+# until the test ends or `kill $pointer_mover`, so that every frame of a recording
+# shows a change (a still screen is recorded as fewer, longer frames).
+keep_pointer_moving() {
+  (while :; do for dx in 0 3 6 3; do xdotool mousemove $(($1 + dx)) "$2"; sleep 0.005; done; done) &
+  pointer_mover=$!
+  background_pids+=($!)
+}
+
 # record_in_background ARGS...: starts `lumenvale record ARGS` and waits until the
 # capture runs; sets $recorder to its process id.
 record_in_background() {

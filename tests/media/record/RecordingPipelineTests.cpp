@@ -13,6 +13,7 @@
 #include <condition_variable>
 #include <gtest/gtest.h>
 #include <mutex>
+#include <sstream>
 #include <thread>
 
 namespace lumenvale::testing {
@@ -246,7 +247,9 @@ ScreenRecorder recordScreenArea(const std::filesystem::path& folder, PipelineRep
     return recorder;
 }
 
-// The decoded frames of a movie of the screen area, as RGB.
+// The decoded frames of a movie of the screen area, as RGB, one for each frame time of
+// the capture clock: what a player shows then (frames of a still screen are not in
+// the movie; the frame before lasts longer).
 struct DecodedFrames {
     std::vector<std::string> rgb;
     Colour at(std::size_t frame, std::int64_t x, std::int64_t y) const {
@@ -268,8 +271,8 @@ struct DecodedFrames {
 };
 
 DecodedFrames decodeArea(const std::filesystem::path& movie) {
-    return {rawFrames("-i " + quoted(movie) + " -map 0:v:0", "rgb24",
-                      static_cast<std::size_t>(screenArea.width * screenArea.height * 3))};
+    return {rawFrames("-i " + quoted(movie) + " -map 0:v:0 -vf fps=" + std::to_string(testFps),
+                      "rgb24", static_cast<std::size_t>(screenArea.width * screenArea.height * 3))};
 }
 
 // A still screen with one change: the change shows from its time on, the still end
@@ -313,6 +316,21 @@ TEST(RecordingTheScreen, AStillScreenShowsItsOneChangeAtItsTimeAndLastsUntilTheS
     EXPECT_NEAR(video.durationSeconds, recorded, 0.1);
     EXPECT_NEAR(static_cast<double>(frames.rgb.size()), recorded * testFps, 3);
     EXPECT_GT(stats.unchanged, static_cast<std::int64_t>(frames.rgb.size()) * 3 / 4);
+
+    // The still stretches are not encoded frame by frame, yet a keyframe comes every
+    // two seconds of movie time.
+    std::istringstream packets(run("ffprobe -v error -select_streams v:0 -show_entries "
+                                   "packet=pts_time,flags -of csv=p=0 " +
+                                   quoted(part)));
+    std::size_t encoded = 0;
+    std::vector<double> keyframes;
+    for (std::string line; std::getline(packets, line); ++encoded) {
+        if (line.find(",K") != std::string::npos) {
+            keyframes.push_back(std::stod(line));
+        }
+    }
+    EXPECT_LT(encoded, frames.rgb.size() / 2);
+    EXPECT_EQ(keyframes, (std::vector<double>{0.0, 2.0}));
 }
 
 TEST(RecordingTheScreen, APointerMovingOverAStillScreenIsRecordedInItsNewPlace) {
