@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
 # Movies as a browser plays them (headless Chromium, which ignores edit lists): a
-# recording joined from three parts has its full length and seeks; a cut-only export
+# recording joined from three parts has its full length and seeks; a recording of a
+# still screen (a few long frames) shows its one change at its time and ends on the
+# still picture; a cut-only export
 # shows, at each time, the frame the edit put there, and so do ffmpeg and libmpv for
 # every frame, also when the frames encoded at the cuts carry their own parameter sets.
 set -euo pipefail
@@ -62,6 +64,28 @@ read -r duration size _ <<<"$(browse "$out" 2.5)"
 approx "$duration" "$expected" 0.05 || fail "Chromium's duration $duration s, the file's $expected s"
 [[ $size == 1920x1080 ]] || fail "Chromium shows $size"
 pass "joined recording in Chromium: $duration s, $size, seeks"
+
+# A still screen, blue, turning red about 2 s into the recording and still again
+# for 3 s: a movie of a few long frames, as Chromium plays and seeks it.
+xsetroot -solid '#0000ff'
+sleep 0.3
+record_in_background --no-countdown --no-system-audio --no-pointer --folder "$movies"
+sleep 2
+xsetroot -solid '#ff0000'
+sleep 3
+kill -INT "$recorder"
+finish_background
+xsetroot -solid black
+[[ $status -eq 0 ]] || fail "record exited with $status: $err"
+expected=$(format_duration "$out")
+packets=$(ffprobe -v error -select_streams v:0 -count_packets -show_entries stream=nb_read_packets -of csv=p=0 "$out")
+[[ $packets -lt $(echo "$expected * 15" | bc | cut -d. -f1) ]] ||
+  fail "the still screen took $packets frames in $expected s"
+read -r duration _ before after last <<<"$(browse "$out" 1.6 2.5 "$(echo "$expected - 0.05" | bc -l)")"
+approx "$duration" "$expected" 0.05 || fail "Chromium's duration of the still screen: $duration s, the file's $expected s"
+[[ "$before $after $last" == "0 15 15" ]] ||
+  fail "Chromium shows $before, $after and $last (0 blue, 15 red) at 1.6 s, 2.5 s and the end"
+pass "still screen in Chromium: $packets frames for $duration s, blue then red from about 2 s to the end"
 
 # Cut-only export that cuts between keyframes: keep 0–1.5 s and 2.5–6 s (frames 0–44
 # and 75–179). Seeking half a frame into a frame's time shows that frame: the last
