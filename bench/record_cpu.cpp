@@ -3,7 +3,9 @@
 // of the run's size: desk work at 1080p30 (text typed into a terminal, the rest of
 // the screen still), and moving pictures at 1080p30, 1080p60 and 4K30. Prints CPU
 // seconds per wall-clock second (100 % = one core), the run's wall time, the frames
-// really captured and encoded, the frames missing from duration x fps, the bytes
+// encoded (Lumenvale encodes a still picture only now and then: the frame before
+// lasts longer), the frames missing (for Lumenvale the capture clock's frames it
+// dropped; for ffmpeg, duration x fps less the frames it really captured), the bytes
 // written per minute of movie, and the CPU ratio. Asserts nothing.
 //
 // When the encoder cannot keep up, the two behave differently: the pipeline stays on
@@ -237,19 +239,31 @@ Result recordWithPipeline(const Config& config, Codec codec, const fs::path& fol
             folderBytes(folder),          stats.writtenSeconds};
 }
 
-// The same settings as record::makeVideoEncoder (src/record/VideoEncoder.h).
-std::vector<std::string> encoderArguments(Codec codec, int fps) {
+// ffmpeg's encoder tuning: none (the comparison's baseline), or Lumenvale's own.
+enum class Tune { none, zerolatency };
+
+// The same settings as record::makeVideoEncoder (src/record/VideoEncoder.h), with or
+// without its "zerolatency" tuning.
+std::vector<std::string> encoderArguments(Codec codec, int fps, Tune tune) {
     const std::string gop = std::to_string(2 * fps);
-    if (codec == Codec::hevc) {
-        return {"-c:v", "libx265",    "-preset", "superfast",    "-crf",
-                "22",   "-profile:v", "main",    "-x265-params", "bframes=0:log-level=error",
-                "-g",   gop,          "-tag:v",  "hvc1"};
+    std::vector<std::string> arguments =
+        codec == Codec::hevc
+            ? std::vector<std::string>{"-c:v",         "libx265",
+                                       "-preset",      "superfast",
+                                       "-crf",         "22",
+                                       "-profile:v",   "main",
+                                       "-x265-params", "bframes=0:log-level=error",
+                                       "-g",           gop,
+                                       "-tag:v",       "hvc1"}
+            : std::vector<std::string>{"-c:v",       "libx264", "-preset", "veryfast", "-crf", "20",
+                                       "-profile:v", "high",    "-g",      gop,        "-bf",  "0"};
+    if (tune == Tune::zerolatency) {
+        arguments.insert(arguments.end(), {"-tune", "zerolatency"});
     }
-    return {"-c:v",       "libx264", "-preset", "veryfast", "-crf", "20",
-            "-profile:v", "high",    "-g",      gop,        "-bf",  "0"};
+    return arguments;
 }
 
-Result recordWithFfmpeg(const Config& config, Codec codec, const Display& display,
+Result recordWithFfmpeg(const Config& config, Codec codec, Tune tune, const Display& display,
                         const fs::path& movie, double duration) {
     const fs::path log = movie.string() + ".log";
     std::vector<std::string> arguments{"ffmpeg",
@@ -266,7 +280,7 @@ Result recordWithFfmpeg(const Config& config, Codec codec, const Display& displa
                                        display.name,
                                        "-t",
                                        std::to_string(duration)};
-    for (const std::string& argument : encoderArguments(codec, config.fps)) {
+    for (const std::string& argument : encoderArguments(codec, config.fps, tune)) {
         arguments.push_back(argument);
     }
     for (const char* argument :
@@ -303,7 +317,7 @@ Result recordWithFfmpeg(const Config& config, Codec codec, const Display& displa
 }
 
 void print(const char* who, const Result& result) {
-    std::printf("  %-20s CPU %6.1f %% of a core for %5.1f s   frames %5lld   missing %5lld", who,
+    std::printf("  %-20s CPU %6.1f %% of a core for %5.1f s   encoded %5lld   missing %5lld", who,
                 100 * result.cpuSeconds / result.wallSeconds, result.wallSeconds,
                 static_cast<long long>(result.frames), static_cast<long long>(result.dropped));
     if (result.captureDropped >= 0) {
@@ -356,18 +370,25 @@ int main(int argc, char** argv) {
         } catch (const std::exception& error) {
             std::printf("%s: the pipeline failed: %s\n", config.name, error.what());
         }
-        const Result theirs = recordWithFfmpeg(
-            config, codec, display, work / (std::string(config.name) + "-ffmpeg.mp4"), duration);
+        const Result theirs =
+            recordWithFfmpeg(config, codec, Tune::none, display,
+                             work / (std::string(config.name) + "-ffmpeg.mp4"), duration);
+        const Result tuned =
+            recordWithFfmpeg(config, codec, Tune::zerolatency, display,
+                             work / (std::string(config.name) + "-ffmpeg-zl.mp4"), duration);
         stopDisplay(display);
-        ours.dropped = static_cast<std::int64_t>(duration * config.fps) - ours.frames;
         std::fflush(stdout);
         std::printf("%s\n", config.name);
         print("Lumenvale pipeline", ours);
         print("ffmpeg -f x11grab", theirs);
-        if (theirs.cpuSeconds > 0) {
-            std::printf("  CPU ratio Lumenvale / ffmpeg: %.2f\n",
-                        (ours.cpuSeconds / ours.wallSeconds) /
-                            (theirs.cpuSeconds / theirs.wallSeconds));
+        print("  -tune zerolatency", tuned);
+        const auto load = [](const Result& result) {
+            return result.cpuSeconds / result.wallSeconds;
+        };
+        if (theirs.cpuSeconds > 0 && tuned.cpuSeconds > 0) {
+            std::printf(
+                "  CPU ratio Lumenvale / ffmpeg: %.2f (/ ffmpeg tuned as Lumenvale: %.2f)\n",
+                load(ours) / load(theirs), load(ours) / load(tuned));
         }
         std::fflush(stdout);
     }
