@@ -26,7 +26,15 @@ class GlobalKeys : public QObject {
                // is not on this keyboard, a display that went away); nothing is held
     };
 
+    // Whether the desktop lets an application hold shortcuts at all. Where it does
+    // not (a Wayland desktop whose portal lacks GlobalShortcuts), every grab is taken
+    // on and never pressed, and the user binds Lumenvale's commands in the desktop's
+    // own keyboard settings instead.
+    enum class Support { offered, notOffered };
+
     using QObject::QObject;
+
+    virtual Support support() const { return Support::offered; }
 
     // Holds `combo` under `id`, in place of whatever `id` held before. A combination
     // that this object already holds under another id counts as in use.
