@@ -1,5 +1,6 @@
 #include "gui/panels/RecordingPanels.h"
 
+#include "desktop/Desktop.h"
 #include "desktop/Screens.h"
 #include "gui/panels/OverlayPanel.h"
 #include "gui/windows/Windows.h"
@@ -59,6 +60,11 @@ std::optional<std::uint32_t> RecordingPanels::visibleBubbleWindow() const {
 }
 
 void RecordingPanels::showOutline(const Rect& area) {
+    // The outline lies outside the area, so out of the movie even where it is recorded.
+    if (Desktop::ownWindowsInCapture() == Desktop::OwnWindows::recorded) {
+        recorded_ = area;
+        notice_.keepClearOf(recorded_);
+    }
     if (!outline_) {
         outline_ = OverlayPanel::create(windows_, QStringLiteral("OutlinePanel"), {},
                                         OverlayPanel::Mouse::ignored);
@@ -80,7 +86,11 @@ void RecordingPanels::showOutline(const Rect& area) {
 }
 
 void RecordingPanels::prepareControl(const Screen& screen) {
-    control_.prepare(screen);
+    if (Desktop::ownWindowsInCapture() == Desktop::OwnWindows::recorded && !recorded_) {
+        recorded_ = screen.frame;
+        notice_.keepClearOf(recorded_);
+    }
+    control_.prepare(screen, recorded_);
 }
 
 void RecordingPanels::showControl() {
@@ -94,6 +104,8 @@ void RecordingPanels::hidePanels() {
     if (outline_) {
         outline_->hide();
     }
+    recorded_.reset();
+    notice_.keepClearOf(std::nullopt);
 }
 
 void RecordingPanels::showNotice(const QString& text) {
