@@ -11,6 +11,7 @@
 #   - Settings: "Show clicks" off and disabled, with why, though "on" is stored; the
 #     portal offers no GlobalShortcuts, so the Shortcuts tab gives the commands to bind
 #     as selectable text;
+#   - without XWayland it runs on Qt's Wayland platform, with its tray menu;
 #   - where a portal offers GlobalShortcuts (a stand-in on a bus of its own, since
 #     Debian 12's has none), the stored shortcut is bound with its combination as the
 #     preferred trigger, and its activation runs the action.
@@ -142,6 +143,18 @@ ui absent "Record Screen shortcut" --timeout 1 || fail "a shortcut field that wo
 tray click "Quit Lumenvale" || fail "clicking Quit"
 until_true 10 eval '! kill -0 "$app" 2>/dev/null' || fail "Quit did not end the application"
 pass "Settings on XWayland: click rings off with why; the commands to bind in the desktop"
+
+# --- without XWayland: Qt's Wayland platform --------------------------------------
+env -u DISPLAY "$LUMENVALE" >"$work/native.out" 2>"$work/native.err" &
+app=$!
+background_pids+=("$app")
+tray items --count 1 --timeout 20 >/dev/null ||
+  fail "without XWayland no tray item was registered: $(cat "$work/native.err")"
+menu=$(tray menu) || fail "reading the tray menu"
+grep -qx "Record Screen | enabled" <<<"$menu" || fail "the tray menu without XWayland: $menu"
+tray click "Quit Lumenvale" || fail "clicking Quit"
+until_true 10 eval '! kill -0 "$app" 2>/dev/null' || fail "Quit did not end the application"
+pass "without XWayland: the application runs on Qt's Wayland platform, with its tray menu"
 
 # --- a portal with GlobalShortcuts -------------------------------------------------
 # The stand-in and a Lumenvale on a bus of their own; the stored Ctrl+Alt+Shift+R (R is
