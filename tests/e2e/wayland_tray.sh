@@ -6,6 +6,8 @@
 #     panel shows (the countdown at the display's middle and the control at its top
 #     have the desktop's colour in every frame looked at: with no other display, the
 #     control hides while recording);
+#   - an area reaching the display's top: the control shows just under it, out of the
+#     movie, and its Stop works;
 #   - `lumenvale screen` and `lumenvale stop` from a shell record in the running one;
 #     `lumenvale record --clicks` records, saying the click rings are left out;
 #   - Settings: "Show clicks" off and disabled, with why, though "on" is stored; the
@@ -101,12 +103,36 @@ approx "$(format_duration "$movie")" 2.2 0.8 || fail "the movie lasts $(format_d
 no_panels "$movie"
 pass "a screen recording from the menu, stopped in its header: no panel in the movie"
 
+# --- an area at the top: the control goes under it, clear of the movie ---------------
+control="Recording control"
+"$LUMENVALE" area
+ui exists --window "Choose an area to record" --timeout 15 || fail "Record Area showed no picker"
+xdotool mousemove 440 0 mousedown 1 mousemove 600 100 mousemove 840 300 sleep 0.2 mouseup 1
+ui exists --window "$control" Stop --timeout 15 || fail "no control while recording the area"
+eval "$(xdotool search --name "^$control\$" getwindowgeometry --shell | tail -n 5)"
+((Y == 308 && X + WIDTH / 2 >= 639 && X + WIDTH / 2 <= 641)) ||
+  fail "the control is at $X,$Y (${WIDTH}x$HEIGHT), not 8 points under the area at (440,0 400x300)"
+sleep 1.5
+ui press --window "$control" Stop || fail "pressing the control's Stop"
+until_true 20 eval '[[ $(movie_count) -eq 2 && $(part_count) -eq 0 ]]' ||
+  fail "the control's Stop saved no movie: $(cat "$work/app.err")"
+movie=$(ls -t "$movies"/*.mp4 | head -n1)
+size="$(stream_value "$movie" v:0 width)x$(stream_value "$movie" v:0 height)"
+[[ $size == 400x300 ]] || fail "a 400×300 drag gave a $size movie"
+for at in 0.2 1; do
+  for place in "200 26" "200 150" "200 290"; do
+    seen=$(pixel "$movie" "$at" $place)
+    near "$seen" "32 96 192" 40 || fail "the area movie shows $seen at ($place) at $at s"
+  done
+done
+pass "an area reaching the top: the control shows just under it, and the movie is only the desktop"
+
 # --- the commands from a shell -------------------------------------------------------
 "$LUMENVALE" screen || fail "lumenvale screen exited with $?"
 until_true 15 recording || fail "lumenvale screen started no recording: $(cat "$work/app.err")"
 sleep 1.5
 "$LUMENVALE" stop || fail "lumenvale stop exited with $?"
-until_true 20 eval '[[ $(movie_count) -eq 2 && $(part_count) -eq 0 ]]' ||
+until_true 20 eval '[[ $(movie_count) -eq 3 && $(part_count) -eq 0 ]]' ||
   fail "lumenvale stop saved no movie: $(cat "$work/app.err")"
 kill -0 "$app" || fail "the application ended"
 pass "lumenvale screen and lumenvale stop record in the running application"
