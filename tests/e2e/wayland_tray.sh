@@ -55,15 +55,17 @@ near() {
 }
 movie_count() { find "$movies" -maxdepth 1 -name '*.mp4' | wc -l; }
 recording() { [[ $(part_count) -ge 1 ]]; }
-# no_panels MOVIE: at the control's place (the top middle) and the countdown's (the
-# middle), the first, middle and last frames show the desktop as it is elsewhere.
+# no_panels MOVIE [PLACE...]: at the control's place (the top middle), the countdown's
+# (the middle) and each "X Y" given, the first, middle and last frames show the desktop
+# as it is elsewhere.
 no_panels() {
   local duration desk at place seen
   duration=$(format_duration "$1")
-  for at in 0 "$(echo "$duration / 2" | bc -l)" "$(echo "$duration - 0.1" | bc -l)"; do
+  local -a places=("640 26" "600 26" "680 26" "640 360" "600 330" "${@:2}")
+  for at in 0 $(awk -v d="$duration" 'BEGIN { printf "%.2f %.2f", d / 2, d - 0.1 }'); do
     desk=$(pixel "$1" "$at" 200 600)
     near "$desk" "32 96 192" 40 || fail "the desktop is $desk at $at s, not the terminal's colour"
-    for place in "640 26" "600 26" "680 26" "640 360" "600 330"; do
+    for place in "${places[@]}"; do
       seen=$(pixel "$1" "$at" $place)
       near "$seen" "$desk" || fail "a panel shows at ($place) at $at s: $seen, the desktop $desk"
     done
@@ -128,6 +130,8 @@ done
 pass "an area reaching the top: the control shows just under it, and the movie is only the desktop"
 
 # --- the commands from a shell -------------------------------------------------------
+# The area movie's card is up (for 8 s) as this recording starts.
+ui exists --window "Recording saved" --timeout 1 || fail "no card after the area recording"
 "$LUMENVALE" screen || fail "lumenvale screen exited with $?"
 until_true 15 recording || fail "lumenvale screen started no recording: $(cat "$work/app.err")"
 sleep 1.5
@@ -135,7 +139,9 @@ sleep 1.5
 until_true 20 eval '[[ $(movie_count) -eq 3 && $(part_count) -eq 0 ]]' ||
   fail "lumenvale stop saved no movie: $(cat "$work/app.err")"
 kill -0 "$app" || fail "the application ended"
-pass "lumenvale screen and lumenvale stop record in the running application"
+movie=$(ls -t "$movies"/*.mp4 | head -n1)
+no_panels "$movie" "1240 680" "1000 677"
+pass "lumenvale screen and lumenvale stop record in the running application, with no card in the movie"
 
 # The command line's --clicks: said to be left out, and the recording made all the same.
 record --screen --seconds 1 --clicks --no-countdown --no-system-audio --folder "$work/cli"

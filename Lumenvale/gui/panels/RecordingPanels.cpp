@@ -86,9 +86,14 @@ void RecordingPanels::showOutline(const Rect& area) {
 }
 
 void RecordingPanels::prepareControl(const Screen& screen) {
-    if (Desktop::ownWindowsInCapture() == Desktop::OwnWindows::recorded && !recorded_) {
-        recorded_ = screen.frame;
-        notice_.keepClearOf(recorded_);
+    if (Desktop::ownWindowsInCapture() == Desktop::OwnWindows::recorded) {
+        if (!recorded_) {
+            recorded_ = screen.frame;
+            notice_.keepClearOf(recorded_);
+        }
+        // The last movie's card would be recorded too; the movie stays a click away
+        // (Edit Last Recording…).
+        card_.close();
     }
     control_.prepare(screen, recorded_);
 }

@@ -61,8 +61,8 @@ class RecordingPanels : public QObject, public RecorderUi {
     CameraBubble bubble_;
     std::unique_ptr<QQuickWindow> outline_;
     // What the running (or starting) recording takes in, when its capture records
-    // Lumenvale's windows too (Wayland): the panels keep clear of it. From showOutline()
-    // or prepareControl() until hidePanels().
+    // Lumenvale's windows too (Wayland): the panels keep clear of it, and the last
+    // movie's card closes. From showOutline() or prepareControl() until hidePanels().
     std::optional<Rect> recorded_;
 };
 
