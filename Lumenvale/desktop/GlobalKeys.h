@@ -9,9 +9,9 @@
 namespace lumenvale {
 
 // Keyboard shortcuts that work for the whole session, whichever application is in
-// front: the seam between the hotkey center and the desktop (X11 key grabs today; a
-// portal on Wayland later). A combination is held under a small numeric id of the
-// caller's choosing; pressing it emits pressed(id).
+// front: the seam between the hotkey center and the desktop (X11 key grabs, or the
+// desktop portal's GlobalShortcuts on Wayland). A combination is held under a small
+// numeric id of the caller's choosing; pressing it emits pressed(id).
 //
 // Threads: made, used and observed on the GUI thread; pressed() is emitted there,
 // from the event loop, never from inside a call of this interface. Made by
