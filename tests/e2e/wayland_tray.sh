@@ -8,11 +8,12 @@
 #     control hides while recording);
 #   - an area reaching the display's top: the control shows just under it, out of the
 #     movie, and its Stop works;
-#   - `lumenvale screen` and `lumenvale stop` from a shell record in the running one;
+#   - `lumenvale screen` and `lumenvale stop` from a shell record in the running one,
+#     and the card the area's movie left up is not in the movie;
 #     `lumenvale record --clicks` records, saying the click rings are left out;
-#   - Settings: "Show clicks" off and disabled, with why, though "on" is stored; the
-#     portal offers no GlobalShortcuts, so the Shortcuts tab gives the commands to bind
-#     as selectable text;
+#   - Settings (an XWayland window): "Show clicks" off, with why, and pressing it does
+#     nothing, though "on" is stored; the portal offers no GlobalShortcuts, so the
+#     Shortcuts tab gives the commands to bind in a read-only text field;
 #   - without XWayland it runs on Qt's Wayland platform, with its tray menu;
 #   - where a portal offers GlobalShortcuts (a stand-in on a bus of its own, since
 #     Debian 12's has none), the stored shortcut is bound with its combination as the
