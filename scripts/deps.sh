@@ -25,9 +25,11 @@ runtime_packages=(
   desktop-file-utils appstream man-db
   at-spi2-core python3-pyatspi python3-dbus python3-gi xclip xcompmgr
   qml6-module-qtmultimedia gstreamer1.0-plugins-base gstreamer1.0-plugins-good
-  # The Wayland test session: sway headless, PipeWire and the desktop portal; a
-  # GStreamer video source for PipeWire.
-  sway foot pipewire wireplumber xdg-desktop-portal xdg-desktop-portal-wlr
+  # The Wayland test session: sway headless (with XWayland for the tray
+  # application's tests), PipeWire and the desktop portal; a GStreamer video source
+  # for PipeWire. Qt's Wayland platform, for a Wayland desktop without XWayland.
+  sway xwayland foot pipewire wireplumber xdg-desktop-portal xdg-desktop-portal-wlr
+  qt6-wayland
   gstreamer1.0-tools gstreamer1.0-pipewire
 )
 

@@ -41,7 +41,7 @@ pass "the package holds the binary, desktop entry, metainfo, icons and manual pa
 
 depends=$(dpkg-deb -f "$deb" Depends)
 for library in 'libqt6core6 ' 'libavformat[0-9]+ ' 'libpulse0 ' 'libxcb1(,|$)' \
-  'qml6-module-qtquick-controls(,|$)' 'qt6-qpa-plugins(,|$)'; do
+  'qml6-module-qtquick-controls(,|$)' 'qt6-qpa-plugins(,|$)' 'qt6-wayland(,|$)'; do
   grep -qE "(^|, )$library" <<<"$depends" || fail "Depends names no ${library%% *}: $depends"
 done
 pass "its dependencies name the shared libraries and the QML modules: $depends"

@@ -3,7 +3,8 @@
 #   - a D-Bus session bus (dbus-run-session),
 #   - PipeWire with WirePlumber,
 #   - sway on its headless backend, drawing with pixman: one output HEADLESS-1 of
-#     1280x720 (or LUMENVALE_SCREEN_SIZE), no borders, no XWayland,
+#     1280x720 (or LUMENVALE_SCREEN_SIZE), no borders; no XWayland unless
+#     LUMENVALE_XWAYLAND=1 asks for it (then DISPLAY names it),
 #   - the desktop portal (xdg-desktop-portal) with its wlroots backend
 #     (xdg-desktop-portal-wlr), which shares HEADLESS-1 without asking; on a machine
 #     without a GPU render node it gets tests/support/screencopy_dmabuf_notice.c
@@ -67,7 +68,7 @@ cat >"$runtime/sway.conf" <<CONF
 output HEADLESS-1 resolution ${LUMENVALE_SCREEN_SIZE:-1280x720} position 0 0
 default_border none
 default_floating_border none
-xwayland disable
+xwayland $([[ ${LUMENVALE_XWAYLAND:-} == 1 ]] && echo enable || echo disable)
 CONF
 WLR_BACKENDS=headless WLR_RENDERER=pixman WLR_LIBINPUT_NO_DEVICES=1 \
   sway --config "$runtime/sway.conf" >"$runtime/sway.log" 2>&1 &
@@ -87,10 +88,22 @@ export SWAYSOCK=$socket
 export WAYLAND_DISPLAY
 WAYLAND_DISPLAY=$(basename "$(find "$XDG_RUNTIME_DIR" -maxdepth 1 -name 'wayland-*' ! -name '*.lock' -print -quit)")
 wait_for 'swaymsg -t get_outputs 2>/dev/null | grep -q HEADLESS-1' "$runtime/sway.log" "sway's output"
+if [[ ${LUMENVALE_XWAYLAND:-} == 1 ]]; then
+  # sway runs its commands with DISPLAY naming XWayland once that is up.
+  xwayland_display() {
+    swaymsg exec "echo \$DISPLAY >$runtime/display.new && mv $runtime/display.new $runtime/display" \
+      >/dev/null || return 1
+    sleep 0.1
+    grep -q '^:' "$runtime/display" 2>/dev/null
+  }
+  wait_for xwayland_display "$runtime/sway.log" XWayland
+  export DISPLAY
+  DISPLAY=$(cat "$runtime/display")
+fi
 
 # The portal and its backend see this session's environment (also when the bus
 # starts them itself).
-dbus-update-activation-environment WAYLAND_DISPLAY SWAYSOCK XDG_RUNTIME_DIR XDG_CURRENT_DESKTOP \
+dbus-update-activation-environment ${DISPLAY:+DISPLAY} WAYLAND_DISPLAY SWAYSOCK XDG_RUNTIME_DIR XDG_CURRENT_DESKTOP \
   XDG_SESSION_TYPE HOME XDG_CONFIG_HOME
 cat >"$runtime/portal-wlr.conf" <<CONF
 [screencast]

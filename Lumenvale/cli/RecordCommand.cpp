@@ -7,6 +7,7 @@
 #include "cli/SignalPipe.h"
 #include "cli/TerminalUi.h"
 #include "cli/Usage.h"
+#include "desktop/Desktop.h"
 #include "desktop/Screens.h"
 #include "recorder/ScreenRecorder.h"
 #include "recorder/StartupRecovery.h"
@@ -82,6 +83,10 @@ class RecordRun : public QObject {
         if (cancelled_) {
             end(RecordStatus::failed, QStringLiteral("Recording cancelled.\n"));
             return;
+        }
+        if (request_.showClicks && Desktop::globalClicks() == Desktop::GlobalClicks::unseen) {
+            ui_.showNotice(QStringLiteral("Recording without click rings: Wayland doesn’t let "
+                                          "applications see clicks in other windows."));
         }
         std::optional<Selection> selection;
         if (request_.kind == RecordKind::area) {

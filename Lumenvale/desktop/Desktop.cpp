@@ -6,10 +6,13 @@
 #include "LumenvaleMedia/DisplaysX11.h"
 #include "desktop/DisplaysNull.h"
 #include "desktop/GlobalKeysNull.h"
+#include "desktop/GlobalKeysPortal.h"
 #include "desktop/GlobalKeysX11.h"
 #include "desktop/KeyboardNull.h"
 #include "desktop/KeyboardX11.h"
 
+#include <QDir>
+#include <QLibraryInfo>
 #include <QtGlobal>
 
 namespace lumenvale::Desktop {
@@ -40,6 +43,33 @@ bool hasXDisplay() {
     return !qEnvironmentVariableIsEmpty("DISPLAY");
 }
 } // namespace
+
+std::optional<QString> chooseGuiPlatform() {
+    if (session() != Session::wayland || !qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) {
+        return std::nullopt;
+    }
+    if (hasXDisplay()) {
+        qputenv("QT_QPA_PLATFORM", "xcb");
+        return std::nullopt;
+    }
+    const QDir platforms(QLibraryInfo::path(QLibraryInfo::PluginsPath) +
+                         QStringLiteral("/platforms"));
+    if (platforms.entryList({QStringLiteral("libqwayland*.so")}, QDir::Files).isEmpty()) {
+        return QStringLiteral("Lumenvale can’t show its windows on this Wayland desktop: "
+                              "it needs XWayland or Qt’s Wayland support. Install the "
+                              "package xwayland or qt6-wayland.");
+    }
+    qputenv("QT_QPA_PLATFORM", "wayland");
+    return std::nullopt;
+}
+
+OwnWindows ownWindowsInCapture() {
+    return session() == Session::wayland ? OwnWindows::recorded : OwnWindows::leftOut;
+}
+
+GlobalClicks globalClicks() {
+    return session() == Session::wayland ? GlobalClicks::unseen : GlobalClicks::seen;
+}
 
 std::unique_ptr<Displays> makeDisplays() {
     switch (session()) {
@@ -79,10 +109,14 @@ std::unique_ptr<GlobalKeys> makeGlobalKeys() {
     case Session::x11:
         return std::make_unique<GlobalKeysX11>(std::make_unique<KeyboardX11>());
     case Session::wayland: // X11 grabs would see only XWayland's windows
+        if (GlobalKeysPortal::offered()) {
+            return std::make_unique<GlobalKeysPortal>(makeKeyboard());
+        }
+        return std::make_unique<GlobalKeysNull>(GlobalKeys::Support::notOffered);
     case Session::none:
-        return std::make_unique<GlobalKeysNull>();
+        return std::make_unique<GlobalKeysNull>(GlobalKeys::Support::offered);
     }
-    return std::make_unique<GlobalKeysNull>();
+    return std::make_unique<GlobalKeysNull>(GlobalKeys::Support::offered);
 }
 
 } // namespace lumenvale::Desktop

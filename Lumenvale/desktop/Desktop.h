@@ -8,6 +8,7 @@
 
 #include <QString>
 #include <memory>
+#include <optional>
 
 // The one place that picks the desktop's implementations for this session: X11, or a
 // Wayland desktop, whose screens are recorded through the desktop portal (ScreenCast
@@ -39,6 +40,26 @@ Session sessionOf(const SessionEnvironment& environment);
 // sessionOf() the process's environment, read afresh on every call.
 Session session();
 
+// Picks the Qt platform for the graphical application, before QApplication is made:
+// on a Wayland desktop with XWayland (DISPLAY set) the panels are X11 windows
+// ("xcb"), which may sit anywhere above the others and take any shape; without
+// XWayland, Qt's Wayland platform. A QT_QPA_PLATFORM set by the user wins. Returns
+// the sentence to tell the user when neither can show windows here (XWayland is
+// missing and so is Qt's Wayland support).
+std::optional<QString> chooseGuiPlatform();
+
+// Whether the screen capture can leave this application's own windows out of the
+// movie (X11), or records whatever the display shows (the desktop portal on
+// Wayland): then the panels around a recording keep out of the recorded area.
+enum class OwnWindows { leftOut, recorded };
+OwnWindows ownWindowsInCapture();
+
+// Whether clicks anywhere on the desktop can be seen, for the click rings drawn into
+// a recording: X11 lets any client watch the pointer's buttons; Wayland shows an
+// application only the clicks on its own windows.
+enum class GlobalClicks { seen, unseen };
+GlobalClicks globalClicks();
+
 // The displays and windows of the session's desktop. Nothing is asked of the display
 // server before the first call; throws MediaError when its display cannot be reached.
 std::unique_ptr<Displays> makeDisplays();
@@ -52,8 +73,11 @@ std::unique_ptr<VideoSource> makeCapture(CaptureRequest request);
 std::unique_ptr<Keyboard> makeKeyboard();
 
 // Shortcuts that work whichever application is in front: X11 key grabs on a connection
-// of their own (opened here; a display that cannot be reached refuses every grab), or,
-// without a display server, keys that are held but never pressed. GUI thread.
+// of their own (opened here; a display that cannot be reached refuses every grab); on
+// Wayland the desktop portal's GlobalShortcuts where the portal offers it, else keys
+// that are never pressed and say they are not offered (the user binds the commands
+// in the desktop instead); without a display server, keys that are held but never
+// pressed. GUI thread.
 std::unique_ptr<GlobalKeys> makeGlobalKeys();
 
 } // namespace lumenvale::Desktop

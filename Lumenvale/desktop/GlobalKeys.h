@@ -9,9 +9,9 @@
 namespace lumenvale {
 
 // Keyboard shortcuts that work for the whole session, whichever application is in
-// front: the seam between the hotkey center and the desktop (X11 key grabs today; a
-// portal on Wayland later). A combination is held under a small numeric id of the
-// caller's choosing; pressing it emits pressed(id).
+// front: the seam between the hotkey center and the desktop (X11 key grabs, or the
+// desktop portal's GlobalShortcuts on Wayland). A combination is held under a small
+// numeric id of the caller's choosing; pressing it emits pressed(id).
 //
 // Threads: made, used and observed on the GUI thread; pressed() is emitted there,
 // from the event loop, never from inside a call of this interface. Made by
@@ -26,7 +26,15 @@ class GlobalKeys : public QObject {
                // is not on this keyboard, a display that went away); nothing is held
     };
 
+    // Whether the desktop lets an application hold shortcuts at all. Where it does
+    // not (a Wayland desktop whose portal lacks GlobalShortcuts), every grab is taken
+    // on and never pressed, and the user binds Lumenvale's commands in the desktop's
+    // own keyboard settings instead.
+    enum class Support { offered, notOffered };
+
     using QObject::QObject;
+
+    virtual Support support() const { return Support::offered; }
 
     // Holds `combo` under `id`, in place of whatever `id` held before. A combination
     // that this object already holds under another id counts as in use.

@@ -42,6 +42,7 @@ class HotkeyCenter : public QObject {
     Q_PROPERTY(lumenvale::HotkeyCenter::Combos combos READ combos NOTIFY combosChanged)
     Q_PROPERTY(lumenvale::HotkeyCenter::Actions inUse READ inUse NOTIFY inUseChanged)
     Q_PROPERTY(bool suspended READ suspended WRITE setSuspended NOTIFY suspendedChanged)
+    Q_PROPERTY(bool offered READ offered CONSTANT)
 
   public:
     using Combos = std::map<RecAction, Combo>;
@@ -58,6 +59,10 @@ class HotkeyCenter : public QObject {
     // The application's center, on the session's global keys and the shared recorder;
     // created on first use and never destroyed.
     static HotkeyCenter& shared();
+
+    // Whether the desktop lets shortcuts be held at all; where it does not, the user
+    // binds the commands ("lumenvale screen", ...) in the desktop's keyboard settings.
+    bool offered() const { return keys_->support() == GlobalKeys::Support::offered; }
 
     // Each action's shortcut; an action without one has no entry.
     const Combos& combos() const { return combos_; }

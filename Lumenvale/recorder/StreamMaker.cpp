@@ -72,7 +72,9 @@ ScreenRecorder::Started ScreenRecorder::makeStream(const Screen& screen,
     request.size = *pixelSize_;
     request.fps = static_cast<int>(std::clamp<std::int64_t>(options.fps, 1, maximumFps));
     request.showsPointer = options.showsPointer;
-    request.showsClicks = options.showsClicks;
+    // Where the desktop shows no clicks outside Lumenvale, rings would never appear.
+    request.showsClicks =
+        options.showsClicks && Desktop::globalClicks() == Desktop::GlobalClicks::seen;
 
     RecordingSources sources;
     sources.video = Desktop::makeCapture(std::move(request));

@@ -2,6 +2,7 @@
 
 #include "desktop/Screens.h"
 #include "gui/panels/OverlayPanel.h"
+#include "gui/panels/PanelPlacement.h"
 #include "gui/windows/Windows.h"
 
 #include <QQuickWindow>
@@ -43,19 +44,45 @@ void Notice::show(const QString& text) {
             return;
         }
     }
-    const std::optional<Screen> screen = Screens::withMouse();
-    if (screen) {
-        const Rect& visible = screen->visibleFrame;
-        const double height = window_->height();
-        OverlayPanel::place(*window_, Rect{visible.midX() - 240,
-                                           visible.minY() + visible.height * 0.2, 480, height});
-    }
-    OverlayPanel::clip(
-        *window_, OverlayPanel::rounded(window_->size(), std::min(window_->height() / 2.0, 22.0)));
     window_->setOpacity(1);
+    if (!place()) {
+        window_->hide();
+        return;
+    }
     window_->show();
     window_->raise();
     hideTimer_.start();
+}
+
+void Notice::keepClearOf(std::optional<Rect> recorded) {
+    keepClearOf_ = recorded;
+    if (window_ && window_->isVisible() && !place()) {
+        hideTimer_.stop();
+        fade_.stop();
+        window_->hide();
+    }
+}
+
+bool Notice::place() {
+    const std::optional<Screen> screen = Screens::withMouse();
+    if (screen) {
+        const Rect& visible = screen->visibleFrame;
+        std::optional<Rect> frame =
+            Rect{visible.midX() - 240, visible.minY() + visible.height * 0.2, 480,
+                 static_cast<double>(window_->height())};
+        if (keepClearOf_) {
+            frame = PanelPlacement::clearOf(*frame, *keepClearOf_, Screens::all(), 8);
+            if (!frame) {
+                return false;
+            }
+        }
+        OverlayPanel::place(*window_, *frame);
+    } else if (keepClearOf_) {
+        return false;
+    }
+    OverlayPanel::clip(
+        *window_, OverlayPanel::rounded(window_->size(), std::min(window_->height() / 2.0, 22.0)));
+    return true;
 }
 
 } // namespace lumenvale

@@ -16,8 +16,9 @@ class QWindow;
 // the outline, the notice, the selection pickers and the card): a frameless window
 // above all others, on every workspace, that never takes the keyboard focus from the
 // application being recorded and that no window manager moves or decorates
-// (override-redirect). The recorder's capture leaves this process's windows out, so
-// none of them reaches a movie.
+// (override-redirect). The X11 capture leaves this process's windows out, so none of
+// them reaches a movie; the desktop portal on Wayland records what the display shows,
+// so there the panels keep clear of what is recorded (PanelPlacement) or hide.
 //
 // Geometry: rectangles here are in desktop coordinates (points, origin bottom-left,
 // y up), converted to Qt's top-left coordinates at the window boundary.

@@ -2,6 +2,7 @@
 
 #include "LumenvaleKit/Clock.h"
 #include "gui/panels/OverlayPanel.h"
+#include "gui/panels/PanelPlacement.h"
 #include "gui/windows/Windows.h"
 #include "recorder/ScreenRecorder.h"
 
@@ -39,7 +40,7 @@ void RecordingControl::stop() {
     recorder_.stop();
 }
 
-void RecordingControl::prepare(const Screen& screen) {
+void RecordingControl::prepare(const Screen& screen, std::optional<Rect> keepClearOf) {
     if (!window_) {
         window_ = OverlayPanel::create(windows_, QStringLiteral("ControlPanel"),
                                        {{QStringLiteral("control"), QVariant::fromValue(this)}},
@@ -54,6 +55,7 @@ void RecordingControl::prepare(const Screen& screen) {
         });
     }
     screen_ = screen;
+    keepClearOf_ = keepClearOf;
     emit changed();
     // Made and placed now, shown once the capture runs: where no compositor blends
     // windows, a transparent one would still show during the countdown.
@@ -64,7 +66,10 @@ void RecordingControl::show() {
     if (!window_) {
         return;
     }
-    placeOn(screen_);
+    if (!placeOn(screen_)) {
+        window_->hide();
+        return;
+    }
     window_->show();
     window_->raise();
     tick_.start();
@@ -77,14 +82,21 @@ void RecordingControl::hide() {
     }
 }
 
-void RecordingControl::placeOn(const Screen& screen) {
+bool RecordingControl::placeOn(const Screen& screen) {
     const Rect& visible = screen.visibleFrame;
     const double width = window_->width();
     const double height = window_->height();
-    const Rect frame{std::round(visible.midX() - width / 2), visible.maxY() - height - 8, width,
-                     height};
-    OverlayPanel::place(*window_, frame);
+    std::optional<Rect> frame =
+        Rect{std::round(visible.midX() - width / 2), visible.maxY() - height - 8, width, height};
+    if (keepClearOf_) {
+        frame = PanelPlacement::clearOf(*frame, *keepClearOf_, Screens::all(), 8);
+        if (!frame) {
+            return false;
+        }
+    }
+    OverlayPanel::place(*window_, *frame);
     OverlayPanel::clip(*window_, OverlayPanel::rounded(window_->size(), height / 2.0));
+    return true;
 }
 
 } // namespace lumenvale

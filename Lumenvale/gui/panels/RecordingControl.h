@@ -6,6 +6,7 @@
 #include <QString>
 #include <QTimer>
 #include <memory>
+#include <optional>
 
 class QQuickWindow;
 
@@ -17,7 +18,9 @@ class Windows;
 // The floating control of a running recording (ControlPanel.qml): the elapsed time,
 // Pause/Resume and Stop, centred at the top of the recorded display, 8 points under
 // its top edge; the user may drag it anywhere by its dot. It is made before the
-// capture starts and shown once it runs.
+// capture starts and shown once it runs. Where the capture records it too (Wayland),
+// it keeps clear of what is recorded (PanelPlacement), or stays hidden; the tray
+// menu's header still stops the recording.
 //
 // Threads: the GUI thread.
 class RecordingControl : public QObject {
@@ -29,8 +32,9 @@ class RecordingControl : public QObject {
     RecordingControl(ScreenRecorder& recorder, Windows& windows, QObject* parent = nullptr);
     ~RecordingControl() override;
 
-    // Makes the panel for `screen`, placed but not shown yet.
-    void prepare(const Screen& screen);
+    // Makes the panel for `screen`, placed but not shown yet; with `keepClearOf`, never
+    // over that rectangle (desktop coordinates).
+    void prepare(const Screen& screen, std::optional<Rect> keepClearOf);
     // Places it again and shows it.
     void show();
     void hide();
@@ -46,12 +50,14 @@ class RecordingControl : public QObject {
     void changed();
 
   private:
-    void placeOn(const Screen& screen);
+    // Places the panel; false when it has no place clear of `keepClearOf_`.
+    bool placeOn(const Screen& screen);
 
     ScreenRecorder& recorder_;
     Windows& windows_;
     std::unique_ptr<QQuickWindow> window_;
     Screen screen_;
+    std::optional<Rect> keepClearOf_;
     QTimer tick_;
 };
 

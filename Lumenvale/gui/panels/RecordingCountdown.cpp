@@ -1,12 +1,22 @@
 #include "gui/panels/RecordingCountdown.h"
 
+#include "desktop/Desktop.h"
 #include "gui/panels/OverlayPanel.h"
 #include "gui/windows/Windows.h"
 #include "hotkeys/HotkeyCenter.h"
 
 #include <QQuickWindow>
+#include <chrono>
 
 namespace lumenvale {
+
+namespace {
+
+// Enough for the display server to take the hidden window off the screen and the
+// compositor to draw a frame without it.
+constexpr std::chrono::milliseconds hiddenBeforeCapture{150};
+
+} // namespace
 
 RecordingCountdown::RecordingCountdown(Windows& windows, HotkeyCenter* hotkeys, QObject* parent)
     : QObject(parent), windows_(windows), hotkeys_(hotkeys) {
@@ -66,9 +76,17 @@ void RecordingCountdown::end(bool completed) {
     if (window_) {
         window_->hide();
     }
-    if (auto done = std::exchange(done_, nullptr)) {
-        done(completed);
+    auto done = std::exchange(done_, nullptr);
+    if (!done) {
+        return;
     }
+    if (completed && Desktop::ownWindowsInCapture() == Desktop::OwnWindows::recorded) {
+        // The capture records whatever the display shows: it starts once the
+        // compositor has drawn the display without the countdown.
+        QTimer::singleShot(hiddenBeforeCapture, this, [done] { done(true); });
+        return;
+    }
+    done(completed);
 }
 
 } // namespace lumenvale

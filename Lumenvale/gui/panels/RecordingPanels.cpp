@@ -1,5 +1,6 @@
 #include "gui/panels/RecordingPanels.h"
 
+#include "desktop/Desktop.h"
 #include "desktop/Screens.h"
 #include "gui/panels/OverlayPanel.h"
 #include "gui/windows/Windows.h"
@@ -59,6 +60,11 @@ std::optional<std::uint32_t> RecordingPanels::visibleBubbleWindow() const {
 }
 
 void RecordingPanels::showOutline(const Rect& area) {
+    // The outline lies outside the area, so out of the movie even where it is recorded.
+    if (Desktop::ownWindowsInCapture() == Desktop::OwnWindows::recorded) {
+        recorded_ = area;
+        notice_.keepClearOf(recorded_);
+    }
     if (!outline_) {
         outline_ = OverlayPanel::create(windows_, QStringLiteral("OutlinePanel"), {},
                                         OverlayPanel::Mouse::ignored);
@@ -80,7 +86,16 @@ void RecordingPanels::showOutline(const Rect& area) {
 }
 
 void RecordingPanels::prepareControl(const Screen& screen) {
-    control_.prepare(screen);
+    if (Desktop::ownWindowsInCapture() == Desktop::OwnWindows::recorded) {
+        if (!recorded_) {
+            recorded_ = screen.frame;
+            notice_.keepClearOf(recorded_);
+        }
+        // The last movie's card would be recorded too; the movie stays a click away
+        // (Edit Last Recording…).
+        card_.close();
+    }
+    control_.prepare(screen, recorded_);
 }
 
 void RecordingPanels::showControl() {
@@ -94,6 +109,8 @@ void RecordingPanels::hidePanels() {
     if (outline_) {
         outline_->hide();
     }
+    recorded_.reset();
+    notice_.keepClearOf(std::nullopt);
 }
 
 void RecordingPanels::showNotice(const QString& text) {

@@ -10,6 +10,7 @@
 
 #include <QObject>
 #include <memory>
+#include <optional>
 
 class QQuickWindow;
 
@@ -59,6 +60,10 @@ class RecordingPanels : public QObject, public RecorderUi {
     RecordingCard card_;
     CameraBubble bubble_;
     std::unique_ptr<QQuickWindow> outline_;
+    // What the running (or starting) recording takes in, when its capture records
+    // Lumenvale's windows too (Wayland): the panels keep clear of it, and the last
+    // movie's card closes. From showOutline() or prepareControl() until hidePanels().
+    std::optional<Rect> recorded_;
 };
 
 } // namespace lumenvale

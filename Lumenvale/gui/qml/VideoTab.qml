@@ -39,11 +39,23 @@ ColumnLayout {
                 Accessible.name: text
             }
             CheckBox {
-                Accessible.onPressAction: { toggle(); toggled() }
-                Accessible.onToggleAction: { toggle(); toggled() }
+                // Off for good where the desktop shows no clicks: also for assistive tools.
+                Accessible.onPressAction: if (enabled) { toggle(); toggled() }
+                Accessible.onToggleAction: if (enabled) { toggle(); toggled() }
                 text: "Show clicks"
                 checked: settings.showsClicks
+                enabled: settings.clicksSeen
                 onToggled: settings.showsClicks = checked
+                Accessible.name: text
+                Accessible.description: enabled ? "" : clicksUnseen.text
+            }
+            Label {
+                id: clicksUnseen
+                visible: !settings.clicksSeen
+                text: "Wayland doesn’t let applications see clicks in other windows."
+                color: theme.secondaryText
+                wrapMode: Text.WordWrap
+                Layout.maximumWidth: 320
                 Accessible.name: text
             }
         }

@@ -6,6 +6,7 @@
 #include "base/SaveFolder.h"
 #include "base/Store.h"
 #include "desktop/Autostart.h"
+#include "desktop/Desktop.h"
 #include "desktop/Permissions.h"
 #include "editor/WorkerTask.h"
 #include "recorder/ScreenRecorder.h"
@@ -15,6 +16,10 @@
 #include <algorithm>
 
 namespace lumenvale {
+
+bool SettingsModel::clicksSeen() const {
+    return Desktop::globalClicks() == Desktop::GlobalClicks::seen;
+}
 
 namespace {
 

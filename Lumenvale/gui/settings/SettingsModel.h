@@ -31,6 +31,7 @@ class SettingsModel : public QObject {
     Q_PROPERTY(QVariantList codecs READ codecs CONSTANT)
     Q_PROPERTY(bool showsPointer READ showsPointer WRITE setShowsPointer NOTIFY optionsChanged)
     Q_PROPERTY(bool showsClicks READ showsClicks WRITE setShowsClicks NOTIFY optionsChanged)
+    Q_PROPERTY(bool clicksSeen READ clicksSeen CONSTANT)
     Q_PROPERTY(bool countdown READ countdown WRITE setCountdown NOTIFY optionsChanged)
     Q_PROPERTY(bool camera READ camera WRITE setCamera NOTIFY optionsChanged)
     Q_PROPERTY(
@@ -64,7 +65,10 @@ class SettingsModel : public QObject {
     QVariantList codecs() const;
     bool showsPointer() const { return options().showsPointer; }
     void setShowsPointer(bool shows) { set(&RecordingOptions::showsPointer, shows); }
-    bool showsClicks() const { return options().showsClicks; }
+    // Off where the desktop does not show clicks in other applications (Wayland),
+    // whatever is stored: the stored choice comes back on a desktop that does.
+    bool showsClicks() const { return options().showsClicks && clicksSeen(); }
+    bool clicksSeen() const;
     void setShowsClicks(bool shows) { set(&RecordingOptions::showsClicks, shows); }
     bool countdown() const { return options().countdown; }
     void setCountdown(bool countdown) { set(&RecordingOptions::countdown, countdown); }

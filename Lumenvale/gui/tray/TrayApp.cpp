@@ -1,6 +1,7 @@
 #include "gui/tray/TrayApp.h"
 
 #include "base/AppIdentity.h"
+#include "desktop/Desktop.h"
 #include "gui/app/AppDelegate.h"
 #include "gui/editor/EditorWindow.h"
 #include "gui/editor/PreviewSurface.h"
@@ -45,15 +46,19 @@ int handOver(const LaunchRequest& request) {
     return 0;
 }
 
+// Whether windows can show here; picks Qt's platform for them (before QApplication).
 bool hasDisplay() {
-    if (!qEnvironmentVariableIsEmpty("DISPLAY") ||
-        !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")) {
-        return true;
+    if (qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")) {
+        std::fputs("Lumenvale needs a desktop session: no display was found. "
+                   "Use “lumenvale record” to record from a script.\n",
+                   stderr);
+        return false;
     }
-    std::fputs("Lumenvale needs a desktop session: no display was found. "
-               "Use “lumenvale record” to record from a script.\n",
-               stderr);
-    return false;
+    if (const std::optional<QString> problem = Desktop::chooseGuiPlatform()) {
+        printLine(*problem);
+        return false;
+    }
+    return true;
 }
 
 void identify() {

@@ -44,5 +44,32 @@ TEST(Desktop, WaylandWinsOverXWaylandAndTheOverrideOverEverything) {
     EXPECT_EQ(of(":0", "", "", "pipewire"), Session::x11); // an unknown override is ignored
 }
 
+// On Wayland with XWayland the windows are X11 ones (the panels need override-redirect
+// and masks); a platform the user chose stays; X11 sessions are left to Qt.
+TEST(Desktop, TheWindowsGoThroughXWaylandUnlessTheUserChoseAPlatform) {
+    const QByteArray display = qgetenv("DISPLAY");
+    const QByteArray platform = qgetenv("QT_QPA_PLATFORM");
+    qunsetenv("QT_QPA_PLATFORM");
+    EXPECT_EQ(Desktop::chooseGuiPlatform(), std::nullopt);
+    EXPECT_TRUE(qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) << "an X11 session";
+
+    qputenv("WAYLAND_DISPLAY", "wayland-test");
+    EXPECT_EQ(Desktop::chooseGuiPlatform(), std::nullopt);
+    EXPECT_EQ(qgetenv("QT_QPA_PLATFORM"), "xcb");
+    EXPECT_EQ(Desktop::ownWindowsInCapture(), Desktop::OwnWindows::recorded);
+    EXPECT_EQ(Desktop::globalClicks(), Desktop::GlobalClicks::unseen);
+
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    qunsetenv("DISPLAY");
+    EXPECT_EQ(Desktop::chooseGuiPlatform(), std::nullopt);
+    EXPECT_EQ(qgetenv("QT_QPA_PLATFORM"), "offscreen");
+
+    qputenv("QT_QPA_PLATFORM", platform);
+    qunsetenv("WAYLAND_DISPLAY");
+    qputenv("DISPLAY", display);
+    EXPECT_EQ(Desktop::ownWindowsInCapture(), Desktop::OwnWindows::leftOut);
+    EXPECT_EQ(Desktop::globalClicks(), Desktop::GlobalClicks::seen);
+}
+
 } // namespace
 } // namespace lumenvale

@@ -14,8 +14,9 @@ keys (xdotool, into the window, which is made the active one first).
     atspi.py keys [--to NAME] KEY...
                                     focus NAME (or only activate --window) and press
                                     the keys, each as xdotool names it ("ctrl+w")
-    atspi.py read NAME [--following ROLE] [--field name|description] [--expect TEXT]
-                                    print NAME's name or description; --following:
+    atspi.py read NAME [--following ROLE] [--field name|description|text] [--expect TEXT]
+                                    print NAME's name, description or text (what a
+                                    text field holds); --following:
                                     of the first shown ROLE object after NAME;
                                     --expect: wait until it is TEXT
     atspi.py where NAME             print NAME's middle and size on the screen: X Y W H
@@ -212,6 +213,9 @@ def read(args):
         hit = lookup(args.name, args.role, args.window, args.following)
         if hit is None:
             return None
+        if args.field == "text":
+            text = hit[1].queryText()
+            return text.getText(0, text.characterCount)
         return hit[1].description if args.field == "description" else hit[1].name
 
     if args.expect is None:
@@ -273,7 +277,7 @@ def main():
     sub = commands.add_parser("read", parents=[common])
     sub.add_argument("name")
     sub.add_argument("--following")
-    sub.add_argument("--field", choices=("name", "description"), default="name")
+    sub.add_argument("--field", choices=("name", "description", "text"), default="name")
     sub.add_argument("--expect")
     sub.set_defaults(run=read)
     sub = commands.add_parser("state", parents=[common])
