@@ -87,10 +87,17 @@ class CapturePortal::Engine {
 
     // Paints the newest picture into the canvas and hands it over with its due time
     // (as the X11 capture does, so the sound of a part lines up with its first frame).
+    // The compositor sends a picture when the screen changed: a frame without a new
+    // one is handed over as unchanged, neither painted nor converted again.
     void makeFrame(std::int64_t index, FramePacer::Clock::time_point due) {
         bool painted = false;
+        bool unchanged = false;
         stream->withPicture([&](const portal::Picture& picture) {
             if (picture.generation == 0) {
+                return;
+            }
+            if (picture.generation == paintedGeneration) {
+                unchanged = true;
                 return;
             }
             const x11::PixelRect part = portal::visiblePart(request.target, grant, picture.size);
@@ -108,6 +115,7 @@ class CapturePortal::Engine {
             }
             canvas.paint(image, plan);
             painted = true;
+            paintedGeneration = picture.generation;
         });
         if (!painted) {
             ++counters.repeated;
@@ -119,6 +127,7 @@ class CapturePortal::Engine {
         frame.size = request.size;
         frame.time = due.time_since_epoch();
         frame.index = index;
+        frame.change = unchanged ? FrameChange::rows : FrameChange::whole;
         ++counters.delivered;
         if (onFrame) {
             onFrame(frame);
@@ -137,6 +146,7 @@ class CapturePortal::Engine {
     portal::ScreenCastGrant grant;
     std::unique_ptr<portal::PipeWireStream> stream;
     x11::MovieCanvas canvas;
+    std::int64_t paintedGeneration = 0; // of the picture in the canvas
     FrameHandler onFrame;
     StoppedHandler onStopped;
     std::thread thread;
