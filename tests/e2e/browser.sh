@@ -85,7 +85,12 @@ read -r duration _ before after last <<<"$(browse "$out" 1.6 2.5 "$(echo "$expec
 approx "$duration" "$expected" 0.05 || fail "Chromium's duration of the still screen: $duration s, the file's $expected s"
 [[ "$before $after $last" == "0 15 15" ]] ||
   fail "Chromium shows $before, $after and $last (0 blue, 15 red) at 1.6 s, 2.5 s and the end"
-pass "still screen in Chromium: $packets frames for $duration s, blue then red from about 2 s to the end"
+# libmpv (the editor's player) shows each of those frames once: blue ones, then red.
+shown=$(mpv_coded_frames "$out")
+runs=$(tr ' ' '\n' <<<"$shown" | uniq | wc -l)
+[[ $(wc -w <<<"$shown") -eq $packets && $runs -eq 2 ]] ||
+  fail "libmpv shows the still screen's $packets frames as $shown"
+pass "still screen in Chromium and libmpv: $packets frames for $duration s, blue then red from about 2 s to the end"
 
 # Cut-only export that cuts between keyframes: keep 0–1.5 s and 2.5–6 s (frames 0–44
 # and 75–179). Seeking half a frame into a frame's time shows that frame: the last
