@@ -85,6 +85,11 @@ read -r duration _ before after last <<<"$(browse "$out" 1.6 2.5 "$(echo "$expec
 approx "$duration" "$expected" 0.05 || fail "Chromium's duration of the still screen: $duration s, the file's $expected s"
 [[ "$before $after $last" == "0 15 15" ]] ||
   fail "Chromium shows $before, $after and $last (0 blue, 15 red) at 1.6 s, 2.5 s and the end"
+# Exported whole, it keeps its length: the last frame's own duration stands.
+"$LUMENVALE" export "$out" --output "$work/still-export.mp4" >/dev/null 2>"$work/err" ||
+  fail "export failed: $(cat "$work/err")"
+approx "$(stream_value "$work/still-export.mp4" v:0 duration)" "$(stream_value "$out" v:0 duration)" 0.034 ||
+  fail "the still screen's picture lasts $(stream_value "$out" v:0 duration) s, exported $(stream_value "$work/still-export.mp4" v:0 duration) s"
 # libmpv (the editor's player) shows each of those frames once: blue ones, then red.
 shown=$(mpv_coded_frames "$out")
 runs=$(tr ' ' '\n' <<<"$shown" | uniq | wc -l)

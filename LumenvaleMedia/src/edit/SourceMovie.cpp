@@ -140,16 +140,21 @@ TimeRange trackRange(const SourceMovie& movie, int streamIndex) {
     } else {
         range.end = range.start;
     }
-    // A picture track lasts at least until its last frame has been shown for one frame
-    // time, even when the file gives that frame no duration of its own.
+    // A picture track whose file gives its last frame no duration of its own (the
+    // track ends where that frame starts) lasts until the frame has been shown for
+    // one frame time. A duration the file gives is kept: frames of a screen recording
+    // last as long as the screen stayed unchanged, so the average rate says nothing
+    // of the last one.
     const int entries = avformat_index_get_entries_count(stream);
     const AVRational rate = stream->avg_frame_rate;
     if (stream->codecpar->codec_type == AVMEDIA_TYPE_VIDEO && entries > 0 && rate.num > 0 &&
         rate.den > 0) {
         const AVIndexEntry* last = avformat_index_get_entry(stream, entries - 1);
         if (last != nullptr && last->timestamp != AV_NOPTS_VALUE) {
-            range.end = std::max(range.end, ff::seconds(last->timestamp, stream->time_base) +
-                                                1 / av_q2d(rate));
+            const double lastStart = ff::seconds(last->timestamp, stream->time_base);
+            if (range.end <= lastStart) {
+                range.end = lastStart + 1 / av_q2d(rate);
+            }
         }
     }
     return range;
