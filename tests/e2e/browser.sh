@@ -90,6 +90,20 @@ approx "$duration" "$expected" 0.05 || fail "Chromium's duration of the still sc
   fail "export failed: $(cat "$work/err")"
 approx "$(stream_value "$work/still-export.mp4" v:0 duration)" "$(stream_value "$out" v:0 duration)" 0.034 ||
   fail "the still screen's picture lasts $(stream_value "$out" v:0 duration) s, exported $(stream_value "$work/still-export.mp4" v:0 duration) s"
+# Cut between keyframes, the frames encoded again share the recording's parameter
+# sets; cropped (so encoded again whole), it keeps the recording's 30 frames a second.
+still_edit() {
+  echo "{\"sourceDuration\":$expected,\"clips\":[{\"id\":\"2C0D6A4E-1B3F-4E58-9A7C-6D5E4F3A2B10\",\"start\":0,\"end\":1.3},
+    {\"id\":\"5F4E3D2C-1B0A-4987-8654-3210FEDCBA98\",\"start\":2.5,\"end\":$expected}],\"speed\":1,$1\"volumes\":{}}" >"$work/still.json"
+  "$LUMENVALE" export "$out" --edit "$work/still.json" --output "$2" >/dev/null 2>"$work/err" ||
+    fail "export failed: $(cat "$work/err")"
+}
+still_edit "" "$work/still-cut.mp4"
+tag=$(ffprobe -v error -select_streams v:0 -show_entries stream=codec_tag_string -of csv=p=0 "$work/still-cut.mp4")
+[[ $tag == avc1 ]] || fail "the still screen cut between keyframes has sample entry $tag, not avc1"
+still_edit '"crop":[[0,0],[0.5,0.5]],' "$work/still-crop.mp4"
+[[ "$(stream_value "$work/still-crop.mp4" v:0 r_frame_rate)" == 30/1 ]] ||
+  fail "the cropped still screen has $(stream_value "$work/still-crop.mp4" v:0 r_frame_rate) frames a second"
 # libmpv (the editor's player) shows each of those frames once: blue ones, then red.
 shown=$(mpv_coded_frames "$out")
 runs=$(tr ' ' '\n' <<<"$shown" | uniq | wc -l)

@@ -19,7 +19,10 @@ double nominalFrameRate(const AVStream* stream) {
     if (rate.num <= 0 || rate.den <= 0) {
         rate = stream->r_frame_rate;
     }
-    const double perSecond = rate.num > 0 && rate.den > 0 ? av_q2d(rate) : 0;
+    double perSecond = rate.num > 0 && rate.den > 0 ? av_q2d(rate) : 0;
+    if (const std::optional<double> grid = frameGridRate(stream); grid && *grid > perSecond) {
+        perSecond = *grid;
+    }
     // Rounded to a whole rate, halves away from zero; 30 when there is none.
     const double rounded = std::round(perSecond);
     return rounded > 0 ? rounded : 30;

@@ -79,7 +79,9 @@ CutEncoders::CutEncoders(const AVStream* source, std::optional<EncoderSettings> 
                          ParameterSetPlace place)
     : source_(source), place_(place) {
     std::vector<AVRational> rates;
-    for (const AVRational rate : {source->r_frame_rate, source->avg_frame_rate}) {
+    const std::optional<double> grid = frameGridRate(source);
+    const AVRational gridRate = grid ? av_d2q(*grid, 1000) : AVRational{0, 1};
+    for (const AVRational rate : {gridRate, source->r_frame_rate, source->avg_frame_rate}) {
         if (rate.num > 0 && rate.den > 0 &&
             std::none_of(rates.begin(), rates.end(),
                          [&](AVRational known) { return sameRate(known, rate); })) {

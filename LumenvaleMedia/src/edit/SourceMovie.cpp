@@ -11,6 +11,7 @@ extern "C" {
 #include <cmath>
 #include <cstring>
 #include <fstream>
+#include <numeric>
 #include <string_view>
 #include <sys/stat.h>
 
@@ -158,6 +159,30 @@ TimeRange trackRange(const SourceMovie& movie, int streamIndex) {
         }
     }
     return range;
+}
+
+std::optional<double> frameGridRate(const AVStream* stream) {
+    // libavformat 5.1 asks for a writable stream, though it only reads the index.
+    AVStream* indexed = const_cast<AVStream*>(stream);
+    const int entries = avformat_index_get_entries_count(stream);
+    std::int64_t grid = 0;
+    std::int64_t firstStep = 0;
+    bool even = true;
+    for (int entry = 1; entry < entries; ++entry) {
+        const std::int64_t step = avformat_index_get_entry(indexed, entry)->timestamp -
+                                  avformat_index_get_entry(indexed, entry - 1)->timestamp;
+        if (step <= 0) {
+            continue;
+        }
+        firstStep = firstStep == 0 ? step : firstStep;
+        even = even && step == firstStep;
+        grid = std::gcd(grid, step);
+    }
+    if (even || grid <= 0) {
+        return std::nullopt;
+    }
+    const double perSecond = 1 / (static_cast<double>(grid) * av_q2d(stream->time_base));
+    return perSecond <= 240 ? std::optional<double>(perSecond) : std::nullopt;
 }
 
 bool isMixTrack(const AVStream* stream) {

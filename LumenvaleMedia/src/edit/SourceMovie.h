@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -55,6 +56,12 @@ struct TimeRange {
     double end = 0;
 };
 TimeRange trackRange(const SourceMovie& movie, int streamIndex);
+
+// The rate of the finest grid all of a picture stream's frame times lie on (from the
+// container's index), when its frames do not come evenly and that rate is one a movie
+// has (at most 240 a second): a screen recording leaves out the frames in which
+// nothing changed, so its average rate is below its own. Nothing otherwise.
+std::optional<double> frameGridRate(const AVStream* stream);
 
 // True for the mixed track Lumenvale writes when both system audio and microphone
 // are recorded (recognised by its title or handler name).

@@ -3,6 +3,7 @@
 #include "record/VideoEncoder.h"
 
 #include <algorithm>
+#include <numeric>
 
 namespace lumenvale::record {
 
@@ -121,7 +122,14 @@ std::int64_t PartWriter::keyframeIntervalFrames() const {
 }
 
 std::int64_t PartWriter::stillRefreshFrames() const {
-    return std::max(1, fps_ / 3);
+    // About a third of a second, prime to the keyframe interval: the frames of a still
+    // screen then still lie on no coarser grid than 1/fps, so a reader can tell the
+    // recording's rate from its frames' times.
+    std::int64_t frames = std::max(1, fps_ / 3);
+    while (frames > 1 && std::gcd(frames, keyframeIntervalFrames()) != 1) {
+        --frames;
+    }
+    return frames;
 }
 
 std::int64_t PartWriter::samplesAfter(std::int64_t frames) const {
