@@ -59,18 +59,18 @@ ff::CodecContext makeVideoEncoder(Codec codec, PixelSize size, int fps) {
     if (codec == Codec::hevc) {
         context->codec_tag = MKTAG('h', 'v', 'c', '1');
         setOption(context.get(), "preset", "ultrafast");
-        setOption(context.get(), "tune", "zerolatency");
         setOption(context.get(), "crf", "22");
         setOption(context.get(), "profile", "main");
         setOption(context.get(), "forced-idr", "1");
-        setOption(context.get(), "x265-params", "bframes=0:log-level=error");
+        setOption(context.get(), "x265-params",
+                  "bframes=0:rc-lookahead=1:frame-threads=1:log-level=error");
     } else {
         context->codec_tag = MKTAG('a', 'v', 'c', '1');
         setOption(context.get(), "preset", "veryfast");
-        setOption(context.get(), "tune", "zerolatency");
         setOption(context.get(), "crf", "20");
         setOption(context.get(), "profile", "high");
         setOption(context.get(), "forced-idr", "1");
+        setOption(context.get(), "x264-params", "rc-lookahead=1:sync-lookahead=0:sliced-threads=1");
     }
     ff::check(avcodec_open2(context.get(), encoder, nullptr),
               "Couldn’t start the " + std::string(title(codec)) + " encoder");

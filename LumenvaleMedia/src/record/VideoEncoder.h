@@ -9,9 +9,14 @@
 // The settings (see docs/recording-format.md):
 //   both codecs   yuv420p; BT.601 limited range tagged smpte170m (primaries,
 //                 transfer, matrix) and "tv" range; time base 1/fps, frame rate fps;
-//                 no B-frames (pts = dts); tuned "zerolatency": each frame sent comes
-//                 out as a packet at once, so a recording that sends only the
-//                 frames that changed has nothing of them waiting in the encoder; a
+//                 no B-frames (pts = dts); a look-ahead of one frame and threads
+//                 that share a frame (x264's sliced threads, one x265 frame thread),
+//                 so at most one frame waits in the encoder: a recording that sends
+//                 only the frames that changed, and a still picture every third of
+//                 a second, has a change out of the encoder within that third (a
+//                 longer look-ahead would keep it there for seconds; none at all
+//                 costs half again as many bytes, as the macroblock tree needs
+//                 one); a
 //                 keyframe (IDR) at least every keyframeIntervalFramesAt(fps) frames
 //                 (scene cuts may add more; the writer forces one every 2 seconds of
 //                 movie time); a frame sent with pict_type I becomes an IDR
