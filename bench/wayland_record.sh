@@ -15,7 +15,8 @@
 #            and it is ready for one, Lumenvale one every 1/30 s
 #   first s  the time from exec to the first frame: the screen turns white at a known
 #            wall-clock moment, and where that shows in the movie dates its first frame
-#            (early by the time the white takes to reach the movie, a frame or so)
+#            (early by the time the white takes to reach the movie, a frame or so);
+#            for Lumenvale also when it said "Recording." (its capture runs then)
 #   sway s   the compositor's CPU seconds meanwhile (it copies the screen for both)
 #
 # and the ratios of CPU time, Lumenvale / wf-recorder.
@@ -104,9 +105,12 @@ run() {
   wait $! || true # wf-recorder stopped by timeout says 124
   echo $(($(helper_ticks) - helpers_before)) >"$work/$name.helpers"
   echo $(($(ticks "$sway_pid") - sway_before)) >"$work/$name.sway"
+  echo "$started" >"$work/$name.started"
 }
 
-run lumenvale bash -c '"$@" >"'"$work"'/lumenvale.movie" 2>"'"$work"'/lumenvale.log"' _ \
+# Each line of its standard error is stamped with the wall-clock time it came.
+run lumenvale bash -c '"$@" >"'"$work"'/lumenvale.movie" \
+  2> >(while IFS= read -r line; do echo "$EPOCHREALTIME $line"; done >"'"$work"'/lumenvale.log")' _ \
   "$LUMENVALE" record --screen --seconds "$seconds" --no-countdown --no-system-audio \
   --folder "$work/movies"
 have_wf=0
@@ -150,6 +154,8 @@ printf "  %-32s %6s %7s %7s %6s %7s %6s %5s %6s\n" "" "CPU s" "movie s" "core" \
   "ms/fr" "first s" "frames" "fps" "sway s"
 report lumenvale "lumenvale record"
 report lumenvale "  + portal backend and PipeWire" with-helpers
+awk -v e="$(cat "$work/lumenvale.started")" '/ Recording\./ {
+  printf "  lumenvale said \"Recording.\" %.3f s after exec\n", $1 - e; exit }' "$work/lumenvale.log"
 if [[ $have_wf -eq 1 ]]; then
   report wf "wf-recorder"
   echo "  x264 settings in the movies: lumenvale $(x264_settings "$(cat "$work/lumenvale.movie")")," \
