@@ -2,7 +2,8 @@
 # Recording on Wayland, side by side in one run: `lumenvale record` (the desktop portal
 # and PipeWire, BGRA to I420, x264) against wf-recorder (the compositor's screen copies
 # taken in its own process) with the same x264 settings: preset veryfast, CRF 20, a
-# keyframe at least every 60 frames (2 s at 30 frames a second), no B-frames, yuv420p.
+# keyframe at least every 60 frames (2 s at 30 frames a second), no B-frames, yuv420p,
+# and the tune Lumenvale's movie shows (the options that still differ are printed).
 # Both record sway's headless output at 1920x1080 and 30 Hz while ffplay shows a moving
 # test picture over all of it at 30 frames a second. Prints, for each:
 #
@@ -113,20 +114,30 @@ run lumenvale bash -c '"$@" >"'"$work"'/lumenvale.movie" \
   2> >(while IFS= read -r line; do echo "$EPOCHREALTIME $line"; done >"'"$work"'/lumenvale.log")' _ \
   "$LUMENVALE" record --screen --seconds "$seconds" --no-countdown --no-system-audio \
   --folder "$work/movies"
+# x264_options MOVIE: the options x264 wrote into the movie, one a line, sorted.
+x264_options() {
+  grep -ao 'x264 - core[ -~]*' "$1" | head -n1 | sed 's/.*options: //' | tr ' ' '\n' | sort
+}
 have_wf=0
 if command -v wf-recorder >/dev/null; then
   have_wf=1
+  # Lumenvale's settings are LumenvaleMedia/src/record/VideoEncoder.cpp's. wf-recorder
+  # has x264 tuned zerolatency itself (no lookahead, sliced threads, no mb-tree): when
+  # Lumenvale's movie shows its encoder is not, that is undone to Lumenvale's values.
+  lumenvale_options=$(x264_options "$(cat "$work/lumenvale.movie")" 2>/dev/null || true)
+  untune=()
+  if grep -qx 'sliced_threads=0' <<<"$lumenvale_options"; then
+    lookahead=$(sed -n 's/^rc_lookahead=//p' <<<"$lumenvale_options")
+    untune=(-p "x264-params=sliced-threads=0:rc-lookahead=${lookahead:-10}:sync-lookahead=-1:mbtree=1")
+  fi
   # Stopped once it has recorded about as long as Lumenvale did, start-up included.
+  # wf-recorder 0.3 encodes 4:4:4 with -x yuv420p alone: the filter makes it 4:2:0.
   run wf bash -c 'echo "'"$work"'/wf.mp4" >"'"$work"'/wf.movie"
-    exec timeout -k 5 -s INT "$0" wf-recorder -f "'"$work"'/wf.mp4" -c libx264 -x yuv420p -b 0 \
-      -p preset=veryfast -p crf=20 -p g=60 -p bf=0 >"'"$work"'/wf.log" 2>&1' \
-    "$(awk -v s="$seconds" 'BEGIN { print s + 1 }')"
+    exec timeout -k 5 -s INT "$0" wf-recorder "$@" >"'"$work"'/wf.log" 2>&1' \
+    "$(awk -v s="$seconds" 'BEGIN { print s + 1 }')" -f "$work/wf.mp4" -c libx264 -x yuv420p \
+    -F format=yuv420p -b 0 -p preset=veryfast -p crf=20 -p g=60 -p bf=0 "${untune[@]}"
 fi
 
-# x264_settings MOVIE: the encoder settings x264 wrote into the movie that matter here.
-x264_settings() {
-  grep -ao 'x264 - core[ -~]*' "$1" | head -n1 | grep -o ' \(bframes\|keyint\|crf\)=[0-9.]*' | xargs
-}
 # report NAME LABEL [with-helpers]: one row; keeps "CPU s, movie s" in $work/NAME.cpu.
 report() {
   local movie cpu
@@ -158,8 +169,14 @@ awk -v e="$(cat "$work/lumenvale.started")" '/ Recording\./ {
   printf "  lumenvale said \"Recording.\" %.3f s after exec\n", $1 - e; exit }' "$work/lumenvale.log"
 if [[ $have_wf -eq 1 ]]; then
   report wf "wf-recorder"
-  echo "  x264 settings in the movies: lumenvale $(x264_settings "$(cat "$work/lumenvale.movie")")," \
-    "wf-recorder $(x264_settings "$(cat "$work/wf.movie")")"
+  pixels() { ffprobe -v error -select_streams v:0 -show_entries stream=pix_fmt,profile -of csv=p=0 "$1"; }
+  echo "  pixels and profile: lumenvale $(pixels "$(cat "$work/lumenvale.movie")")," \
+    "wf-recorder $(pixels "$(cat "$work/wf.movie")")"
+  echo "  x264 options that differ, lumenvale | wf-recorder:" \
+    "$(comm -23 <(x264_options "$(cat "$work/lumenvale.movie")") \
+      <(x264_options "$(cat "$work/wf.movie")") | xargs) |" \
+    "$(comm -13 <(x264_options "$(cat "$work/lumenvale.movie")") \
+      <(x264_options "$(cat "$work/wf.movie")") | xargs)"
   echo "  CPU ratio lumenvale / wf-recorder: $(ratio lumenvale wf);" \
     "with the portal backend and PipeWire: $(ratio lumenvale.with-helpers wf)"
 else
