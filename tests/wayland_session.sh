@@ -6,7 +6,7 @@
 #     default sink: its monitor is the system audio) and a virtual microphone
 #     "lumenvale_mic" (play into the sink "lumenvale_mic_input" to speak into it),
 #   - sway on its headless backend, drawing with pixman: one output HEADLESS-1 of
-#     1280x720 (or LUMENVALE_SCREEN_SIZE, such as 1920x1080@30Hz), no borders, no XWayland,
+#     1280x720 (or LUMENVALE_SCREEN_SIZE), no borders, no XWayland,
 #   - the desktop portal (xdg-desktop-portal) with its wlroots backend
 #     (xdg-desktop-portal-wlr), which shares HEADLESS-1 without asking; on a machine
 #     without a GPU render node it gets tests/support/screencopy_dmabuf_notice.c
