@@ -25,10 +25,12 @@ runtime_packages=(
   desktop-file-utils appstream man-db
   at-spi2-core python3-pyatspi python3-dbus python3-gi xclip xcompmgr
   qml6-module-qtmultimedia gstreamer1.0-plugins-base gstreamer1.0-plugins-good
-  # The Wayland test session: sway headless, PipeWire (with its PulseAudio server) and
-  # the desktop portal; a GStreamer video source for PipeWire.
-  sway foot pipewire pipewire-pulse wireplumber xdg-desktop-portal xdg-desktop-portal-wlr
+  # The Wayland test session: sway headless, PipeWire and the desktop portal; a
+  # GStreamer video source for PipeWire.
+  sway foot pipewire wireplumber xdg-desktop-portal xdg-desktop-portal-wlr
   gstreamer1.0-tools gstreamer1.0-pipewire
+  # PipeWire's PulseAudio server: the Wayland test session's sound.
+  pipewire-pulse
 )
 
 wanted=("${build_packages[@]}")
