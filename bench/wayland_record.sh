@@ -30,6 +30,7 @@
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 if [[ -z "${LUMENVALE_WAYLAND_SESSION_INNER:-}" ]]; then
+  # sway's output mode, which takes a refresh rate too.
   LUMENVALE_SCREEN_SIZE=1920x1080@30Hz exec "$root/tests/wayland_session.sh" \
     bash "$root/bench/wayland_record.sh" "$@"
 fi
