@@ -41,6 +41,7 @@ mark=4 # seconds after exec when the screen turns white for a moment
 export LC_ALL=C
 
 work=$(mktemp -d /tmp/lumenvale-bench-wayland.XXXXXX)
+export work # for the recorders' wrappers below
 pids=()
 cleanup() {
   for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null || true; done
@@ -64,7 +65,8 @@ wait_for_window ffplay
 foot --app-id=mark --override=colors.background=ffffff sleep infinity >/dev/null 2>&1 &
 pids+=($!)
 wait_for_window mark
-swaymsg -q '[app_id=mark] move scratchpad'
+# Already of the output's size, so that showing it needs no new picture of it.
+swaymsg -q '[app_id=mark] floating enable, resize set 1920 1080, move position 0 0, move scratchpad'
 sleep 2
 
 ticks() { awk '{ print $14 + $15 }' "/proc/$1/stat"; }
@@ -78,9 +80,9 @@ sway_pid=${sway_pid##*.}
 # show_mark EXEC_TIME: the screen white for 0.3 s, $mark s after EXEC_TIME.
 show_mark() {
   sleep "$(awk -v e="$1" -v m="$mark" -v n="$EPOCHREALTIME" 'BEGIN { print e + m - n }')"
-  swaymsg -q '[app_id=mark] scratchpad show, fullscreen enable'
+  swaymsg -q '[app_id=mark] scratchpad show, move position 0 0'
   sleep 0.3
-  swaymsg -q '[app_id=mark] fullscreen disable, move scratchpad'
+  swaymsg -q '[app_id=mark] move scratchpad'
 }
 # first_frame MOVIE: seconds from exec to the first frame, from where the mark shows.
 first_frame() {
@@ -111,8 +113,8 @@ run() {
 }
 
 # Each line of its standard error is stamped with the wall-clock time it came.
-run lumenvale bash -c '"$@" >"'"$work"'/lumenvale.movie" \
-  2> >(while IFS= read -r line; do echo "$EPOCHREALTIME $line"; done >"'"$work"'/lumenvale.log")' _ \
+run lumenvale bash -c '"$@" >"$work/lumenvale.movie" \
+  2> >(while IFS= read -r line; do echo "$EPOCHREALTIME $line"; done >"$work/lumenvale.log")' _ \
   "$LUMENVALE" record --screen --seconds "$seconds" --no-countdown --no-system-audio \
   --folder "$work/movies"
 # x264_options MOVIE: the options x264 wrote into the movie, one a line, sorted.
@@ -133,8 +135,8 @@ if command -v wf-recorder >/dev/null; then
   fi
   # Stopped once it has recorded about as long as Lumenvale did, start-up included.
   # wf-recorder 0.3 encodes 4:4:4 with -x yuv420p alone: the filter makes it 4:2:0.
-  run wf bash -c 'echo "'"$work"'/wf.mp4" >"'"$work"'/wf.movie"
-    exec timeout -k 5 -s INT "$0" wf-recorder "$@" >"'"$work"'/wf.log" 2>&1' \
+  run wf bash -c 'echo "$work/wf.mp4" >"$work/wf.movie"
+    exec timeout -k 5 -s INT "$0" wf-recorder "$@" >"$work/wf.log" 2>&1' \
     "$(awk -v s="$seconds" 'BEGIN { print s + 1 }')" -f "$work/wf.mp4" -c libx264 -x yuv420p \
     -F format=yuv420p -b 0 -p preset=veryfast -p crf=20 -p g=60 -p bf=0 "${untune[@]}"
 fi
