@@ -19,10 +19,9 @@ namespace lumenvale {
 // otherwise it is left out; clicks are not drawn. An area is cut from the monitor's
 // picture (only its part on that monitor, scaled to fit the movie). Frames follow the same schedule
 // as the X11 capture: frame n is due at start + n / fps and carries that time; each holds the
-// newest picture the compositor sent (a still screen sends none: the frame is then the
-// picture handed over before, not painted again, marked as unchanged for the encoder's
-// side and counted as unchanged, not repeated). Before the first picture (a compositor may send
-// none until the screen changes) frames are black and counted as repeated.
+// newest picture the compositor sent (a still screen sends none, and is not counted
+// as repeated). Before the first picture (a compositor may send none until the screen
+// changes) frames are black and counted as repeated.
 //
 // Ends by itself with "The display is gone." when the stream ends (the monitor was
 // unplugged, the user stopped sharing), or with a sentence naming PipeWire when

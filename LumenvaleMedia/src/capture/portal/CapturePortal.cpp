@@ -89,14 +89,8 @@ class CapturePortal::Engine {
     // (as the X11 capture does, so the sound of a part lines up with its first frame).
     void makeFrame(std::int64_t index, FramePacer::Clock::time_point due) {
         bool painted = false;
-        bool unchanged = false;
         stream->withPicture([&](const portal::Picture& picture) {
             if (picture.generation == 0) {
-                return;
-            }
-            // No new picture since the one painted: the screen did not change.
-            if (picture.generation == paintedGeneration) {
-                unchanged = true;
                 return;
             }
             const x11::PixelRect part = portal::visiblePart(request.target, grant, picture.size);
@@ -113,12 +107,9 @@ class CapturePortal::Engine {
                 plan.mode = x11::FitMode::pad; // copied: the picture is PipeWire's
             }
             canvas.paint(image, plan);
-            paintedGeneration = picture.generation;
             painted = true;
         });
-        if (unchanged) {
-            ++counters.unchanged;
-        } else if (!painted) {
+        if (!painted) {
             ++counters.repeated;
         }
         const x11::SourceImage view = canvas.view();
@@ -128,8 +119,6 @@ class CapturePortal::Engine {
         frame.size = request.size;
         frame.time = due.time_since_epoch();
         frame.index = index;
-        // The picture handed over last, again: the encoder's side need not convert it.
-        frame.change = unchanged ? FrameChange::rows : FrameChange::whole;
         ++counters.delivered;
         if (onFrame) {
             onFrame(frame);
@@ -140,7 +129,6 @@ class CapturePortal::Engine {
         std::atomic<std::int64_t> delivered{0};
         std::atomic<std::int64_t> dropped{0};
         std::atomic<std::int64_t> repeated{0};
-        std::atomic<std::int64_t> unchanged{0};
     };
 
     const CaptureRequest request;
@@ -149,8 +137,6 @@ class CapturePortal::Engine {
     portal::ScreenCastGrant grant;
     std::unique_ptr<portal::PipeWireStream> stream;
     x11::MovieCanvas canvas;
-    // The stream's picture last painted into the canvas (Picture::generation).
-    std::int64_t paintedGeneration = 0;
     FrameHandler onFrame;
     StoppedHandler onStopped;
     std::thread thread;
@@ -196,7 +182,7 @@ void CapturePortal::stop() {
 
 CaptureStats CapturePortal::stats() const {
     return {engine_->counters.delivered.load(), engine_->counters.dropped.load(),
-            engine_->counters.repeated.load(), engine_->counters.unchanged.load()};
+            engine_->counters.repeated.load()};
 }
 
 } // namespace lumenvale
