@@ -53,6 +53,13 @@ cmake --build --preset release --target thumbnails -j 2 >/dev/null
 cmake --build --preset release --target record_cpu -j 2 >/dev/null
 "$build/bench/record_cpu" 10 2>/dev/null
 
+# --- wayland_record: recording CPU of `lumenvale record` through the desktop portal and
+# PipeWire against wf-recorder with the same x264 settings, 1080p30 on sway headless
+# with a moving picture, and each one's time from exec to its first frame. Runs inside
+# tests/wayland_session.sh; needs wf-recorder for the comparison.
+cmake --build --preset release --target lumenvale -j 2 >/dev/null
+LUMENVALE="$build/Lumenvale/lumenvale" bash "$root/bench/wayland_record.sh" 10 2>/dev/null
+
 # --- tray_startup_idle: the tray application's start-up (exec to its item registered
 # with a StatusNotifierWatcher) and its memory, CPU and wake-ups over a minute idle,
 # against a minimal Qt tray application and `sleep`.

@@ -31,6 +31,8 @@ runtime_packages=(
   sway xwayland foot pipewire wireplumber xdg-desktop-portal xdg-desktop-portal-wlr
   qt6-wayland
   gstreamer1.0-tools gstreamer1.0-pipewire
+  # PipeWire's PulseAudio server: the Wayland test session's sound.
+  pipewire-pulse
 )
 
 wanted=("${build_packages[@]}")

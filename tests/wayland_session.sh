@@ -1,7 +1,10 @@
 #!/usr/bin/env bash
 # Runs a command inside a private Wayland desktop session made of real parts:
 #   - a D-Bus session bus (dbus-run-session),
-#   - PipeWire with WirePlumber,
+#   - PipeWire with WirePlumber, and pipewire-pulse as the PulseAudio server, set up as
+#     tests/session.sh sets up PulseAudio: a null sink "lumenvale_speakers" (the
+#     default sink: its monitor is the system audio) and a virtual microphone
+#     "lumenvale_mic" (play into the sink "lumenvale_mic_input" to speak into it),
 #   - sway on its headless backend, drawing with pixman: one output HEADLESS-1 of
 #     1280x720 (or LUMENVALE_SCREEN_SIZE), no borders; no XWayland unless
 #     LUMENVALE_XWAYLAND=1 asks for it (then DISPLAY names it),
@@ -10,7 +13,8 @@
 #     without a GPU render node it gets tests/support/screencopy_dmabuf_notice.c
 #     preloaded, without which it refuses to share anything there.
 # sway refuses to run as root: started as root, the session runs as the user nobody.
-# The command finds WAYLAND_DISPLAY, SWAYSOCK and XDG_RUNTIME_DIR set; HOME is a
+# The command finds WAYLAND_DISPLAY, SWAYSOCK, XDG_RUNTIME_DIR, PULSE_SERVER and
+# LUMENVALE_SESSION_PIPEWIRE_PID (PipeWire's process) set; HOME is a
 # fresh folder; each part logs to $XDG_RUNTIME_DIR/NAME.log (portal-wlr.log: the
 # portal's backend, at LUMENVALE_PORTAL_WLR_LOG, INFO unless set). Everything started here is stopped when the command ends. Usage:
 #   tests/wayland_session.sh COMMAND [ARGS...]
@@ -40,7 +44,7 @@ export XDG_RUNTIME_DIR=$runtime
 export HOME=$runtime/home
 export XDG_CONFIG_HOME=$HOME/.config
 mkdir -p "$HOME" "$XDG_CONFIG_HOME"
-unset DISPLAY WAYLAND_DISPLAY PULSE_SERVER
+unset DISPLAY WAYLAND_DISPLAY PULSE_SERVER LUMENVALE_CAPTURE
 export XDG_CURRENT_DESKTOP=sway XDG_SESSION_TYPE=wayland LC_ALL=C.UTF-8
 pids=()
 cleanup() {
@@ -60,9 +64,22 @@ wait_for() {
 
 pipewire >"$runtime/pipewire.log" 2>&1 &
 pids+=($!)
+export LUMENVALE_SESSION_PIPEWIRE_PID=$! # for tests that take it away
 wait_for '[[ -S $XDG_RUNTIME_DIR/pipewire-0 ]]' "$runtime/pipewire.log" PipeWire
 wireplumber >"$runtime/wireplumber.log" 2>&1 &
 pids+=($!)
+pipewire-pulse >"$runtime/pipewire-pulse.log" 2>&1 &
+pids+=($!)
+export PULSE_SERVER=unix:$runtime/pulse/native
+wait_for 'pactl info >/dev/null 2>&1' "$runtime/pipewire-pulse.log" pipewire-pulse
+pactl load-module module-null-sink sink_name=lumenvale_speakers rate=48000 channels=2 >/dev/null
+pactl load-module module-null-sink sink_name=lumenvale_mic_input rate=48000 channels=1 >/dev/null
+pactl load-module module-remap-source source_name=lumenvale_mic master=lumenvale_mic_input.monitor \
+  channels=1 >/dev/null
+# WirePlumber takes the defaults a moment after the nodes appear.
+wait_for 'pactl set-default-sink lumenvale_speakers && pactl set-default-source lumenvale_mic &&
+  [[ $(pactl get-default-sink) == lumenvale_speakers && $(pactl get-default-source) == lumenvale_mic ]]' \
+  "$runtime/wireplumber.log" "The default sink and source"
 
 cat >"$runtime/sway.conf" <<CONF
 output HEADLESS-1 resolution ${LUMENVALE_SCREEN_SIZE:-1280x720} position 0 0

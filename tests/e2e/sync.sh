@@ -5,10 +5,23 @@
 set -euo pipefail
 source "$(dirname "$0")/lib/common.bash"
 
-# A white window waits off the screen; moving it into view is the picture's event.
-xmessage -geometry 1920x1080+3000+0 -bg white "Lumenvale" >/dev/null 2>&1 &
-background_pids+=($!)
-curtain=$(xdotool search --sync --class xmessage | head -n1)
+# A white window waits out of sight; showing it is the picture's event. On X11 it is
+# moved into view; on Wayland (sway) a terminal waits in the scratchpad and is shown
+# full screen.
+if [[ -n ${WAYLAND_DISPLAY:-} ]]; then
+  foot --app-id=curtain --override=colors.background=ffffff sleep infinity >/dev/null 2>&1 &
+  background_pids+=($!)
+  until_true 10 eval 'swaymsg -t get_tree | grep -q "\"app_id\": \"curtain\""' || fail "no curtain"
+  show_curtain() { swaymsg -q '[app_id=curtain] scratchpad show, fullscreen enable'; }
+  hide_curtain() { swaymsg -q '[app_id=curtain] fullscreen disable, move scratchpad'; }
+  hide_curtain
+else
+  xmessage -geometry 1920x1080+3000+0 -bg white "Lumenvale" >/dev/null 2>&1 &
+  background_pids+=($!)
+  curtain=$(xdotool search --sync --class xmessage | head -n1)
+  show_curtain() { xdotool windowmove "$curtain" 0 0; }
+  hide_curtain() { xdotool windowmove "$curtain" 3000 0; }
+fi
 ffmpeg -v error -y -f lavfi -i "sine=frequency=880:sample_rate=48000:duration=1" -ac 2 -f s16le "$work/tone.raw"
 
 # Starts the tone (asking for low latency, as a player of a video call does) and
@@ -16,7 +29,7 @@ ffmpeg -v error -y -f lavfi -i "sine=frequency=880:sample_rate=48000:duration=1"
 tone_and_curtain() {
   pacat --playback --device=lumenvale_speakers --latency-msec=20 --format=s16le --rate=48000 \
     --channels=2 "$work/tone.raw" &
-  xdotool windowmove "$curtain" 0 0
+  show_curtain
 }
 
 # The movie time of the first frame much brighter than the first one.
@@ -52,7 +65,7 @@ finish_background
 [[ $status -eq 0 ]] || fail "exit $status: $err"
 check_sync "one part"
 
-xdotool windowmove "$curtain" 3000 0
+hide_curtain
 sleep 0.3
 record_in_background --no-countdown --no-pointer --folder "$movies"
 for _ in 1 2; do
@@ -69,7 +82,7 @@ finish_background
 check_sync "three parts joined"
 
 # Pause pressed twice quickly, ten times: parts of no, one or two frames.
-xdotool windowmove "$curtain" 3000 0
+hide_curtain
 sleep 0.3
 record_in_background --no-countdown --no-pointer --folder "$movies"
 sleep 1

@@ -4,7 +4,8 @@
 # colours where they are; an area shows just its part; the portal's restore token is
 # kept and sent again by the next recording, and a stale one leads to a new choice; a
 # refused choice and a bus without the ScreenCast portal each get one sentence (the
-# latter: what to install) and leave no part behind.
+# latter: what to install) and leave no part behind, and PipeWire killed during a
+# recording ends it with one, keeping the movie so far.
 set -euo pipefail
 e2e_session=wayland_session.sh
 source "$(dirname "$0")/lib/common.bash"
@@ -125,6 +126,23 @@ record --screen --seconds 1 --no-countdown --no-system-audio --folder "$movies"
 [[ -s $token_file && $(cat "$token_file") != stale-token ]] || fail "the stale token was kept"
 pass "a stale restore token: a new choice, remembered"
 
+# PipeWire killed mid-recording: the recording ends by itself (exit 3) with a sentence,
+# and what was recorded until then is saved, decodable, with no part left. PipeWire is
+# started again for what follows.
+record_in_background --screen --no-countdown --no-system-audio --folder "$movies"
+sleep 2
+kill -KILL "$LUMENVALE_SESSION_PIPEWIRE_PID"
+finish_background
+[[ $status -eq 3 ]] || fail "a recording whose PipeWire was killed exited $status, not 3: $err"
+grep -qx "Recording stopped. PipeWire, which carries the screen’s picture, stopped." <<<"$err" ||
+  fail "PipeWire's end was not said: $err"
+[[ -f "$out" ]] && ffmpeg -v error -xerror -i "$out" -f null - || fail "no decodable movie: '$out'"
+approx "$(format_duration "$out")" 2 0.5 || fail "$(format_duration "$out") s kept of about 2 s"
+[[ $(part_count) -eq 0 ]] || fail "parts left behind after PipeWire went away"
+pass "PipeWire killed: $(format_duration "$out") s saved, and: ${err##*Recording stopped. }"
+pipewire >"$work/pipewire.log" 2>&1 &
+background_pids+=($!)
+until_true 10 timeout 2 pw-cli info 0 >/dev/null 2>&1 || fail "PipeWire did not start again"
 
 # The choice refused (a chooser that picks nothing, as when the user cancels): one
 # sentence, and no part file. The backend is replaced for this, so it comes last.

@@ -24,7 +24,8 @@ namespace lumenvale {
 // changes) frames are black and counted as repeated.
 //
 // Ends by itself with "The display is gone." when the stream ends (the monitor was
-// unplugged, the user stopped sharing, PipeWire went away).
+// unplugged, the user stopped sharing), or with a sentence naming PipeWire when
+// PipeWire itself went away.
 //
 // Threads: as VideoSource. start() waits for the portal's answers on the calling
 // thread (for the user's choice, when the desktop asks) without running its event

@@ -1,14 +1,15 @@
 # Shared by the end-to-end scripts (sourced, never run on its own).
 #
 # A script that sources this runs itself inside tests/session.sh (or the session
-# script named by $e2e_session, e.g. wayland_session.sh) when it is not already
-# inside a session, then gets a private work folder: its own temporary folder
+# script named by $e2e_session, e.g. wayland_session.sh, or else by the environment's
+# LUMENVALE_E2E_SESSION, so that one script checks both desktops) when it is not
+# already inside a session, then gets a private work folder: its own temporary folder
 # (where part files go), its own settings (XDG_CONFIG_HOME) and a movies folder.
 # $LUMENVALE names the binary under test.
 
 e2e_script=$(cd "$(dirname "${BASH_SOURCE[1]}")" && pwd)/$(basename "${BASH_SOURCE[1]}")
 e2e_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
-e2e_session=${e2e_session:-session.sh}
+e2e_session=${e2e_session:-${LUMENVALE_E2E_SESSION:-session.sh}}
 e2e_inner=LUMENVALE_SESSION_INNER
 [[ $e2e_session == wayland_session.sh ]] && e2e_inner=LUMENVALE_WAYLAND_SESSION_INNER
 if [[ -z "${!e2e_inner:-}" ]]; then
@@ -56,6 +57,11 @@ tracks_end_together() {
   audio=$(stream_value "$1" a:0 duration)
   approx "$audio" "$video" 0.0214 ||
     fail "$2: audio $audio s and video $video s differ by more than one AAC frame"
+}
+# video_packets MOVIE: the MD5 sum of each video packet's bytes, one a line, in file
+# order: a packet copied from one file into another keeps its sum.
+video_packets() {
+  ffmpeg -v quiet -i "$1" -map 0:v:0 -c copy -f framemd5 - | awk -F', *' '!/^#/ { print $NF }'
 }
 format_duration() { ffprobe -v error -show_entries format=duration -of default=nw=1:nk=1 "$1"; }
 audio_stream_count() {

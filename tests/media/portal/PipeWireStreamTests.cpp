@@ -127,6 +127,8 @@ TEST(PortalStream, AnRgbxSourceArrivesAsBgraOfItsSizeAndAGoneNodeEndsTheStream) 
     EXPECT_FALSE(stream.ended());
     source.reset();
     EXPECT_TRUE(waitFor([&] { return stream.ended(); })) << "the source went, the stream stayed";
+    // PipeWire itself is still there: the display is what went.
+    EXPECT_EQ(stream.endSentence(), "The display is gone.");
 }
 
 TEST(PortalStream, ANodeThatIsNotThereNeverFlows) {

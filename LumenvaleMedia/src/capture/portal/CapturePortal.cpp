@@ -74,7 +74,7 @@ class CapturePortal::Engine {
             }
             if (stream->ended()) {
                 if (onStopped) {
-                    onStopped(std::string(message(RecError::displayGone)));
+                    onStopped(stream->endSentence());
                 }
                 return;
             }

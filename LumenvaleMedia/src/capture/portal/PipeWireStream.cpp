@@ -2,6 +2,7 @@
 
 #include "LumenvaleMedia/MediaError.h"
 
+#include <cerrno>
 #include <cstring>
 #include <libyuv/convert_argb.h>
 #include <libyuv/planar_functions.h>
@@ -69,11 +70,20 @@ struct PipeWireStream::Handles {
     std::unique_ptr<pw_context, ContextDestroyer> context;
     std::unique_ptr<pw_core, CoreDisconnector> core;
     std::unique_ptr<pw_stream, StreamDestroyer> stream;
+    spa_hook coreListener{};
+    pw_core_events coreEvents{};
     spa_hook streamListener{};
     pw_stream_events events{};
 };
 
 struct StreamCallbacks {
+    // The connection to PipeWire broke: the daemon stopped or crashed.
+    static void coreError(void* data, std::uint32_t id, int, int result, const char*) {
+        if (id == PW_ID_CORE && result == -EPIPE) {
+            static_cast<PipeWireStream*>(data)->end(PipeWireStream::Ending::pipeWireGone);
+        }
+    }
+
     static void stateChanged(void* data, pw_stream_state, pw_stream_state state, const char*) {
         auto* self = static_cast<PipeWireStream*>(data);
         if (state == PW_STREAM_STATE_ERROR || state == PW_STREAM_STATE_UNCONNECTED) {
@@ -186,6 +196,14 @@ PipeWireStream::PipeWireStream(OwnedFd remote, std::uint32_t node, int fps, Pixe
     if (!handles_->core) {
         throw MediaError(noPipeWireSentence);
     }
+    // Listened to before the stream is made, so this hears of a broken connection
+    // before the stream's own state change does.
+    handles_->coreEvents.version = PW_VERSION_CORE_EVENTS;
+    handles_->coreEvents.error = &StreamCallbacks::coreError;
+    // A pw_core is the proxy of the remote core (its first member); pw_core_add_listener
+    // does this through a macro of C casts.
+    pw_proxy_add_object_listener(reinterpret_cast<pw_proxy*>(handles_->core.get()),
+                                 &handles_->coreListener, &handles_->coreEvents, this);
     handles_->stream.reset(
         pw_stream_new(handles_->core.get(), "Lumenvale screen",
                       pw_properties_new(PW_KEY_MEDIA_TYPE, "Video", PW_KEY_MEDIA_CATEGORY,
@@ -244,8 +262,18 @@ void PipeWireStream::end(Ending ending) {
         std::lock_guard lock(mutex_);
         unreadableFormat_ = unreadableFormat_ || ending == Ending::unreadableFormat;
     }
+    if (ending == Ending::pipeWireGone) {
+        pipeWireGone_ = true;
+    }
     ended_ = true;
     changed_.notify_all();
+}
+
+std::string PipeWireStream::endSentence() const {
+    if (pipeWireGone_) {
+        return "PipeWire, which carries the screen’s picture, stopped.";
+    }
+    return std::string(message(RecError::displayGone));
 }
 
 void PipeWireStream::waitUntilFlowing(std::chrono::milliseconds limit) {

@@ -14,6 +14,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <vector>
 
 struct pw_thread_loop;
@@ -58,13 +59,17 @@ class PipeWireStream {
     bool waitForPicture(std::chrono::milliseconds limit);
     // Runs `use` with the newest picture while the stream cannot replace it.
     void withPicture(const std::function<void(const Picture&)>& use);
-    // True once the stream has ended for good (the monitor is gone, sharing stopped).
+    // True once the stream has ended for good (the monitor is gone, sharing stopped,
+    // PipeWire went away).
     bool ended() const { return ended_.load(); }
+    // Why it ended, as the user's sentence: PipeWire itself went away, or else "The
+    // display is gone.".
+    std::string endSentence() const;
 
   private:
     struct Handles;
     friend struct StreamCallbacks;
-    enum class Ending { streamGone, unreadableFormat };
+    enum class Ending { streamGone, pipeWireGone, unreadableFormat };
     void end(Ending ending);
 
     std::unique_ptr<Handles> handles_;
@@ -74,6 +79,7 @@ class PipeWireStream {
     ByteOrder order_ = ByteOrder::bgra;
     PixelSize formatSize_;
     std::atomic<bool> ended_{false};
+    std::atomic<bool> pipeWireGone_{false};
     bool flowing_ = false;
     bool unreadableFormat_ = false;
 };
