@@ -66,13 +66,13 @@ approx "$duration" "$expected" 0.05 || fail "Chromium's duration $duration s, th
 pass "joined recording in Chromium: $duration s, $size, seeks"
 
 # A still screen, blue, turning red about 2 s into the recording and still again
-# for 3 s: a movie of a few long frames, as Chromium plays and seeks it.
+# for 8 s: a movie of a few long frames, as Chromium plays and seeks it.
 xsetroot -solid '#0000ff'
 sleep 0.3
 record_in_background --no-countdown --no-system-audio --no-pointer --folder "$movies"
 sleep 2
 xsetroot -solid '#ff0000'
-sleep 3
+sleep 8
 kill -INT "$recorder"
 finish_background
 xsetroot -solid black

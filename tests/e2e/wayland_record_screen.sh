@@ -26,12 +26,6 @@ for side in left:ff0000 right:0000ff; do
 done
 sleep 0.5 # their first pictures
 
-# pixel MOVIE SECONDS X Y: the colour at (X, Y) of the frame at SECONDS, as "R G B".
-pixel() {
-  # Two by two: the chroma planes have half the resolution.
-  ffmpeg -v error -ss "$2" -i "$1" -frames:v 1 -vf "crop=2:2:$3:$4" -f rawvideo -pix_fmt rgb24 - |
-    od -An -tu1 -N3 | xargs
-}
 # near "R G B" R G B: every channel within 40 of the expected one (the movie is H.264).
 near() {
   local -a got=($1)
@@ -89,8 +83,8 @@ frames=$(wc -l <<<"$times")
 off_clock=$(awk '{ f = $1 * 30; if (f - int(f + 0.5) > 0.01 || int(f + 0.5) - f > 0.01) n++ } END { print n + 0 }' <<<"$times")
 [[ $off_clock -eq 0 ]] || fail "$off_clock of $frames frames are off the 1/30 s clock"
 [[ $frames -ge 10 && $frames -lt 60 ]] || fail "$frames frames encoded in 3 s of a screen changing 5 times a second"
-left=$(pixel "$movie" 1.5 320 360)
-right=$(pixel "$movie" 1.5 960 360)
+left=$(frame_pixel "$movie" 1.5 320 360)
+right=$(frame_pixel "$movie" 1.5 960 360)
 near "$left" 255 0 0 || fail "the left of the screen is $left, not the red terminal"
 near "$right" 0 0 255 || fail "the right of the screen is $right, not the blue terminal"
 [[ $(part_count) -eq 0 ]] || fail "parts left behind"
@@ -115,8 +109,8 @@ record --area 540,310,200,100 --seconds 1 --no-countdown --no-system-audio --fol
 [[ $status -eq 0 ]] || fail "the area recording exited with $status: $err"
 size="$(stream_value "$out" v:0 width)x$(stream_value "$out" v:0 height)"
 [[ $size == 200x100 ]] || fail "area size $size, not 200x100"
-for x in 4 90; do near "$(pixel "$out" 0.5 $x 50)" 255 0 0 || fail "the area at x $x is not red"; done
-for x in 110 194; do near "$(pixel "$out" 0.5 $x 50)" 0 0 255 || fail "the area at x $x is not blue"; done
+for x in 4 90; do near "$(frame_pixel "$out" 0.5 $x 50)" 255 0 0 || fail "the area at x $x is not red"; done
+for x in 110 194; do near "$(frame_pixel "$out" 0.5 $x 50)" 0 0 255 || fail "the area at x $x is not blue"; done
 pass "an area: its size, and the part of the screen it covers"
 
 # A token the desktop no longer knows: asked afresh, and the new choice kept.

@@ -41,11 +41,6 @@ background_pids+=($!)
 until_true 10 eval 'swaymsg -t get_tree | grep -q "\"app_id\": \"desk\""' ||
   fail "the terminal did not open: $(cat "$work/foot.log")"
 
-# pixel MOVIE SECONDS X Y: the colour at (X, Y) of the frame at SECONDS, as "R G B".
-pixel() {
-  ffmpeg -v error -ss "$2" -i "$1" -frames:v 1 -vf "crop=2:2:$3:$4" -f rawvideo -pix_fmt rgb24 - |
-    od -An -tu1 -N3 | xargs
-}
 # near "R G B" "R G B" [TOLERANCE]: every channel within TOLERANCE (24 unless given;
 # the movie is H.264).
 near() {
@@ -64,10 +59,10 @@ no_panels() {
   duration=$(format_duration "$1")
   local -a places=("640 26" "600 26" "680 26" "640 360" "600 330" "${@:2}")
   for at in 0 $(awk -v d="$duration" 'BEGIN { printf "%.2f %.2f", d / 2, d - 0.1 }'); do
-    desk=$(pixel "$1" "$at" 200 600)
+    desk=$(frame_pixel "$1" "$at" 200 600)
     near "$desk" "32 96 192" 40 || fail "the desktop is $desk at $at s, not the terminal's colour"
     for place in "${places[@]}"; do
-      seen=$(pixel "$1" "$at" $place)
+      seen=$(frame_pixel "$1" "$at" $place)
       near "$seen" "$desk" || fail "a panel shows at ($place) at $at s: $seen, the desktop $desk"
     done
   done
@@ -124,7 +119,7 @@ size="$(stream_value "$movie" v:0 width)x$(stream_value "$movie" v:0 height)"
 [[ $size == 400x300 ]] || fail "a 400×300 drag gave a $size movie"
 for at in 0.2 1; do
   for place in "200 26" "200 150" "200 290"; do
-    seen=$(pixel "$movie" "$at" $place)
+    seen=$(frame_pixel "$movie" "$at" $place)
     near "$seen" "32 96 192" 40 || fail "the area movie shows $seen at ($place) at $at s"
   done
 done

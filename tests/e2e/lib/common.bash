@@ -100,6 +100,14 @@ play_tone() {
   background_pids+=($!)
 }
 
+# frame_pixel MOVIE SECONDS X Y: the colour at (X, Y) of the picture shown at SECONDS,
+# as "R G B", read two by two (the chroma planes have half the resolution). A still
+# screen's frames last long, and a seek to SECONDS would skip the one shown then.
+frame_pixel() {
+  ffmpeg -v error -i "$1" -vf "fps=60,trim=start=$2,crop=2:2:$3:$4" -frames:v 1 -f rawvideo \
+    -pix_fmt rgb24 - | od -An -tu1 -N3 | xargs
+}
+
 # keep_pointer_moving X Y: moves the pointer to and fro by a few points from (X, Y)
 # until the test ends or `kill $pointer_mover`, so that every frame of a recording
 # shows a change (a still screen is recorded as fewer, longer frames).
