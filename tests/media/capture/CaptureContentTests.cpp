@@ -71,7 +71,9 @@ TEST(CaptureContent, StillTargetsAreNotReadAgainAndChangesMarkOnlyTheirRows) {
             catcher.waitFor([&](const Picture& p) { return near(p.at(160, top + 10), red); });
         ASSERT_TRUE(changed);
         EXPECT_EQ(changed->change, FrameChange::rows);
-        EXPECT_TRUE(changed->rowChanged(top) && changed->rowChanged(top + 19));
+        // The server may draw the new window over two frames: the row waited for is
+        // marked in this one, and nothing outside the window in either.
+        EXPECT_TRUE(changed->rowChanged(top + 10));
         EXPECT_FALSE(changed->rowChanged(top - 4) || changed->rowChanged(top + 24) ||
                      changed->rowChanged(10))
             << "only the rows of the new window";
