@@ -17,12 +17,6 @@
 set -euo pipefail
 source "$(dirname "$0")/lib/common.bash"
 
-lib=$(cd "$(dirname "$0")/lib" && pwd)
-# The system Python: python3-dbus, python3-gi and python3-pyatspi are installed for it.
-python=/usr/bin/python3
-tray() { "$python" "$lib/tray.py" "$@"; }
-ui() { "$python" "$lib/atspi.py" "$@"; }
-
 export APP_STORE=$movies
 export QT_LINUX_ACCESSIBILITY_ALWAYS_ON=1
 settings_file=$XDG_CONFIG_HOME/app.lumenvale.Lumenvale.test.conf

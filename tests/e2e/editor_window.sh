@@ -15,10 +15,6 @@
 set -euo pipefail
 source "$(dirname "$0")/lib/common.bash"
 
-lib=$(cd "$(dirname "$0")/lib" && pwd)
-python=/usr/bin/python3
-ui() { "$python" "$lib/atspi.py" "$@"; }
-
 export APP_STORE=$work/store
 export QT_LINUX_ACCESSIBILITY_ALWAYS_ON=1
 mkdir -p "$APP_STORE" "$movies"

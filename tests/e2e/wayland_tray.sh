@@ -23,10 +23,6 @@ export LUMENVALE_XWAYLAND=1
 e2e_session=wayland_session.sh
 source "$(dirname "$0")/lib/common.bash"
 
-lib=$(cd "$(dirname "$0")/lib" && pwd)
-python=/usr/bin/python3
-tray() { "$python" "$lib/tray.py" "$@"; }
-ui() { "$python" "$lib/atspi.py" "$@"; }
 export QT_LINUX_ACCESSIBILITY_ALWAYS_ON=1 APP_STORE=$movies
 settings_file=$XDG_CONFIG_HOME/app.lumenvale.Lumenvale.test.conf
 settings="Lumenvale Settings"

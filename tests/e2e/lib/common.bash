@@ -100,6 +100,14 @@ play_tone() {
   background_pids+=($!)
 }
 
+# The desktop drivers, in the system Python (python3-dbus, python3-gi and
+# python3-pyatspi are installed for it): the tray menu over dbusmenu, and controls by
+# accessible name.
+lib=$e2e_root/e2e/lib
+python=/usr/bin/python3
+tray() { "$python" "$lib/tray.py" "$@"; }
+ui() { "$python" "$lib/atspi.py" "$@"; }
+
 # frame_pixel MOVIE SECONDS X Y: the colour at (X, Y) of the picture shown at SECONDS,
 # as "R G B", read two by two (the chroma planes have half the resolution). A still
 # screen's frames last long, and a seek to SECONDS would skip the one shown then.
