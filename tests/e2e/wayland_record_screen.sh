@@ -120,6 +120,27 @@ record --screen --seconds 1 --no-countdown --no-system-audio --folder "$movies"
 [[ -s $token_file && $(cat "$token_file") != stale-token ]] || fail "the stale token was kept"
 pass "a stale restore token: a new choice, remembered"
 
+# Only the rows the compositor says changed are taken anew: a terminal over the whole
+# screen that writes 25 lines, one every 0.1 s, shows them all in the movie's last
+# frame (a row left out of the changes would keep its old, blank picture).
+foot --app-id=lines sh -c 'sleep 0.5; for i in $(seq 25); do echo "line $i of 25"; sleep 0.1; done; sleep 60' \
+  >"$work/foot-lines.log" 2>&1 &
+background_pids+=($!)
+until_true 10 eval 'swaymsg -t get_tree | grep -q "\"app_id\": \"lines\""' || fail "the lines terminal did not open"
+swaymsg '[app_id=lines] fullscreen enable' >/dev/null
+record --screen --seconds 4 --no-countdown --no-system-audio --no-pointer --folder "$movies"
+[[ $status -eq 0 ]] || fail "the lines recording exited with $status: $err"
+end=$(echo "$(format_duration "$out") - 0.1" | bc -l)
+lines=$(ffmpeg -v error -i "$out" -vf "fps=60,trim=start=$end,crop=300:720:0:0,format=gray" -frames:v 1 \
+  -f rawvideo - | python3 -c "
+import sys
+data = sys.stdin.buffer.read()
+bright = [max(data[row * 300:(row + 1) * 300]) > 128 for row in range(720)]
+print(sum(1 for row in range(1, 720) if bright[row] and not bright[row - 1]) + bright[0])")
+[[ $lines -ge 25 ]] || fail "the last frame shows $lines lines of text, not the 25 written"
+pass "the rows that changed: all $lines lines of text in the last frame"
+swaymsg '[app_id=lines] kill' >/dev/null
+
 # PipeWire killed mid-recording: the recording ends by itself (exit 3) with a sentence,
 # and what was recorded until then is saved, decodable, with no part left. PipeWire is
 # started again for what follows.

@@ -7,6 +7,7 @@
 #include "capture/portal/ScreenCastPortal.h"
 #include "capture/portal/VisiblePart.h"
 
+#include <algorithm>
 #include <atomic>
 #include <condition_variable>
 #include <mutex>
@@ -87,17 +88,19 @@ class CapturePortal::Engine {
 
     // Paints the newest picture into the canvas and hands it over with its due time
     // (as the X11 capture does, so the sound of a part lines up with its first frame).
-    // The compositor sends a picture when the screen changed: a frame without a new
-    // one is handed over as unchanged, neither painted nor converted again.
+    // The compositor sends a picture when the screen changed, with the parts that
+    // changed: a frame without a new picture is handed over as unchanged, and one with
+    // a picture as changed in the rows its damage touched.
     void makeFrame(std::int64_t index, FramePacer::Clock::time_point due) {
         bool painted = false;
-        bool unchanged = false;
-        stream->withPicture([&](const portal::Picture& picture) {
+        bool whole = true;
+        changedRows.clear();
+        stream->withPicture([&](portal::Picture& picture) {
             if (picture.generation == 0) {
                 return;
             }
             if (picture.generation == paintedGeneration) {
-                unchanged = true;
+                whole = false; // the same picture again
                 return;
             }
             const x11::PixelRect part = portal::visiblePart(request.target, grant, picture.size);
@@ -105,8 +108,7 @@ class CapturePortal::Engine {
                 return;
             }
             x11::SourceImage image;
-            image.bgra = const_cast<std::uint8_t*>(picture.bgra.data()) +
-                         (part.y * picture.size.width + part.x) * 4;
+            image.bgra = picture.bgra.data() + (part.y * picture.size.width + part.x) * 4;
             image.strideBytes = picture.size.width * 4;
             image.size = {part.width, part.height};
             x11::FitPlan plan = x11::planFit(image.size, request.size);
@@ -114,8 +116,16 @@ class CapturePortal::Engine {
                 plan.mode = x11::FitMode::pad; // copied: the picture is PipeWire's
             }
             canvas.paint(image, plan);
+            whole = picture.wholeDamaged || plan.mode == x11::FitMode::scale ||
+                    paintedGeneration == 0 || part != paintedPart || plan != paintedPlan;
+            if (!whole) {
+                noteChangedRows(picture.damagedRows, part, plan);
+            }
+            picture.clearDamage();
             painted = true;
             paintedGeneration = picture.generation;
+            paintedPart = part;
+            paintedPlan = plan;
         });
         if (!painted) {
             ++counters.repeated;
@@ -127,11 +137,36 @@ class CapturePortal::Engine {
         frame.size = request.size;
         frame.time = due.time_since_epoch();
         frame.index = index;
-        frame.change = unchanged ? FrameChange::rows : FrameChange::whole;
+        frame.change = whole ? FrameChange::whole : FrameChange::rows;
+        frame.changedRows = changedRows;
         ++counters.delivered;
         if (onFrame) {
             onFrame(frame);
         }
+    }
+
+    // The movie's rows that the picture's damaged rows land on, sorted and merged.
+    void noteChangedRows(const std::vector<RowSpan>& damaged, const x11::PixelRect& part,
+                         const x11::FitPlan& plan) {
+        const std::int64_t shown = std::min(part.height, plan.grab.height);
+        for (const RowSpan& rows : damaged) {
+            const std::int64_t top = std::max<std::int64_t>(rows.top - part.y, 0);
+            const std::int64_t bottom = std::min(rows.bottom - part.y, shown);
+            if (bottom > top) {
+                changedRows.push_back({top + plan.placement.y, bottom + plan.placement.y});
+            }
+        }
+        std::sort(changedRows.begin(), changedRows.end(),
+                  [](const RowSpan& a, const RowSpan& b) { return a.top < b.top; });
+        std::vector<RowSpan> merged;
+        for (const RowSpan& rows : changedRows) {
+            if (!merged.empty() && rows.top <= merged.back().bottom) {
+                merged.back().bottom = std::max(merged.back().bottom, rows.bottom);
+            } else {
+                merged.push_back(rows);
+            }
+        }
+        changedRows = std::move(merged);
     }
 
     struct Counters {
@@ -146,7 +181,11 @@ class CapturePortal::Engine {
     portal::ScreenCastGrant grant;
     std::unique_ptr<portal::PipeWireStream> stream;
     x11::MovieCanvas canvas;
-    std::int64_t paintedGeneration = 0; // of the picture in the canvas
+    // The picture in the canvas: its number, and where it came from and went.
+    std::int64_t paintedGeneration = 0;
+    x11::PixelRect paintedPart;
+    x11::FitPlan paintedPlan;
+    std::vector<RowSpan> changedRows; // of the frame being handed over
     FrameHandler onFrame;
     StoppedHandler onStopped;
     std::thread thread;

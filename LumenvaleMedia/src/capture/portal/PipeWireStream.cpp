@@ -16,6 +16,8 @@ namespace lumenvale::portal {
 namespace {
 
 constexpr std::uint32_t largestSide = 16384;
+// How many damage regions each buffer carries at most (the compositor merges more).
+constexpr int damageRegions = 16;
 
 struct ThreadLoopDestroyer {
     void operator()(pw_thread_loop* loop) const { pw_thread_loop_destroy(loop); }
@@ -133,26 +135,54 @@ struct StreamCallbacks {
             &builder, SPA_TYPE_OBJECT_ParamBuffers, SPA_PARAM_Buffers, SPA_PARAM_BUFFERS_buffers,
             SPA_POD_CHOICE_RANGE_Int(4, 2, 16), SPA_PARAM_BUFFERS_blocks, SPA_POD_Int(1),
             SPA_PARAM_BUFFERS_dataType, SPA_POD_CHOICE_FLAGS_Int(dataTypes)));
-        pw_stream_update_params(self->handles_->stream.get(), &buffers, 1);
+        // And the damage: which parts of each picture changed since the one before.
+        const auto regionBytes = static_cast<int>(sizeof(spa_meta_region));
+        const auto* damage = static_cast<const spa_pod*>(spa_pod_builder_add_object(
+            &builder, SPA_TYPE_OBJECT_ParamMeta, SPA_PARAM_Meta, SPA_PARAM_META_type,
+            SPA_POD_Id(SPA_META_VideoDamage), SPA_PARAM_META_size,
+            SPA_POD_CHOICE_RANGE_Int(regionBytes * damageRegions, regionBytes,
+                                     regionBytes * damageRegions)));
+        const spa_pod* params[] = {buffers, damage};
+        pw_stream_update_params(self->handles_->stream.get(), params, 2);
+    }
+
+    // Adds the rows a buffer's damage covers to the picture's, or marks it all changed
+    // when the buffer says nothing of its damage.
+    static void noteDamage(const spa_buffer& buffer, Picture& picture) {
+        spa_meta* meta = spa_buffer_find_meta(&buffer, SPA_META_VideoDamage);
+        if (meta == nullptr) {
+            picture.wholeDamaged = true;
+            return;
+        }
+        spa_meta_region* region = nullptr;
+        spa_meta_for_each(region, meta) {
+            if (!spa_meta_region_is_valid(region)) {
+                break;
+            }
+            const std::int64_t top = region->region.position.y;
+            picture.damagedRows.push_back({top, top + region->region.size.height});
+        }
     }
 
     static void process(void* data) {
         auto* self = static_cast<PipeWireStream*>(data);
         pw_stream* stream = self->handles_->stream.get();
-        // Only the newest buffer matters; older ones go straight back.
+        // Only the newest buffer's picture matters; older ones go straight back, their
+        // damage kept.
         pw_buffer* newest = nullptr;
+        std::unique_lock lock(self->mutex_);
         while (pw_buffer* buffer = pw_stream_dequeue_buffer(stream)) {
             if (newest) {
                 pw_stream_queue_buffer(stream, newest);
             }
             newest = buffer;
+            noteDamage(*buffer->buffer, self->picture_);
         }
         if (!newest) {
             return;
         }
         const spa_data& plane = newest->buffer->datas[0];
         const spa_chunk* chunk = plane.chunk;
-        std::unique_lock lock(self->mutex_);
         const PixelSize size = self->formatSize_;
         const std::int64_t stride = chunk->stride > 0 ? chunk->stride : size.width * 4;
         const bool usable =
@@ -163,6 +193,9 @@ struct StreamCallbacks {
             stride >= size.width * 4;
         if (usable) {
             Picture& picture = self->picture_;
+            if (picture.size != size) {
+                picture.wholeDamaged = true;
+            }
             picture.bgra.resize(static_cast<std::size_t>(size.width * size.height * 4));
             picture.size = size;
             convertToBgra(static_cast<const std::uint8_t*>(plane.data) + chunk->offset, stride,
@@ -294,7 +327,7 @@ bool PipeWireStream::waitForPicture(std::chrono::milliseconds limit) {
     }) && picture_.generation > 0;
 }
 
-void PipeWireStream::withPicture(const std::function<void(const Picture&)>& use) {
+void PipeWireStream::withPicture(const std::function<void(Picture&)>& use) {
     std::lock_guard lock(mutex_);
     use(picture_);
 }

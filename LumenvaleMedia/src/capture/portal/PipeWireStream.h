@@ -1,5 +1,7 @@
 #pragma once
 
+#include "LumenvaleMedia/VideoSource.h"
+
 // The PipeWire stream of one portal monitor: negotiates a packed 32-bit RGB format,
 // and keeps the newest picture the compositor sent, as BGRA, for the capture thread
 // to take. Internal to LumenvaleMedia.
@@ -30,6 +32,15 @@ struct Picture {
     PixelSize size;
     // Counts the pictures received; 0 before the first.
     std::int64_t generation = 0;
+    // The rows that changed since the reader last cleared them, from the damage the
+    // compositor sends with each picture (unsorted, may overlap), or everything when a
+    // picture came without it or its size changed.
+    std::vector<RowSpan> damagedRows;
+    bool wholeDamaged = true;
+    void clearDamage() {
+        damagedRows.clear();
+        wholeDamaged = false;
+    }
 };
 
 // Which byte order a negotiated format has in memory.
@@ -57,8 +68,9 @@ class PipeWireStream {
     // Waits, for at most `limit`, for the first picture; false when none came. A
     // compositor may send none while nothing on the screen changes.
     bool waitForPicture(std::chrono::milliseconds limit);
-    // Runs `use` with the newest picture while the stream cannot replace it.
-    void withPicture(const std::function<void(const Picture&)>& use);
+    // Runs `use` with the newest picture while the stream cannot replace it; `use`
+    // clears the picture's damage once it has taken it.
+    void withPicture(const std::function<void(Picture&)>& use);
     // True once the stream has ended for good (the monitor is gone, sharing stopped,
     // PipeWire went away).
     bool ended() const { return ended_.load(); }
