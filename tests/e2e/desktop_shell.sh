@@ -106,11 +106,7 @@ ROWS
 }
 
 # --- the desktop: accessibility bus and panel ----------------------------------------
-start_accessibility_bus
-tray watch --ready "$work/watcher.ready" >"$work/watcher.log" 2>"$work/watcher.err" &
-background_pids+=($!)
-until_true 10 test -e "$work/watcher.ready" ||
-  fail "the tray watcher did not start: $(cat "$work/watcher.err")"
+start_desktop_watchers
 
 # --- first launch ------------------------------------------------------------------
 launch

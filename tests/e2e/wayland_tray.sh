@@ -47,6 +47,22 @@ near() {
 }
 movie_count() { find "$movies" -maxdepth 1 -name '*.mp4' | wc -l; }
 recording() { [[ $(part_count) -ge 1 ]]; }
+# start_app NAME [PREFIX...]: starts the application (through PREFIX, e.g. env) as $app,
+# its output in $work/NAME.out and .err, and waits for its tray item and menu.
+start_app() {
+  "${@:2}" "$LUMENVALE" >"$work/$1.out" 2>"$work/$1.err" &
+  app=$!
+  background_pids+=("$app")
+  tray items --count 1 --timeout 20 >/dev/null ||
+    fail "$1: no tray item was registered: $(cat "$work/$1.err")"
+  menu=$(tray menu) || fail "reading the tray menu"
+  grep -qx "Record Screen | enabled" <<<"$menu" || fail "$1: the tray menu: $menu"
+}
+# quit_app: Quit from the tray menu ends $app.
+quit_app() {
+  tray click "Quit Lumenvale" || fail "clicking Quit"
+  until_true 10 eval '! kill -0 "$app" 2>/dev/null' || fail "Quit did not end the application"
+}
 # no_panels MOVIE [PLACE...]: at the control's place (the top middle), the countdown's
 # (the middle) and each "X Y" given, the first, middle and last frames show the desktop
 # as it is elsewhere.
@@ -65,22 +81,12 @@ no_panels() {
 }
 
 # --- the tray application on XWayland ---------------------------------------------
-start_accessibility_bus
-tray watch --ready "$work/watcher.ready" >"$work/watcher.log" 2>"$work/watcher.err" &
-background_pids+=($!)
-until_true 10 test -e "$work/watcher.ready" ||
-  fail "the tray watcher did not start: $(cat "$work/watcher.err")"
+start_desktop_watchers
 # Click rings stored on: a Wayland desktop cannot show them, so they count as off. (No
 # system audio: this session runs no PulseAudio server.)
 printf '[General]\nwelcome.shown=true\noptions="{\\"showsClicks\\": true, \\"systemAudio\\": false}"\n' \
   >"$settings_file"
-"$LUMENVALE" >"$work/app.out" 2>"$work/app.err" &
-app=$!
-background_pids+=("$app")
-tray items --count 1 --timeout 20 >/dev/null ||
-  fail "the application registered no tray item: $(cat "$work/app.err")"
-menu=$(tray menu) || fail "reading the tray menu"
-grep -qx "Record Screen | enabled" <<<"$menu" || fail "the tray menu: $menu"
+start_app app
 pass "the tray application runs on the Wayland desktop with its menu over dbusmenu"
 
 # --- a screen recording from the menu, stopped from the header --------------------
@@ -164,20 +170,12 @@ ui read "Commands to bind" --field text \
   --expect $'lumenvale screen\u2029lumenvale area\u2029lumenvale window\u2029lumenvale stop' ||
   fail "the commands to bind"
 ui absent "Record Screen shortcut" --timeout 1 || fail "a shortcut field that would never work"
-tray click "Quit Lumenvale" || fail "clicking Quit"
-until_true 10 eval '! kill -0 "$app" 2>/dev/null' || fail "Quit did not end the application"
+quit_app
 pass "Settings on XWayland: click rings off with why; the commands to bind in the desktop"
 
 # --- without XWayland: Qt's Wayland platform --------------------------------------
-env -u DISPLAY "$LUMENVALE" >"$work/native.out" 2>"$work/native.err" &
-app=$!
-background_pids+=("$app")
-tray items --count 1 --timeout 20 >/dev/null ||
-  fail "without XWayland no tray item was registered: $(cat "$work/native.err")"
-menu=$(tray menu) || fail "reading the tray menu"
-grep -qx "Record Screen | enabled" <<<"$menu" || fail "the tray menu without XWayland: $menu"
-tray click "Quit Lumenvale" || fail "clicking Quit"
-until_true 10 eval '! kill -0 "$app" 2>/dev/null' || fail "Quit did not end the application"
+start_app native env -u DISPLAY
+quit_app
 pass "without XWayland: the application runs on Qt's Wayland platform, with its tray menu"
 
 # --- a portal with GlobalShortcuts -------------------------------------------------

@@ -76,11 +76,7 @@ void CaptureLoop::start(VideoSource::FrameHandler onFrame, VideoSource::StoppedH
 }
 
 void CaptureLoop::stop() {
-    {
-        std::lock_guard lock(mutex_);
-        quit_ = true;
-    }
-    wake_.notify_all();
+    loop_.stop();
     if (thread_.joinable() && thread_.get_id() != std::this_thread::get_id()) {
         thread_.join();
     }
@@ -98,26 +94,14 @@ void CaptureLoop::run() {
         }
         return;
     }
-    const FramePacer pacer(request_.fps, FramePacer::Clock::now());
-    std::int64_t index = 0;
-    for (;;) {
-        {
-            std::unique_lock lock(mutex_);
-            if (wake_.wait_until(lock, pacer.due(index), [this] { return quit_; })) {
-                return;
-            }
-        }
-        if (const std::optional<RecError> ended =
-                makeFrame(index, pacer.due(index), Pass::recording)) {
-            if (onStopped_) {
-                onStopped_(std::string(message(*ended)));
-            }
-            return;
-        }
-        const std::int64_t next = pacer.next(index, FramePacer::Clock::now());
-        counters_.dropped += next - index - 1;
-        index = next;
-    }
+    loop_.run(request_.fps, counters_.dropped,
+              [this](std::int64_t index, FramePacer::Clock::time_point due) {
+                  const std::optional<RecError> ended = makeFrame(index, due, Pass::recording);
+                  if (ended && onStopped_) {
+                      onStopped_(std::string(message(*ended)));
+                  }
+                  return !ended;
+              });
 }
 
 void CaptureLoop::drainEvents(int& presses) {

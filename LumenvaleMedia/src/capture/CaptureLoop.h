@@ -16,9 +16,7 @@
 #include "capture/XConnection.h"
 
 #include <atomic>
-#include <condition_variable>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <thread>
 
@@ -107,9 +105,7 @@ class CaptureLoop {
     VideoSource::FrameHandler onFrame_;
     VideoSource::StoppedHandler onStopped_;
     std::thread thread_;
-    std::mutex mutex_;
-    std::condition_variable wake_;
-    bool quit_ = false;
+    PacedLoop loop_;
 };
 
 } // namespace lumenvale::x11

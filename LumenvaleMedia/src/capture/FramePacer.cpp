@@ -21,4 +21,31 @@ std::int64_t FramePacer::next(std::int64_t index, Clock::time_point now) const {
     return std::max(index + 1, current);
 }
 
+void PacedLoop::run(int fps, std::atomic<std::int64_t>& dropped, const MakeFrame& makeFrame) {
+    const FramePacer pacer(fps, FramePacer::Clock::now());
+    std::int64_t index = 0;
+    for (;;) {
+        {
+            std::unique_lock lock(mutex_);
+            if (wake_.wait_until(lock, pacer.due(index), [this] { return quit_; })) {
+                return;
+            }
+        }
+        if (!makeFrame(index, pacer.due(index))) {
+            return;
+        }
+        const std::int64_t next = pacer.next(index, FramePacer::Clock::now());
+        dropped += next - index - 1;
+        index = next;
+    }
+}
+
+void PacedLoop::stop() {
+    {
+        std::lock_guard lock(mutex_);
+        quit_ = true;
+    }
+    wake_.notify_all();
+}
+
 } // namespace lumenvale::x11

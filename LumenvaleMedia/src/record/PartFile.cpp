@@ -183,7 +183,7 @@ void PartFile::writeVideo(AVPacket& packet, AVRational timeBase) {
     // time until the writer's next picture of a still screen, so under a second.
     fragmentLength_ = std::max<std::int64_t>(1, timeBase.den / std::max(1, 3 * timeBase.num));
     videoTimeBase_ = timeBase;
-    if (holdsVideo_) {
+    if (holdsVideo()) {
         writeHeldVideo(packet.pts);
     }
     if (packet.pts >= fragmentStart_ + fragmentLength_ && audioStarted()) {
@@ -194,11 +194,10 @@ void PartFile::writeVideo(AVPacket& packet, AVRational timeBase) {
         heldVideo_ = ff::makePacket();
     }
     av_packet_move_ref(heldVideo_.get(), &packet);
-    holdsVideo_ = true;
 }
 
 void PartFile::endVideo(std::int64_t endPts) {
-    if (holdsVideo_) {
+    if (holdsVideo()) {
         writeHeldVideo(endPts);
     }
 }
@@ -210,7 +209,6 @@ void PartFile::writeHeldVideo(std::int64_t nextPts) {
     av_packet_rescale_ts(&held, videoTimeBase_, format_->streams[0]->time_base);
     writePacket(held);
     av_packet_unref(&held);
-    holdsVideo_ = false;
 }
 
 void PartFile::writeAudio(int track, AVPacket& packet) {
@@ -253,7 +251,7 @@ void PartFile::writeTrailer() {
     if (trailerWritten_ || failed()) {
         return;
     }
-    if (holdsVideo_) {
+    if (holdsVideo()) {
         writeHeldVideo(heldVideo_->pts + 1); // endVideo() was not called: one frame
     }
     const int written = av_write_trailer(format_.get());

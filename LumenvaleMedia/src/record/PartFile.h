@@ -98,6 +98,7 @@ class PartFile {
     static int writeBytes(void* self, std::uint8_t* bytes, int size);
     static std::int64_t seekBytes(void* self, std::int64_t offset, int whence);
     void writePacket(AVPacket& packet);
+    bool holdsVideo() const { return heldVideo_ && heldVideo_->data != nullptr; }
     // Writes the held video packet, lasting until `nextPts` (encoder time base).
     void writeHeldVideo(std::int64_t nextPts);
     bool audioStarted() const;
@@ -114,7 +115,6 @@ class PartFile {
     std::int64_t fragmentStart_ = 0;  // video pts (encoder time base) of the current fragment
     std::int64_t fragmentLength_ = 1; // video pts per fragment: a third of a second
     ff::Packet heldVideo_;            // the newest video packet, until its duration is known
-    bool holdsVideo_ = false;
     AVRational videoTimeBase_{1, 30}; // the encoder's, of heldVideo_
     // The first fragment waits until every audio track has a packet, so the moov
     // written with it knows where each track starts.

@@ -12,8 +12,25 @@ namespace {
 constexpr auto idleWait = std::chrono::milliseconds(10);
 } // namespace
 
+namespace {
+
+// About a third of a second, prime to the keyframe interval: the frames of a still
+// screen then still lie on no coarser grid than 1/fps, so a reader can tell the
+// recording's rate from its frames' times.
+std::int64_t stillRefreshFramesAt(int fps) {
+    std::int64_t frames = std::max(1, fps / 3);
+    while (frames > 1 && std::gcd(frames, std::int64_t{keyframeIntervalFramesAt(fps)}) != 1) {
+        --frames;
+    }
+    return frames;
+}
+
+} // namespace
+
 PartWriter::PartWriter(PixelSize size, int fps, AudioFeed& audio, Handlers handlers)
-    : fps_(fps), audio_(audio), handlers_(std::move(handlers)), pool_(size, fps) {}
+    : fps_(fps), keyframeIntervalFrames_(keyframeIntervalFramesAt(fps)),
+      stillRefreshFrames_(stillRefreshFramesAt(fps)), audio_(audio), handlers_(std::move(handlers)),
+      pool_(size, fps) {}
 
 PartWriter::~PartWriter() {
     if (writer_.joinable()) {
@@ -117,21 +134,6 @@ void PartWriter::finish() {
     finisher_.join();
 }
 
-std::int64_t PartWriter::keyframeIntervalFrames() const {
-    return keyframeIntervalFramesAt(fps_);
-}
-
-std::int64_t PartWriter::stillRefreshFrames() const {
-    // About a third of a second, prime to the keyframe interval: the frames of a still
-    // screen then still lie on no coarser grid than 1/fps, so a reader can tell the
-    // recording's rate from its frames' times.
-    std::int64_t frames = std::max(1, fps_ / 3);
-    while (frames > 1 && std::gcd(frames, keyframeIntervalFrames()) != 1) {
-        --frames;
-    }
-    return frames;
-}
-
 std::int64_t PartWriter::samplesAfter(std::int64_t frames) const {
     return (frames * audioRate + fps_ / 2) / fps_;
 }
@@ -212,14 +214,14 @@ void PartWriter::writeFrame(Command& command) {
     // frame before lasts longer) unless a third of a second has gone by without one,
     // so that a kill keeps the still stretch too.
     const bool keyframeDue = pts >= part->nextKeyframePts;
-    if (repeat && !keyframeDue && pts - part->lastEncodedPts < stillRefreshFrames()) {
+    if (repeat && !keyframeDue && pts - part->lastEncodedPts < stillRefreshFrames_) {
         return;
     }
     AVFrame& picture = pool_.frame(heldSlot_);
     picture.pts = pts;
     picture.pict_type = keyframeDue ? AV_PICTURE_TYPE_I : AV_PICTURE_TYPE_NONE;
     if (keyframeDue) {
-        part->nextKeyframePts = pts + keyframeIntervalFrames();
+        part->nextKeyframePts = pts + keyframeIntervalFrames_;
     }
     part->lastEncodedPts = pts;
     encodeVideo(*part, &picture);

@@ -114,11 +114,11 @@ class PartWriter {
     void reportFailure(const Part& part);
     void finishingLoop();
     std::int64_t samplesAfter(std::int64_t frames) const;
-    std::int64_t keyframeIntervalFrames() const;
-    // The longest a still picture goes without being encoded again.
-    std::int64_t stillRefreshFrames() const;
 
     int fps_;
+    const std::int64_t keyframeIntervalFrames_;
+    // The longest a still picture goes without being encoded again.
+    const std::int64_t stillRefreshFrames_;
     AudioFeed& audio_;
     Handlers handlers_;
 

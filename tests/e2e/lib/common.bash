@@ -107,6 +107,15 @@ lib=$e2e_root/e2e/lib
 python=/usr/bin/python3
 tray() { "$python" "$lib/tray.py" "$@"; }
 ui() { "$python" "$lib/atspi.py" "$@"; }
+# start_desktop_watchers: the accessibility bus, and a StatusNotifierWatcher that tray
+# items register with.
+start_desktop_watchers() {
+  start_accessibility_bus
+  tray watch --ready "$work/watcher.ready" >"$work/watcher.log" 2>"$work/watcher.err" &
+  background_pids+=($!)
+  until_true 10 test -e "$work/watcher.ready" ||
+    fail "the tray watcher did not start: $(cat "$work/watcher.err")"
+}
 
 # frame_pixel MOVIE SECONDS X Y: the colour at (X, Y) of the picture shown at SECONDS,
 # as "R G B", read two by two (the chroma planes have half the resolution). A still

@@ -9,8 +9,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <condition_variable>
-#include <mutex>
 #include <pthread.h>
 #include <thread>
 
@@ -52,11 +50,7 @@ class CapturePortal::Engine {
     }
 
     void stop() {
-        {
-            std::lock_guard lock(mutex);
-            quit = true;
-        }
-        wake.notify_all();
+        loop.stop();
         if (thread.joinable() && thread.get_id() != std::this_thread::get_id()) {
             thread.join();
         }
@@ -64,26 +58,17 @@ class CapturePortal::Engine {
 
     void run() {
         pthread_setname_np(pthread_self(), "capture");
-        const FramePacer pacer(request.fps, FramePacer::Clock::now());
-        std::int64_t index = 0;
-        for (;;) {
-            {
-                std::unique_lock lock(mutex);
-                if (wake.wait_until(lock, pacer.due(index), [this] { return quit; })) {
-                    return;
-                }
-            }
-            if (stream->ended()) {
-                if (onStopped) {
-                    onStopped(stream->endSentence());
-                }
-                return;
-            }
-            makeFrame(index, pacer.due(index));
-            const std::int64_t next = pacer.next(index, FramePacer::Clock::now());
-            counters.dropped += next - index - 1;
-            index = next;
-        }
+        loop.run(request.fps, counters.dropped,
+                 [this](std::int64_t index, FramePacer::Clock::time_point due) {
+                     if (stream->ended()) {
+                         if (onStopped) {
+                             onStopped(stream->endSentence());
+                         }
+                         return false;
+                     }
+                     makeFrame(index, due);
+                     return true;
+                 });
     }
 
     // Paints the newest picture into the canvas and hands it over with its due time
@@ -189,9 +174,7 @@ class CapturePortal::Engine {
     FrameHandler onFrame;
     StoppedHandler onStopped;
     std::thread thread;
-    std::mutex mutex;
-    std::condition_variable wake;
-    bool quit = false;
+    x11::PacedLoop loop;
     bool started = false;
 };
 
