@@ -89,9 +89,13 @@ RecordParse parseRecordArguments(const std::vector<std::string>& arguments) {
             if (!text) {
                 return missing();
             }
-            request.windowID = parseWindow(*text);
-            if (!request.windowID) {
-                return QStringLiteral("--window takes an X11 window id, not “%1”.").arg(*text);
+            // "pick": the desktop's dialog picks it (Wayland).
+            if (*text != QLatin1String("pick")) {
+                request.windowID = parseWindow(*text);
+                if (!request.windowID) {
+                    return QStringLiteral("--window takes an X11 window id or “pick”, not “%1”.")
+                        .arg(*text);
+                }
             }
             request.kind = RecordKind::window;
         } else if (flag == QLatin1String("--seconds")) {

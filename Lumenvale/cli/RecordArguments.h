@@ -20,9 +20,11 @@ namespace lumenvale {
 //  [--mic [SOURCE]] [--folder DIR]`, read into what this run records.
 struct RecordRequest {
     RecordKind kind = RecordKind::screen;
-    std::optional<Rect> areaTopLeft;       // X11 coordinates: origin top-left, y down
-    std::optional<std::uint32_t> windowID; // decimal or 0x-prefixed hexadecimal
-    std::optional<double> seconds;         // recorded time after which the recording stops
+    std::optional<Rect> areaTopLeft; // X11 coordinates: origin top-left, y down
+    // Decimal or 0x-prefixed hexadecimal; none with --window pick (the desktop's
+    // dialog picks the window).
+    std::optional<std::uint32_t> windowID;
+    std::optional<double> seconds; // recorded time after which the recording stops
     std::optional<std::int64_t> fps;
     std::optional<Codec> codec;
     bool hidePointer = false;

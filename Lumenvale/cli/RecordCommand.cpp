@@ -26,9 +26,21 @@ int exitCode(RecordStatus status) {
     return static_cast<int>(status);
 }
 
-// What keeps the window the command names from being recorded, as a sentence; nothing
-// when it is an application window (or when there is no display: the start says so).
-std::optional<QString> windowProblem(std::uint32_t windowID) {
+// What keeps the window the command names (none: "pick") from being recorded, as a
+// sentence; nothing when it is an application window (or when there is no display:
+// the start says so), or when the desktop's dialog is to pick it.
+std::optional<QString> windowProblem(std::optional<std::uint32_t> id) {
+    const bool desktopPicks = Desktop::windowPicking() == Desktop::WindowPicking::desktopDialog;
+    if (desktopPicks != !id) {
+        return desktopPicks ? QStringLiteral("On Wayland the desktop’s dialog picks the window: "
+                                             "use --window pick.")
+                            : QStringLiteral("Name the window to record by its X11 id (xdotool "
+                                             "and xwininfo show it).");
+    }
+    if (!id) {
+        return std::nullopt;
+    }
+    const std::uint32_t windowID = *id;
     const QString name = QStringLiteral("0x%1").arg(windowID, 0, 16);
     switch (Screens::windowKind(windowID)) {
     case Screens::WindowKind::application:
@@ -92,17 +104,20 @@ class RecordRun : public QObject {
         if (request_.kind == RecordKind::area) {
             selection = Selection{Screens::fromTopLeft(*request_.areaTopLeft), std::nullopt};
         } else if (request_.kind == RecordKind::window) {
-            if (const std::optional<QString> problem = windowProblem(*request_.windowID)) {
+            // Without an id the recorder has the desktop's dialog pick the window.
+            if (const std::optional<QString> problem = windowProblem(request_.windowID)) {
                 end(RecordStatus::failed,
                     QStringLiteral("Couldn’t start recording. ") + *problem + QLatin1Char('\n'));
                 return;
             }
-            // A window that closes from here on has no frame; the start then fails with
-            // "The window closed." when it looks for the window.
-            const std::optional<Rect> frame = Screens::windowFrame(*request_.windowID);
-            const std::optional<Screen> screen = Screens::withMouse();
-            selection =
-                Selection{frame ? *frame : (screen ? screen->frame : Rect{}), request_.windowID};
+            if (request_.windowID) {
+                // A window that closes from here on has no frame; the start then fails
+                // with "The window closed." when it looks for the window.
+                const std::optional<Rect> frame = Screens::windowFrame(*request_.windowID);
+                const std::optional<Screen> screen = Screens::withMouse();
+                selection = Selection{frame ? *frame : (screen ? screen->frame : Rect{}),
+                                      request_.windowID};
+            }
         }
         recorder_.start(request_.kind, selection, [this](bool started) {
             if (!started) {

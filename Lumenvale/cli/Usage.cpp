@@ -14,7 +14,7 @@ struct Synopsis {
 };
 
 constexpr const char* recordLines[] = {
-    "[--screen | --area X,Y,W,H | --window ID] [--seconds N]",
+    "[--screen | --area X,Y,W,H | --window ID|pick] [--seconds N]",
     "[--fps N] [--codec h264|hevc] [--no-pointer] [--clicks]",
     "[--no-countdown] [--no-system-audio] [--mic [SOURCE]]",
     "[--folder DIR]",
@@ -57,7 +57,8 @@ QString record() {
            QStringLiteral(
                "\n"
                "Records the screen (the display under the pointer), an area (X11 coordinates,\n"
-               "origin top-left) or one window, starting from the saved recording options; the\n"
+               "origin top-left) or one window (by its X11 id; on Wayland, \"pick\" has the\n"
+               "desktop's dialog pick it), starting from the saved recording options; the\n"
                "flags change this run only. Without --seconds it records until SIGINT or SIGTERM,\n"
                "which stop and save; SIGUSR1 pauses and resumes. Prints the movie's path.\n");
 }

@@ -71,6 +71,15 @@ GlobalClicks globalClicks() {
     return session() == Session::wayland ? GlobalClicks::unseen : GlobalClicks::seen;
 }
 
+WindowPicking windowPicking() {
+    return session() == Session::wayland ? WindowPicking::desktopDialog
+                                         : WindowPicking::lumenvalePicker;
+}
+
+bool desktopSharesWindows() {
+    return session() == Session::wayland && CapturePortal::sharesWindows();
+}
+
 std::unique_ptr<Displays> makeDisplays() {
     switch (session()) {
     case Session::x11:
@@ -89,6 +98,12 @@ std::unique_ptr<VideoSource> makeCapture(CaptureRequest request) {
         return std::make_unique<CapturePortal>(std::move(request));
     }
     return std::make_unique<CaptureX11>(std::move(request));
+}
+
+std::unique_ptr<VideoSource>
+makeChosenWindowCapture(CaptureRequest request,
+                        const std::function<PixelSize(PixelSize picture)>& movieSize) {
+    return CapturePortal::choosingWindow(std::move(request), movieSize);
 }
 
 std::unique_ptr<Keyboard> makeKeyboard() {

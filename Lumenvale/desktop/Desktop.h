@@ -7,6 +7,7 @@
 #include "desktop/Keyboard.h"
 
 #include <QString>
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -60,6 +61,16 @@ OwnWindows ownWindowsInCapture();
 enum class GlobalClicks { seen, unseen };
 GlobalClicks globalClicks();
 
+// Who picks the window of a window recording: Lumenvale's own picker over the
+// desktop's windows (X11), or the desktop in its own dialog when the recording starts
+// (Wayland names no windows to applications).
+enum class WindowPicking { lumenvalePicker, desktopDialog };
+WindowPicking windowPicking();
+
+// Whether the desktop's dialog offers single windows (WindowPicking::desktopDialog;
+// some portals share only whole screens). Asks the session bus, briefly.
+bool desktopSharesWindows();
+
 // The displays and windows of the session's desktop. Nothing is asked of the display
 // server before the first call; throws MediaError when its display cannot be reached.
 std::unique_ptr<Displays> makeDisplays();
@@ -67,6 +78,14 @@ std::unique_ptr<Displays> makeDisplays();
 // The capture of `request`'s target. Nothing is touched before start(), which throws
 // MediaError with a sentence for the user when the target cannot be captured here.
 std::unique_ptr<VideoSource> makeCapture(CaptureRequest request);
+
+// The capture of a window the user picks now in the desktop's dialog
+// (WindowPicking::desktopDialog): the movie's pixel size is movieSize(the window's
+// size in pixels). Throws MediaError with a sentence for the user when nothing was
+// picked or the desktop does not allow it.
+std::unique_ptr<VideoSource>
+makeChosenWindowCapture(CaptureRequest request,
+                        const std::function<PixelSize(PixelSize picture)>& movieSize);
 
 // The session's keyboard: X11 reads its layout through xkbcommon at each call; without
 // a display server no key types anything. GUI thread.

@@ -7,9 +7,11 @@
 #include "LumenvaleMedia/RecordingPipeline.h"
 #include "base/AppIdentity.h"
 #include "base/Store.h"
+#include "desktop/Desktop.h"
 #include "desktop/FinishSound.h"
 #include "desktop/Permissions.h"
 #include "desktop/Screens.h"
+#include "recorder/RecorderLaunch.h"
 #include "recorder/RecorderUi.h"
 
 #include <QStringList>
@@ -19,29 +21,6 @@
 #include <cstdlib>
 
 namespace lumenvale {
-
-// One start in progress, carried across the awaits of the start sequence (bubble,
-// countdown). Its `session` tells whether a stop() or a newer start overtook it.
-struct ScreenRecorder::Launch {
-    std::int64_t session = 0;
-    RecordKind kind = RecordKind::screen;
-    RecordingOptions options;
-    Screen screen;
-    Rect rect; // what is recorded, in desktop coordinates
-    std::optional<Rect> area;
-    std::optional<std::uint32_t> windowID;
-    bool mic = false;
-    std::function<void(bool)> done;
-
-    // Answers the caller of start() once.
-    void answer(bool started) {
-        if (done) {
-            auto call = std::move(done);
-            done = nullptr;
-            call(started);
-        }
-    }
-};
 
 namespace {
 
@@ -199,7 +178,16 @@ void ScreenRecorder::start(RecordKind kind, std::optional<Selection> selection,
         return;
     }
 
-    if (kind != RecordKind::screen && !selection) {
+    // On Wayland the desktop's own dialog picks the window, once the capture starts.
+    const bool desktopPicks = kind == RecordKind::window && !selection &&
+                              Desktop::windowPicking() == Desktop::WindowPicking::desktopDialog;
+    if (desktopPicks && !Desktop::desktopSharesWindows()) {
+        abandonStart(launch);
+        notice(QStringLiteral("Couldn’t start recording. This desktop shares only whole screens, "
+                              "not single windows: record the screen or an area."));
+        return;
+    }
+    if (kind != RecordKind::screen && !selection && !desktopPicks) {
         enter(RecorderPhase::Event::selectionOpened);
         ui_->openSelection(kind == RecordKind::area ? RecorderUi::SelectionMode::area
                                                     : RecorderUi::SelectionMode::window);
@@ -207,19 +195,19 @@ void ScreenRecorder::start(RecordKind kind, std::optional<Selection> selection,
         return;
     }
 
+    const bool wholeScreen = kind == RecordKind::screen || desktopPicks;
     const std::optional<Screen> screen =
-        kind == RecordKind::screen ? Screens::withMouse() : Screens::containing(selection->rect);
+        wholeScreen ? Screens::withMouse() : Screens::containing(selection->rect);
     if (!screen) {
         abandonStart(launch);
         notice(QStringLiteral("Couldn’t start recording. ") + noDisplayFor(kind));
         return;
     }
     launch->screen = *screen;
-    launch->rect =
-        kind == RecordKind::screen ? screen->frame : intersection(selection->rect, screen->frame);
+    launch->rect = wholeScreen ? screen->frame : intersection(selection->rect, screen->frame);
     if (kind == RecordKind::area) {
         launch->area = launch->rect;
-    } else if (kind == RecordKind::window) {
+    } else if (kind == RecordKind::window && selection) {
         launch->windowID = selection->windowID;
     }
 
@@ -298,8 +286,7 @@ void ScreenRecorder::continueStart(std::shared_ptr<Launch> launch) {
 void ScreenRecorder::afterCountdown(std::shared_ptr<Launch> launch) {
     Started started;
     try {
-        started = makeStream(launch->screen, launch->area, launch->windowID, launch->mic,
-                             launch->options);
+        started = makeStream(*launch);
     } catch (const std::exception& error) {
         ui_->hidePanels();
         abandonStart(launch);

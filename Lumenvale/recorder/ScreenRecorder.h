@@ -164,9 +164,7 @@ class ScreenRecorder : public QObject {
     void afterCountdown(std::shared_ptr<Launch> launch);
     void abandonStart(const std::shared_ptr<Launch>& launch);
     bool isCurrent(const Launch& launch) const;
-    Started makeStream(const Screen& screen, const std::optional<Rect>& area,
-                       std::optional<std::uint32_t> windowID, bool mic,
-                       const RecordingOptions& options);
+    Started makeStream(const Launch& launch);
 
     void finish();
     void afterStreamStopped(std::int64_t finishSession);

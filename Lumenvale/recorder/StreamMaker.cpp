@@ -10,6 +10,7 @@
 #include "base/PathText.h"
 #include "desktop/Desktop.h"
 #include "desktop/Screens.h"
+#include "recorder/RecorderLaunch.h"
 #include "recorder/RecorderUi.h"
 #include "recorder/ScreenRecorder.h"
 
@@ -29,10 +30,9 @@ Rect toPixels(const Rect& points, double scale) {
 
 } // namespace
 
-ScreenRecorder::Started ScreenRecorder::makeStream(const Screen& screen,
-                                                   const std::optional<Rect>& area,
-                                                   std::optional<std::uint32_t> windowID, bool mic,
-                                                   const RecordingOptions& options) {
+ScreenRecorder::Started ScreenRecorder::makeStream(const Launch& launch) {
+    const Screen& screen = launch.screen;
+    const RecordingOptions& options = launch.options;
     const std::vector<Screen> screens = Screens::all();
     if (std::none_of(screens.begin(), screens.end(),
                      [&](const Screen& candidate) { return candidate.id == screen.id; })) {
@@ -41,15 +41,18 @@ ScreenRecorder::Started ScreenRecorder::makeStream(const Screen& screen,
 
     CaptureRequest request;
     Size points;
-    if (windowID) {
-        const std::optional<Rect> frame = Screens::windowFrame(*windowID);
-        if (!frame) {
-            throw MediaError(RecError::windowGone);
-        }
-        request.target = CaptureWindow{*windowID};
-        points = frame->size();
+    const bool desktopPicksWindow = launch.kind == RecordKind::window && !launch.windowID;
+    if (launch.kind == RecordKind::window) {
         keptWindows_.clear();
         excludesSelf_ = false;
+        if (launch.windowID) {
+            const std::optional<Rect> frame = Screens::windowFrame(*launch.windowID);
+            if (!frame) {
+                throw MediaError(RecError::windowGone);
+            }
+            request.target = CaptureWindow{*launch.windowID};
+            points = frame->size();
+        }
     } else {
         // Lumenvale's own panels never appear in a display recording; the camera
         // bubble does.
@@ -58,9 +61,9 @@ ScreenRecorder::Started ScreenRecorder::makeStream(const Screen& screen,
         excludesSelf_ = true;
         request.ownWindows = OwnWindows::hidden;
         request.keptWindows = keptWindows_;
-        if (area) {
-            request.target = CaptureArea{toPixels(Screens::toTopLeft(*area), screen.scale)};
-            points = area->size();
+        if (launch.area) {
+            request.target = CaptureArea{toPixels(Screens::toTopLeft(*launch.area), screen.scale)};
+            points = launch.area->size();
         } else {
             request.target = CaptureScreen{screen.id};
             points = screen.frame.size();
@@ -68,8 +71,6 @@ ScreenRecorder::Started ScreenRecorder::makeStream(const Screen& screen,
     }
 
     codec_ = resolve(options.codec, availableVideoFourCCs());
-    pixelSize_ = OutputSize::pixels(points, screen.scale, codec_);
-    request.size = *pixelSize_;
     request.fps = static_cast<int>(std::clamp<std::int64_t>(options.fps, 1, maximumFps));
     request.showsPointer = options.showsPointer;
     // Where the desktop shows no clicks outside Lumenvale, rings would never appear.
@@ -77,11 +78,24 @@ ScreenRecorder::Started ScreenRecorder::makeStream(const Screen& screen,
         options.showsClicks && Desktop::globalClicks() == Desktop::GlobalClicks::seen;
 
     RecordingSources sources;
-    sources.video = Desktop::makeCapture(std::move(request));
+    if (desktopPicksWindow) {
+        // The window's picture is in pixels already.
+        const Codec codec = codec_;
+        sources.video =
+            Desktop::makeChosenWindowCapture(std::move(request), [codec](PixelSize picture) {
+                return OutputSize::pixels(
+                    Size{static_cast<double>(picture.width), static_cast<double>(picture.height)},
+                    1.0, codec);
+            });
+    } else {
+        request.size = OutputSize::pixels(points, screen.scale, codec_);
+        sources.video = Desktop::makeCapture(std::move(request));
+    }
+    pixelSize_ = sources.video->size();
     if (options.systemAudio) {
         sources.systemAudio = AudioDevices::open(AudioKind::system);
     }
-    if (mic) {
+    if (launch.mic) {
         sources.microphone = AudioDevices::open(AudioKind::microphone, options.microphoneID);
     }
 

@@ -52,4 +52,7 @@ done
   fail "a window that is gone: ${messages[0]}"
 [[ "${messages[1]}" == "Couldn’t start recording. $root is the root window, the whole desktop: record it with --screen." ]] ||
   fail "the root window: ${messages[1]}"
-pass "window: an id that is gone or the root fails the start with what is wrong"
+record --window pick --no-countdown --no-system-audio --folder "$movies"
+[[ $status -eq 1 && "$err" == "Couldn’t start recording. Name the window to record by its X11 id (xdotool and xwininfo show it)." ]] ||
+  fail "--window pick on X11, where no desktop dialog picks windows: $status, $err"
+pass "window: an id that is gone or the root, or none on X11, fails the start with what is wrong"

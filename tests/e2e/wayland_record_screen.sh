@@ -3,6 +3,8 @@
 # PipeWire: the movie has the output's size, the recorded length and the windows'
 # colours where they are; an area shows just its part; the portal's restore token is
 # kept and sent again by the next recording, and a stale one leads to a new choice; a
+# window is picked in the desktop's dialog where the portal offers windows (a stand-in
+# here) and refused with a sentence where it does not; a
 # refused choice and a bus without the ScreenCast portal each get one sentence (the
 # latter: what to install) and leave no part behind, and PipeWire killed during a
 # recording ends it with one, keeping the movie so far.
@@ -140,6 +142,55 @@ print(sum(1 for row in range(1, 720) if bright[row] and not bright[row - 1]) + b
 [[ $lines -ge 25 ]] || fail "the last frame shows $lines lines of text, not the 25 written"
 pass "the rows that changed: all $lines lines of text in the last frame"
 swaymsg '[app_id=lines] kill' >/dev/null
+
+# A single window. The test desktop's backend shares monitors only: said before anything
+# is asked, as is an X11 id, which names no Wayland window.
+record --window pick --seconds 1 --no-countdown --no-system-audio --folder "$movies"
+[[ $status -eq 1 && "$err" == *"This desktop shares only whole screens, not single windows: record the screen or an area."* ]] ||
+  fail "a window with a portal that shares monitors only: $status, $err"
+record --window 0x400001 --seconds 1 --no-countdown --no-system-audio --folder "$movies"
+[[ $status -eq 1 && "$err" == *"On Wayland the desktop’s dialog picks the window: use --window pick."* ]] ||
+  fail "an X11 id on Wayland: $status, $err"
+[[ $(part_count) -eq 0 ]] || fail "a window that could not be recorded left a part file"
+pass "a window where the portal shares monitors only, or named by an X11 id: one sentence each"
+
+# A desktop that shares windows: the stand-in on a bus of its own, whose "window" is a
+# green 642x481 picture on PipeWire. The movie has the window's size made even and
+# shows it, the choice is kept apart from the monitor's and sent again, and the window
+# closing ends the recording (exit 3) with the movie so far.
+dbus-daemon --config-file="$work/bare-bus.conf" --nofork --print-address=3 3>"$work/window-bus" &
+background_pids+=($!)
+until_true 10 test -s "$work/window-bus" || fail "the window portal's bus did not start"
+window_bus=$(head -n1 "$work/window-bus")
+DBUS_SESSION_BUS_ADDRESS=$window_bus "$python" "$lib/screencast_portal.py" --ready "$work/window.ready" \
+  --size 642x481 --colour 20c040 >"$work/window-portal.log" 2>&1 &
+background_pids+=($!)
+until_true 10 test -e "$work/window.ready" || fail "the stand-in portal did not start: $(cat "$work/window-portal.log")"
+DBUS_SESSION_BUS_ADDRESS=$window_bus record --window pick --seconds 1.5 --no-countdown --no-system-audio --folder "$movies"
+[[ $status -eq 0 ]] || fail "the window recording exited with $status: $err"
+grep -qx "select types=2 cursor_mode=2 persist_mode=2 restore_token=" "$work/window-portal.log" ||
+  fail "not asked for a window to remember: $(cat "$work/window-portal.log")"
+size="$(stream_value "$out" v:0 width)x$(stream_value "$out" v:0 height)"
+[[ $size == 642x480 ]] || fail "a window of 642x481 gave $size, not 642x480"
+approx "$(format_duration "$out")" 1.5 0.3 || fail "duration $(format_duration "$out")"
+for spot in "4 4" "637 475" "321 240"; do
+  near "$(frame_pixel "$out" 0.7 $spot)" 32 192 64 || fail "the window's movie at ($spot) is $(frame_pixel "$out" 0.7 $spot)"
+done
+[[ $(cat "$HOME/.local/state/lumenvale/screencast-window-restore-token") == window-token-1 ]] ||
+  fail "the window's choice was not kept apart"
+pass "a window picked in the desktop's dialog: $size, all of it the window, its choice kept"
+
+DBUS_SESSION_BUS_ADDRESS=$window_bus record_in_background --window pick --no-countdown --no-system-audio --folder "$movies"
+sleep 2
+DBUS_SESSION_BUS_ADDRESS=$window_bus dbus-send --session --type=method_call --print-reply \
+  --dest=org.freedesktop.portal.Desktop /org/freedesktop/portal/desktop app.lumenvale.Test.CloseWindow >/dev/null
+finish_background
+grep -q "restore_token=window-token-1$" "$work/window-portal.log" || fail "the kept choice was not sent again"
+[[ $status -eq 3 && "$err" == *"Recording stopped. The window closed."* ]] ||
+  fail "a recording whose window closed exited $status: $err"
+approx "$(format_duration "$out")" 2 0.6 || fail "$(format_duration "$out") s kept of about 2 s"
+[[ $(part_count) -eq 0 ]] || fail "parts left behind after the window closed"
+pass "the kept window choice sent again; the window closing ends the recording with its movie"
 
 # PipeWire killed mid-recording: the recording ends by itself (exit 3) with a sentence,
 # and what was recorded until then is saved, decodable, with no part left. PipeWire is

@@ -9,7 +9,8 @@
 #   - an area reaching the display's top: the control shows just under it, out of the
 #     movie, and its Stop works;
 #   - `lumenvale screen` and `lumenvale stop` from a shell record in the running one,
-#     and the card the area's movie left up is not in the movie;
+#     and the card the area's movie left up is not in the movie; `lumenvale window`
+#     says that this desktop shares whole screens only;
 #     `lumenvale record --clicks` records, saying the click rings are left out;
 #   - Settings (an XWayland window): "Show clicks" off, with why, and pressing it does
 #     nothing, though "on" is stored; the portal offers no GlobalShortcuts, so the
@@ -140,6 +141,15 @@ kill -0 "$app" || fail "the application ended"
 movie=$(ls -t "$movies"/*.mp4 | head -n1)
 no_panels "$movie" "1240 680" "1000 677"
 pass "lumenvale screen and lumenvale stop record in the running application, with no card in the movie"
+
+# A window recording: the desktop's dialog would pick the window, and this portal
+# shares whole screens only: said at once, with no picker of Lumenvale's own.
+"$LUMENVALE" window || fail "lumenvale window exited with $?"
+notice="Couldn’t start recording. This desktop shares only whole screens, not single windows: record the screen or an area."
+ui exists --window Notice "$notice" --timeout 15 || fail "no notice for a window: $(cat "$work/app.err")"
+ui absent --window "Choose a window to record" --timeout 1 || fail "Lumenvale's own window picker opened"
+[[ $(part_count) -eq 0 ]] || fail "a window recording began"
+pass "lumenvale window on a desktop that shares whole screens only: “$notice”"
 
 # The command line's --clicks: said to be left out, and the recording made all the same.
 record --screen --seconds 1 --clicks --no-countdown --no-system-audio --folder "$work/cli"

@@ -35,7 +35,11 @@ struct CaptureWindow {
     std::uint32_t id = 0;
 };
 
-using CaptureTarget = std::variant<CaptureScreen, CaptureArea, CaptureWindow>;
+// A window the user picks in the desktop's own dialog when the capture starts: a
+// Wayland desktop names no windows to applications. Only the portal capture takes it.
+struct CaptureChosenWindow {};
+
+using CaptureTarget = std::variant<CaptureScreen, CaptureArea, CaptureWindow, CaptureChosenWindow>;
 
 // Whether a screen or area capture shows this process's own windows (its panels,
 // outline, countdown, card). Window captures ignore this.

@@ -35,6 +35,9 @@ void CaptureX11::start(FrameHandler onFrame, StoppedHandler onStopped) {
     if (request_.fps < 1 || request_.size.width < 2 || request_.size.height < 2) {
         throw MediaError("The recording’s frame rate or size is invalid.");
     }
+    if (std::holds_alternative<CaptureChosenWindow>(request_.target)) {
+        throw MediaError("On this desktop, pick the window to record in Lumenvale’s own picker.");
+    }
     auto loop = std::make_unique<x11::CaptureLoop>(request_, engine_->counters);
     loop->start(std::move(onFrame), std::move(onStopped));
     engine_->loop = std::move(loop);

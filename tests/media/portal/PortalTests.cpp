@@ -62,18 +62,23 @@ TEST(PortalRestoreToken, KeptInTheStateFolderOrUnderHomeAndNowhereWithoutEither)
     {
         const ScopedEnv state("XDG_STATE_HOME", "/var/state");
         const ScopedEnv home("HOME", "/home/ann");
-        EXPECT_EQ(restoreTokenPath(), "/var/state/lumenvale/screencast-restore-token");
+        EXPECT_EQ(restoreTokenPath(SourceKind::monitor),
+                  "/var/state/lumenvale/screencast-restore-token");
+        // A chosen window is remembered apart: a monitor's token would bring back the monitor.
+        EXPECT_EQ(restoreTokenPath(SourceKind::window),
+                  "/var/state/lumenvale/screencast-window-restore-token");
     }
     {
         // A relative XDG_STATE_HOME is no folder: the default under HOME holds.
         const ScopedEnv state("XDG_STATE_HOME", "state");
         const ScopedEnv home("HOME", "/home/ann");
-        EXPECT_EQ(restoreTokenPath(), "/home/ann/.local/state/lumenvale/screencast-restore-token");
+        EXPECT_EQ(restoreTokenPath(SourceKind::monitor),
+                  "/home/ann/.local/state/lumenvale/screencast-restore-token");
     }
     {
         const ScopedEnv state("XDG_STATE_HOME", std::nullopt);
         const ScopedEnv home("HOME", std::nullopt);
-        EXPECT_EQ(restoreTokenPath(), std::nullopt);
+        EXPECT_EQ(restoreTokenPath(SourceKind::window), std::nullopt);
     }
 }
 

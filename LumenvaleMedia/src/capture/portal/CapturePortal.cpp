@@ -28,19 +28,44 @@ constexpr std::chrono::milliseconds firstPictureLimit{1000};
 // The portal session, the stream and the capture thread, made by start().
 class CapturePortal::Engine {
   public:
-    explicit Engine(const CaptureRequest& wanted) : request(wanted), canvas(wanted.size) {}
+    explicit Engine(CaptureRequest wanted) : request(std::move(wanted)), canvas(request.size) {}
 
     ~Engine() { stop(); }
     Engine(const Engine&) = delete;
     Engine& operator=(const Engine&) = delete;
 
-    void start(FrameHandler frameHandler, StoppedHandler stoppedHandler) {
-        portal = std::make_unique<portal::ScreenCastPortal>(portal::restoreTokenPath());
-        grant = portal->open(request.showsPointer ? portal::PointerMode::drawn
-                                                  : portal::PointerMode::hidden);
+    portal::SourceKind kind() const {
+        return std::holds_alternative<CaptureChosenWindow>(request.target)
+                   ? portal::SourceKind::window
+                   : portal::SourceKind::monitor;
+    }
+
+    // Asks the portal and waits until the stream runs, its pictures' size agreed.
+    void open() {
+        portal = std::make_unique<portal::ScreenCastPortal>(portal::restoreTokenPath(kind()));
+        grant = portal->open(kind(), request.showsPointer ? portal::PointerMode::drawn
+                                                          : portal::PointerMode::hidden);
+        // A chosen window's size is only known now: the portal's word, else a guess
+        // that the stream's format corrects.
+        PixelSize wanted = request.size;
+        if (kind() == portal::SourceKind::window) {
+            wanted = grant.width && grant.height ? PixelSize{*grant.width, *grant.height}
+                                                 : PixelSize{1920, 1080};
+        }
         stream = std::make_unique<portal::PipeWireStream>(std::move(grant.pipeWire), grant.node,
-                                                          request.fps, request.size);
+                                                          request.fps, wanted);
         stream->waitUntilFlowing(flowLimit);
+    }
+
+    void setMovieSize(PixelSize size) {
+        request.size = size;
+        canvas = x11::MovieCanvas(size);
+    }
+
+    void start(FrameHandler frameHandler, StoppedHandler stoppedHandler) {
+        if (!stream) {
+            open();
+        }
         // Usually frame 0 has a picture; while the screen stays still a compositor
         // may send none, and the frames are black until it does.
         stream->waitForPicture(firstPictureLimit);
@@ -62,7 +87,7 @@ class CapturePortal::Engine {
                  [this](std::int64_t index, FramePacer::Clock::time_point due) {
                      if (stream->ended()) {
                          if (onStopped) {
-                             onStopped(stream->endSentence());
+                             onStopped(stream->endSentence(kind()));
                          }
                          return false;
                      }
@@ -160,7 +185,7 @@ class CapturePortal::Engine {
         std::atomic<std::int64_t> repeated{0};
     };
 
-    const CaptureRequest request;
+    CaptureRequest request;
     Counters counters;
     std::unique_ptr<portal::ScreenCastPortal> portal;
     portal::ScreenCastGrant grant;
@@ -179,18 +204,32 @@ class CapturePortal::Engine {
 };
 
 CapturePortal::CapturePortal(CaptureRequest request)
-    : request_(std::move(request)), engine_(std::make_unique<Engine>(request_)) {}
+    : engine_(std::make_unique<Engine>(std::move(request))) {}
 
 CapturePortal::~CapturePortal() {
     stop();
 }
 
+std::unique_ptr<CapturePortal>
+CapturePortal::choosingWindow(CaptureRequest request,
+                              const std::function<PixelSize(PixelSize picture)>& movieSize) {
+    request.target = CaptureChosenWindow{};
+    auto capture = std::make_unique<CapturePortal>(std::move(request));
+    capture->engine_->open();
+    capture->engine_->setMovieSize(movieSize(capture->engine_->stream->formatSize()));
+    return capture;
+}
+
+bool CapturePortal::sharesWindows() {
+    return portal::ScreenCastPortal::sharesWindows();
+}
+
 PixelSize CapturePortal::size() const {
-    return request_.size;
+    return engine_->request.size;
 }
 
 int CapturePortal::fps() const {
-    return request_.fps;
+    return engine_->request.fps;
 }
 
 void CapturePortal::start(FrameHandler onFrame, StoppedHandler onStopped) {
@@ -198,12 +237,13 @@ void CapturePortal::start(FrameHandler onFrame, StoppedHandler onStopped) {
         throw MediaError("This capture has already been started.");
     }
     engine_->started = true;
-    if (request_.fps < 1 || request_.size.width < 2 || request_.size.height < 2) {
+    const CaptureRequest& request = engine_->request;
+    if (request.fps < 1 || request.size.width < 2 || request.size.height < 2) {
         throw MediaError("The recording’s frame rate or size is invalid.");
     }
-    if (std::holds_alternative<CaptureWindow>(request_.target)) {
-        throw MediaError("Recording a single window isn’t available on Wayland yet: record the "
-                         "screen or an area.");
+    if (std::holds_alternative<CaptureWindow>(request.target)) {
+        throw MediaError("On Wayland, the window to record is picked in the desktop’s own "
+                         "dialog, not named by an X11 id.");
     }
     engine_->start(std::move(onFrame), std::move(onStopped));
 }

@@ -302,11 +302,17 @@ void PipeWireStream::end(Ending ending) {
     changed_.notify_all();
 }
 
-std::string PipeWireStream::endSentence() const {
+std::string PipeWireStream::endSentence(SourceKind kind) const {
     if (pipeWireGone_) {
         return "PipeWire, which carries the screen’s picture, stopped.";
     }
-    return std::string(message(RecError::displayGone));
+    return std::string(
+        message(kind == SourceKind::window ? RecError::windowGone : RecError::displayGone));
+}
+
+PixelSize PipeWireStream::formatSize() {
+    std::lock_guard lock(mutex_);
+    return formatSize_;
 }
 
 void PipeWireStream::waitUntilFlowing(std::chrono::milliseconds limit) {

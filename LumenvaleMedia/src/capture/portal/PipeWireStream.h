@@ -2,7 +2,7 @@
 
 #include "LumenvaleMedia/VideoSource.h"
 
-// The PipeWire stream of one portal monitor: negotiates a packed 32-bit RGB format,
+// The PipeWire stream of one portal monitor or window: negotiates a packed 32-bit RGB format,
 // and keeps the newest picture the compositor sent, as BGRA, for the capture thread
 // to take. Internal to LumenvaleMedia.
 
@@ -74,9 +74,11 @@ class PipeWireStream {
     // True once the stream has ended for good (the monitor is gone, sharing stopped,
     // PipeWire went away).
     bool ended() const { return ended_.load(); }
-    // Why it ended, as the user's sentence: PipeWire itself went away, or else "The
-    // display is gone.".
-    std::string endSentence() const;
+    // Why it ended, as the user's sentence: PipeWire itself went away, or else the
+    // shared monitor ("The display is gone.") or window ("The window closed.") did.
+    std::string endSentence(SourceKind kind) const;
+    // The pictures' size in pixels as agreed (once flowing; it may change later).
+    PixelSize formatSize();
 
   private:
     struct Handles;

@@ -27,7 +27,7 @@ int OwnedFd::release() {
     return fd;
 }
 
-std::optional<std::filesystem::path> restoreTokenPath() {
+std::optional<std::filesystem::path> restoreTokenPath(SourceKind kind) {
     std::filesystem::path state;
     if (const char* xdgState = std::getenv("XDG_STATE_HOME"); xdgState && *xdgState == '/') {
         state = xdgState;
@@ -36,7 +36,9 @@ std::optional<std::filesystem::path> restoreTokenPath() {
     } else {
         return std::nullopt;
     }
-    return state / "lumenvale" / "screencast-restore-token";
+    return state / "lumenvale" /
+           (kind == SourceKind::window ? "screencast-window-restore-token"
+                                       : "screencast-restore-token");
 }
 
 } // namespace lumenvale::portal

@@ -28,6 +28,7 @@ const QString portalPath = QStringLiteral("/org/freedesktop/portal/desktop");
 const QString screenCast = QStringLiteral("org.freedesktop.portal.ScreenCast");
 
 constexpr std::uint32_t monitorSource = 1;
+constexpr std::uint32_t windowSource = 2;
 constexpr std::uint32_t cursorHidden = 1;
 constexpr std::uint32_t cursorEmbedded = 2;
 // Remembered until the user revokes it.
@@ -36,6 +37,9 @@ constexpr std::uint32_t persistUntilRevoked = 2;
 constexpr int answerTimeoutMs = 5 * 60 * 1000;
 
 const char* const refusedSentence = "The desktop did not allow recording the screen.";
+const char* const noWindowsSentence =
+    "This desktop shares only whole screens, not single windows: record the screen or an "
+    "area.";
 const char* const missingPortalSentence =
     "Recording the screen on this Wayland desktop needs the desktop portal: install "
     "xdg-desktop-portal and the desktop’s backend for it (xdg-desktop-portal-wlr on sway and "
@@ -207,8 +211,8 @@ class ScreenCastPortal::Conversation {
         }
     }
 
-    QVariantMap selectAndStart(QVariantMap options) {
-        options.insert(QStringLiteral("types"), QVariant::fromValue(monitorSource));
+    QVariantMap selectAndStart(std::uint32_t source, QVariantMap options) {
+        options.insert(QStringLiteral("types"), QVariant::fromValue(source));
         options.insert(QStringLiteral("multiple"), false);
         const QVariant handle = QVariant::fromValue(QDBusObjectPath(session_));
         request(QStringLiteral("SelectSources"), {handle}, options);
@@ -252,12 +256,29 @@ ScreenCastPortal::~ScreenCastPortal() = default;
 
 // The conversation runs on a thread of its own, so waiting for the portal never runs
 // the caller's event loop (on the GUI thread that would let other work in meanwhile).
-ScreenCastGrant ScreenCastPortal::open(PointerMode pointer) {
+bool ScreenCastPortal::sharesWindows() {
+    bool shares = false;
+    // On a thread of its own, as open() does: the caller's event loop never runs.
+    std::thread worker([&] {
+        try {
+            Conversation portal;
+            const std::optional<QVariant> sources =
+                portal.property(QStringLiteral("AvailableSourceTypes"));
+            shares = sources && (sources->toUInt() & windowSource) != 0;
+        } catch (const MediaError&) {
+            shares = false; // no session bus
+        }
+    });
+    worker.join();
+    return shares;
+}
+
+ScreenCastGrant ScreenCastPortal::open(SourceKind kind, PointerMode pointer) {
     ScreenCastGrant grant;
     std::exception_ptr failure;
     std::thread worker([&] {
         try {
-            grant = openHere(pointer);
+            grant = openHere(kind, pointer);
         } catch (...) {
             failure = std::current_exception();
         }
@@ -269,12 +290,16 @@ ScreenCastGrant ScreenCastPortal::open(PointerMode pointer) {
     return grant;
 }
 
-ScreenCastGrant ScreenCastPortal::openHere(PointerMode pointer) {
+ScreenCastGrant ScreenCastPortal::openHere(SourceKind kind, PointerMode pointer) {
     conversation_ = std::make_unique<Conversation>();
     Conversation& portal = *conversation_;
     const std::optional<QVariant> sources = portal.property(QStringLiteral("AvailableSourceTypes"));
     if (!sources || (sources->toUInt() & monitorSource) == 0) {
         throw MediaError(missingPortalSentence);
+    }
+    const std::uint32_t source = kind == SourceKind::window ? windowSource : monitorSource;
+    if ((sources->toUInt() & source) == 0) {
+        throw MediaError(noWindowsSentence);
     }
     const std::uint32_t version = portal.property(QStringLiteral("version")).value_or(0).toUInt();
     const std::uint32_t cursors =
@@ -299,7 +324,7 @@ ScreenCastGrant ScreenCastPortal::openHere(PointerMode pointer) {
         if (token) {
             withToken.insert(QStringLiteral("restore_token"), QString::fromStdString(*token));
         }
-        started = portal.selectAndStart(withToken);
+        started = portal.selectAndStart(source, withToken);
     } catch (const Refused&) {
         if (!token) {
             throw;
@@ -308,7 +333,7 @@ ScreenCastGrant ScreenCastPortal::openHere(PointerMode pointer) {
         forgetToken(tokenFile_);
         portal.closeSession();
         portal.createSession();
-        started = portal.selectAndStart(options);
+        started = portal.selectAndStart(source, options);
     }
     if (const QString fresh = started.value(QStringLiteral("restore_token")).toString();
         !fresh.isEmpty()) {

@@ -15,6 +15,9 @@ namespace lumenvale::portal {
 // How the compositor is asked to show the pointer.
 enum class PointerMode { drawn, hidden };
 
+// What the user is asked to share.
+enum class SourceKind { monitor, window };
+
 // A file descriptor this process owns; closed on destruction.
 class OwnedFd {
   public:
@@ -33,40 +36,48 @@ class OwnedFd {
     int fd_ = -1;
 };
 
-// What the portal granted: a PipeWire connection holding one monitor's stream.
+// What the portal granted: a PipeWire connection holding one monitor's or window's
+// stream.
 struct ScreenCastGrant {
     OwnedFd pipeWire;
     std::uint32_t node = 0;
-    // The monitor's place and size in the compositor's layout, when the portal says.
+    // The monitor's place and size in the compositor's layout (a window's size), when
+    // the portal says.
     std::optional<std::int64_t> x;
     std::optional<std::int64_t> y;
     std::optional<std::int64_t> width;
     std::optional<std::int64_t> height;
 };
 
-// Where the restore token is kept: $XDG_STATE_HOME/lumenvale/screencast-restore-token,
-// ~/.local/state when XDG_STATE_HOME is unset. Absent without a home.
-std::optional<std::filesystem::path> restoreTokenPath();
+// Where the restore token of a choice of `kind` is kept:
+// $XDG_STATE_HOME/lumenvale/screencast-restore-token (a monitor) or
+// screencast-window-restore-token, ~/.local/state when XDG_STATE_HOME is unset.
+// Absent without a home.
+std::optional<std::filesystem::path> restoreTokenPath(SourceKind kind);
 
 // One portal session, closed when destroyed. Any one thread at a time; open() waits
 // for the portal's answers on a thread of its own.
 class ScreenCastPortal {
   public:
-    // `tokenFile`: where the choice of monitor is remembered (nothing: not at all).
+    // `tokenFile`: where the choice is remembered (nothing: not at all).
     explicit ScreenCastPortal(std::optional<std::filesystem::path> tokenFile);
     ~ScreenCastPortal();
     ScreenCastPortal(const ScreenCastPortal&) = delete;
     ScreenCastPortal& operator=(const ScreenCastPortal&) = delete;
 
-    // Creates the session, has a monitor chosen (without asking when the remembered
-    // choice still holds; a stale one is dropped and the user is asked again),
-    // starts it and opens its PipeWire connection. Throws MediaError with the
+    // Creates the session, has a monitor or a window chosen (without asking when the
+    // remembered choice still holds; a stale one is dropped and the user is asked
+    // again), starts it and opens its PipeWire connection. Throws MediaError with the
     // user's sentence. Call once.
-    ScreenCastGrant open(PointerMode pointer);
+    ScreenCastGrant open(SourceKind kind, PointerMode pointer);
+
+    // Whether the session's portal lets the user share a single window (false
+    // without a ScreenCast portal). Asks the bus, briefly.
+    static bool sharesWindows();
 
   private:
     class Conversation;
-    ScreenCastGrant openHere(PointerMode pointer);
+    ScreenCastGrant openHere(SourceKind kind, PointerMode pointer);
     std::optional<std::filesystem::path> tokenFile_;
     std::unique_ptr<Conversation> conversation_;
 };
