@@ -14,14 +14,14 @@ eval "$(xdotool getwindowgeometry --shell "$window")" # X, Y, WIDTH, HEIGHT of t
 
 # 641x361 points inside the window: the movie is 640x360, all of it the window's colour.
 ax=$((X + 30)) ay=$((Y + 60))
-keep_pointer_moving $((ax + 100)) $((ay + 100))
+keep_screen_changing $((ax + 100)) $((ay + 100))
 record --area "$ax,$ay,641,361" --fps 24 --no-countdown --no-system-audio --seconds 1.5 --folder "$movies"
 [[ $status -eq 0 ]] || fail "record exited with $status: $err"
 size="$(stream_value "$out" v:0 width)x$(stream_value "$out" v:0 height)"
 [[ $size == 640x360 ]] || fail "an area of 641x361 gave $size, not 640x360"
 [[ "$(stream_value "$out" v:0 r_frame_rate)" == 24/1 ]] || fail "frame rate $(stream_value "$out" v:0 r_frame_rate)"
 approx "$(format_duration "$out")" 1.5 0.25 || fail "duration $(format_duration "$out")"
-kill "$pointer_mover"
+kill "$screen_changer"
 pass "area: 641x361 points recorded as 640x360 at 24 fps"
 
 pixel() {

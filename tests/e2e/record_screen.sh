@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
 # Recording the screen: the countdown, the movie's size, length and frame rate, the
 # dated name in the folder given, stored options as the starting point, and flags
-# that are never saved.
+# that are never saved. Registered for the X11 and the Wayland test desktop.
 set -euo pipefail
 source "$(dirname "$0")/lib/common.bash"
 
-keep_pointer_moving 960 540
+keep_screen_changing 960 540
 started=$(date +%s.%N)
 record --screen --seconds 2 --folder "$movies"
 ended=$(date +%s.%N)

@@ -125,13 +125,23 @@ frame_pixel() {
     -pix_fmt rgb24 - | od -An -tu1 -N3 | xargs
 }
 
-# keep_pointer_moving X Y: moves the pointer to and fro by a few points from (X, Y)
-# until the test ends or `kill $pointer_mover`, so that every frame of a recording
-# shows a change (a still screen is recorded as fewer, longer frames).
-keep_pointer_moving() {
-  (while :; do for dx in 0 3 6 3; do xdotool mousemove $(($1 + dx)) "$2"; sleep 0.005; done; done) &
-  pointer_mover=$!
-  background_pids+=($!)
+# keep_screen_changing X Y: changes the screen until the test ends or `kill
+# $screen_changer`, so that every frame of a recording shows a change (a still screen
+# is recorded as fewer, longer frames): on X11 the pointer moves to and fro by a few
+# points from (X, Y); on Wayland, which lets no client move the pointer, a terminal
+# over the whole screen blinks in its first cell.
+keep_screen_changing() {
+  if [[ -n ${WAYLAND_DISPLAY:-} ]]; then
+    foot --app-id=changing sh -c 'while :; do printf ".\b"; sleep 0.01; printf " \b"; sleep 0.01; done' \
+      >"$work/changing.log" 2>&1 &
+    screen_changer=$!
+    until_true 10 eval 'swaymsg -t get_tree | grep -q "\"app_id\": \"changing\""' ||
+      fail "the changing terminal did not open: $(cat "$work/changing.log")"
+  else
+    (while :; do for dx in 0 3 6 3; do xdotool mousemove $(($1 + dx)) "$2"; sleep 0.005; done; done) &
+    screen_changer=$!
+  fi
+  background_pids+=("$screen_changer")
 }
 
 # record_in_background ARGS...: starts `lumenvale record ARGS` and waits until the
