@@ -176,7 +176,6 @@ ui absent --window "$settings" || fail "Ctrl+W left the settings window open"
 wait_for_grab 27 13 || fail "Ctrl+Alt+Shift+R was not grabbed: $(cat "$work/app.err")"
 pass "the shortcut typed into its field is stored, shown in the tray menu and grabbed"
 
-recording() { [[ $(part_count) -ge 1 ]]; }
 xdotool key ctrl+alt+shift+r
 until_true 10 recording || fail "the shortcut started no recording: $(cat "$work/app.err")"
 started=$(date +%s.%N)

@@ -32,7 +32,6 @@ settings_file=$XDG_CONFIG_HOME/app.lumenvale.Lumenvale.test.conf
 control="Recording control"
 card="Recording saved"
 
-movie_count() { find "$movies" -name '*.mp4' | wc -l; }
 newest_movie() { ls -t "$movies"/*.mp4 | head -n1; }
 has_movies() { [[ $(movie_count) -eq $1 ]]; }
 # wait_for_movies N: until N movies are saved.

@@ -38,16 +38,6 @@ background_pids+=($!)
 until_true 10 eval 'swaymsg -t get_tree | grep -q "\"app_id\": \"desk\""' ||
   fail "the terminal did not open: $(cat "$work/foot.log")"
 
-# near "R G B" "R G B" [TOLERANCE]: every channel within TOLERANCE (24 unless given;
-# the movie is H.264).
-near() {
-  local -a got=($1) want=($2)
-  local tolerance=${3:-24}
-  approx "${got[0]}" "${want[0]}" "$tolerance" && approx "${got[1]}" "${want[1]}" "$tolerance" &&
-    approx "${got[2]}" "${want[2]}" "$tolerance"
-}
-movie_count() { find "$movies" -maxdepth 1 -name '*.mp4' | wc -l; }
-recording() { [[ $(part_count) -ge 1 ]]; }
 # start_app NAME [PREFIX...]: starts the application (through PREFIX, e.g. env) as $app,
 # its output in $work/NAME.out and .err, and waits for its tray item and menu.
 start_app() {
@@ -198,7 +188,7 @@ cat >"$work/bus.conf" <<CONF
 <policy context="default"><allow send_destination="*"/><allow receive_sender="*"/><allow own="*"/></policy></busconfig>
 CONF
 cat >"$work/portal-bus.sh" <<'RUN'
-"$python" "$lib/shortcuts_portal.py" --ready "$work/portal.ready" >"$work/portal.log" 2>&1 &
+"$python" "$lib/portal_standin.py" --shortcuts --ready "$work/portal.ready" >"$work/portal.log" 2>&1 &
 portal=$!
 until_true 10 test -e "$work/portal.ready" || fail "the stand-in portal did not start"
 "$LUMENVALE" >"$work/shortcuts-app.out" 2>"$work/shortcuts-app.err" &

@@ -43,8 +43,18 @@ approx() {
   awk -v a="$1" -v e="$2" -v t="$3" 'BEGIN { d = a - e; if (d < 0) d = -d; exit !(d <= t) }'
 }
 
-# The number of part files in the temporary folder.
+# The number of part files in the temporary folder, and of movies in $movies.
 part_count() { find "$TMPDIR" -maxdepth 1 -name 'Lumenvale-*.mp4' | wc -l; }
+movie_count() { find "$movies" -maxdepth 1 -name '*.mp4' | wc -l; }
+recording() { [[ $(part_count) -ge 1 ]]; }
+# near "R G B" "R G B" [TOLERANCE]: every channel within TOLERANCE (24 unless given;
+# the movies are H.264).
+near() {
+  local -a got=($1) want=($2)
+  local tolerance=${3:-24}
+  approx "${got[0]}" "${want[0]}" "$tolerance" && approx "${got[1]}" "${want[1]}" "$tolerance" &&
+    approx "${got[2]}" "${want[2]}" "$tolerance"
+}
 
 # ffprobe values: stream_value MOVIE SELECTOR ENTRY (e.g. v:0 width).
 stream_value() {
