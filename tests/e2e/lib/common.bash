@@ -157,6 +157,9 @@ keep_screen_changing() {
 # record_in_background ARGS...: starts `lumenvale record ARGS` and waits until the
 # capture runs; sets $recorder to its process id.
 record_in_background() {
+  # Emptied first: the child empties it only once it runs, and a previous run's
+  # line would pass the wait below at once.
+  : >"$work/err"
   "$LUMENVALE" record "$@" >"$work/out" 2>"$work/err" &
   recorder=$!
   for _ in $(seq 200); do
