@@ -2,25 +2,26 @@
 // session's X server when DISPLAY names one; without either the null desktop, where
 // screens and windows are simply absent and nothing is captured.
 
+#include "../AppTestSupport.h"
 #include "desktop/Desktop.h"
 
-#include <QByteArray>
-#include <QtGlobal>
 #include <gtest/gtest.h>
 
-namespace lumenvale {
+namespace lumenvale::testing {
 namespace {
 
 TEST(Desktop, ASessionWithoutADisplayHasNoScreensAndCannotBeCaptured) {
-    const QByteArray display = qgetenv("DISPLAY");
-    ASSERT_FALSE(display.isEmpty()) << "the tests run on the X server of tests/session.sh";
+    ASSERT_FALSE(qgetenv("DISPLAY").isEmpty()) << "the tests run on the X server of session.sh";
     EXPECT_EQ(Desktop::session(), Desktop::Session::x11);
     EXPECT_FALSE(Desktop::makeDisplays()->screens().empty());
 
-    qunsetenv("DISPLAY");
-    EXPECT_EQ(Desktop::session(), Desktop::Session::none);
-    const std::unique_ptr<Displays> none = Desktop::makeDisplays();
-    qputenv("DISPLAY", display);
+    std::unique_ptr<Displays> none;
+    {
+        ScopedEnvironment environment;
+        environment.unset("DISPLAY");
+        EXPECT_EQ(Desktop::session(), Desktop::Session::none);
+        none = Desktop::makeDisplays();
+    }
     EXPECT_FALSE(none->captureAvailable());
     EXPECT_TRUE(none->screens().empty());
     EXPECT_FALSE(none->screenUnderPointer().has_value());
@@ -47,29 +48,26 @@ TEST(Desktop, WaylandWinsOverXWaylandAndTheOverrideOverEverything) {
 // On Wayland with XWayland the windows are X11 ones (the panels need override-redirect
 // and masks); a platform the user chose stays; X11 sessions are left to Qt.
 TEST(Desktop, TheWindowsGoThroughXWaylandUnlessTheUserChoseAPlatform) {
-    const QByteArray display = qgetenv("DISPLAY");
-    const QByteArray platform = qgetenv("QT_QPA_PLATFORM");
-    qunsetenv("QT_QPA_PLATFORM");
-    EXPECT_EQ(Desktop::chooseGuiPlatform(), std::nullopt);
-    EXPECT_TRUE(qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) << "an X11 session";
+    {
+        ScopedEnvironment environment;
+        environment.unset("QT_QPA_PLATFORM");
+        EXPECT_EQ(Desktop::chooseGuiPlatform(), std::nullopt);
+        EXPECT_TRUE(qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) << "an X11 session";
 
-    qputenv("WAYLAND_DISPLAY", "wayland-test");
-    EXPECT_EQ(Desktop::chooseGuiPlatform(), std::nullopt);
-    EXPECT_EQ(qgetenv("QT_QPA_PLATFORM"), "xcb");
-    EXPECT_EQ(Desktop::ownWindowsInCapture(), Desktop::OwnWindows::recorded);
-    EXPECT_EQ(Desktop::globalClicks(), Desktop::GlobalClicks::unseen);
+        environment.set("WAYLAND_DISPLAY", "wayland-test");
+        EXPECT_EQ(Desktop::chooseGuiPlatform(), std::nullopt);
+        EXPECT_EQ(qgetenv("QT_QPA_PLATFORM"), "xcb");
+        EXPECT_EQ(Desktop::ownWindowsInCapture(), Desktop::OwnWindows::recorded);
+        EXPECT_EQ(Desktop::globalClicks(), Desktop::GlobalClicks::unseen);
 
-    qputenv("QT_QPA_PLATFORM", "offscreen");
-    qunsetenv("DISPLAY");
-    EXPECT_EQ(Desktop::chooseGuiPlatform(), std::nullopt);
-    EXPECT_EQ(qgetenv("QT_QPA_PLATFORM"), "offscreen");
-
-    qputenv("QT_QPA_PLATFORM", platform);
-    qunsetenv("WAYLAND_DISPLAY");
-    qputenv("DISPLAY", display);
+        environment.set("QT_QPA_PLATFORM", "offscreen");
+        environment.unset("DISPLAY");
+        EXPECT_EQ(Desktop::chooseGuiPlatform(), std::nullopt);
+        EXPECT_EQ(qgetenv("QT_QPA_PLATFORM"), "offscreen");
+    }
     EXPECT_EQ(Desktop::ownWindowsInCapture(), Desktop::OwnWindows::leftOut);
     EXPECT_EQ(Desktop::globalClicks(), Desktop::GlobalClicks::seen);
 }
 
 } // namespace
-} // namespace lumenvale
+} // namespace lumenvale::testing

@@ -2,13 +2,14 @@
 // no camera: what is held, how often it is checked (quickly only while the permissions
 // are shown), and that a change is noticed by the polling alone.
 
+#include "../AppTestSupport.h"
 #include "desktop/Permissions.h"
 
 #include <QSignalSpy>
 #include <QTest>
 #include <gtest/gtest.h>
 
-namespace lumenvale {
+namespace lumenvale::testing {
 namespace {
 
 using namespace std::chrono_literals;
@@ -33,16 +34,13 @@ TEST(Permissions, PollingNoticesALostMicrophoneAndTellsOnlyOfChanges) {
 
     // The sound server becomes unreachable: the next poll takes the microphone away,
     // and the one after the server is back gives it again.
-    const QByteArray server = qgetenv("PULSE_SERVER");
-    qputenv("PULSE_SERVER", "unix:/nonexistent/lumenvale-no-server");
-    EXPECT_TRUE(
-        QTest::qWaitFor([&] { return !permissions.granted().contains(Kind::microphone); }, 3'000));
-    EXPECT_EQ(changes.count(), 1);
-    EXPECT_EQ(permissions.pollingInterval(), 1'500ms);
-    if (server.isNull()) {
-        qunsetenv("PULSE_SERVER");
-    } else {
-        qputenv("PULSE_SERVER", server);
+    {
+        ScopedEnvironment environment;
+        environment.set("PULSE_SERVER", "unix:/nonexistent/lumenvale-no-server");
+        EXPECT_TRUE(QTest::qWaitFor(
+            [&] { return !permissions.granted().contains(Kind::microphone); }, 3'000));
+        EXPECT_EQ(changes.count(), 1);
+        EXPECT_EQ(permissions.pollingInterval(), 1'500ms);
     }
     EXPECT_TRUE(
         QTest::qWaitFor([&] { return permissions.granted().contains(Kind::microphone); }, 3'000));
@@ -51,4 +49,4 @@ TEST(Permissions, PollingNoticesALostMicrophoneAndTellsOnlyOfChanges) {
 }
 
 } // namespace
-} // namespace lumenvale
+} // namespace lumenvale::testing

@@ -1,6 +1,7 @@
 // The updater against a real HTTP server of the test's own: which feed it asks for,
 // what it offers, what it keeps pending, and how each failure reads.
 
+#include "../AppTestSupport.h"
 #include "base/Store.h"
 #include "desktop/FeedServer.h"
 #include "desktop/Updates.h"
@@ -11,7 +12,7 @@
 #include <functional>
 #include <gtest/gtest.h>
 
-namespace lumenvale {
+namespace lumenvale::testing {
 namespace {
 
 using namespace std::chrono_literals;
@@ -21,14 +22,6 @@ constexpr char feedPath[] = "/api/v1/products/lumenvale/appcast.xml";
 
 std::string requested(const FeedServer& server) {
     return server.requests().join(QLatin1Char(' ')).toStdString();
-}
-
-QByteArray item(const QByteArray& version, const QByteArray& channel = {}) {
-    return FeedServer::item(version, channel);
-}
-
-QByteArray appcast(const QByteArray& items) {
-    return FeedServer::appcast(items);
 }
 
 struct HandResult {
@@ -59,16 +52,17 @@ class UpdatesTest : public ::testing::Test {
   protected:
     void SetUp() override {
         forgetUpdateSettings();
-        qputenv("LUMENVALE_UPDATE_HOST", server.host() + "/");
+        environment.set("LUMENVALE_UPDATE_HOST", server.host() + "/");
     }
-    void TearDown() override { qunsetenv("LUMENVALE_UPDATE_HOST"); }
 
     FeedServer server;
+    ScopedEnvironment environment;
 };
 
 TEST_F(UpdatesTest, ScheduledCheckKeepsANewerReleasePendingUntilCheckedByHand) {
     const QByteArray current = Updates::currentVersion().toUtf8();
-    server.serve(appcast(item("0.0.1") + item("1000.0.0") + item(current)));
+    server.serve(FeedServer::appcast(FeedServer::item("0.0.1") + FeedServer::item("1000.0.0") +
+                                     FeedServer::item(current)));
     Updates updates;
     EXPECT_FALSE(updates.canCheck());
     QSignalSpy automaticChanged(&updates, &Updates::automaticallyChecksChanged);
@@ -105,8 +99,9 @@ TEST_F(UpdatesTest, ScheduledCheckKeepsANewerReleasePendingUntilCheckedByHand) {
     EXPECT_TRUE(updates.pending().isEmpty()); // the user has seen it
     EXPECT_EQ(server.requests().size(), 2);
 
-    for (const QByteArray& items : {item(current), item("0.0.1"), QByteArray()}) {
-        server.serve(appcast(items));
+    for (const QByteArray& items :
+         {FeedServer::item(current), FeedServer::item("0.0.1"), QByteArray()}) {
+        server.serve(FeedServer::appcast(items));
         const HandResult upToDate = checkByHand(updates);
         EXPECT_EQ(upToDate.text, "You’re up to date.") << items.constData();
         EXPECT_TRUE(upToDate.downloadPage.empty());
@@ -114,7 +109,8 @@ TEST_F(UpdatesTest, ScheduledCheckKeepsANewerReleasePendingUntilCheckedByHand) {
 }
 
 TEST_F(UpdatesTest, BetaVersionsComeFromTheBetaFeedAndTheSettingStaysInTheStandardFile) {
-    server.serve(appcast(item("1000.0.0-beta.1", "beta") + item("0.0.1")));
+    server.serve(FeedServer::appcast(FeedServer::item("1000.0.0-beta.1", "beta") +
+                                     FeedServer::item("0.0.1")));
     Updates updates;
     updates.start();
     EXPECT_EQ(updates.feedUrl().toString().toStdString(), server.host().toStdString() + feedPath);
@@ -152,12 +148,12 @@ TEST_F(UpdatesTest, FailuresReadAsSentencesAndLeaveNothingPending) {
          "The update feed could not be read (line 1): Premature end of document."},
         {"not found", [&] { server.serve("gone", 404); },
          "The update server answered with an error (HTTP 404). Try again later."},
-        {"unreachable", [&] { qputenv("LUMENVALE_UPDATE_HOST", closedHost); },
+        {"unreachable", [&] { environment.set("LUMENVALE_UPDATE_HOST", closedHost); },
          "Lumenvale could not reach the update server. Check the network "
          "connection and try again."},
         {"stalled",
          [&] {
-             qputenv("LUMENVALE_UPDATE_HOST", server.host());
+             environment.set("LUMENVALE_UPDATE_HOST", server.host());
              server.stall();
          },
          "The update server did not answer within 0.3 seconds. Try again later."},
@@ -182,4 +178,4 @@ TEST_F(UpdatesTest, FailuresReadAsSentencesAndLeaveNothingPending) {
 }
 
 } // namespace
-} // namespace lumenvale
+} // namespace lumenvale::testing

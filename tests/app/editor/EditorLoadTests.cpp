@@ -2,6 +2,7 @@
 
 #include <cctype>
 #include <fstream>
+#include <functional>
 #include <gtest/gtest.h>
 
 namespace lumenvale::testing {
@@ -47,71 +48,56 @@ TEST(EditorLoad, OpensARecordingWithOneClipOverTheWholeSourceAndItsFilmstrip) {
     }
 }
 
-struct UnopenableCase {
-    const char* name;
-    // Writes the file to open; empty when it should not exist at all.
-    void (*make)(const std::filesystem::path&);
-    const char* expectedMessage; // nullptr: any readable sentence
-};
-
-// Test names and failure reports show the case's name.
-void PrintTo(const UnopenableCase& testCase, std::ostream* out) {
-    *out << testCase.name;
-}
-
-void writeText(const std::filesystem::path& file) {
-    std::ofstream(file) << "This is a note, not a movie.\n";
-}
-
-void makeAudioOnly(const std::filesystem::path& movie) {
-    makeMovie(movie, "-f lavfi -i sine=sample_rate=48000 -t 2 -c:a aac");
-}
-
-void makeEmptyVideo(const std::filesystem::path& movie) {
-    // A video track without a single frame.
-    makeMovie(movie, "-f lavfi -i testsrc2=size=320x240:rate=30 -frames:v 0 -c:v libx264 "
-                     "-movflags empty_moov+frag_keyframe");
-}
-
-void makeTruncated(const std::filesystem::path& movie) {
-    makeClip(movie, 3);
-    // The index sits at the end of the file: cutting it in half loses it.
-    std::filesystem::resize_file(movie, std::filesystem::file_size(movie) / 2);
-}
-
-class EditorLoadFailure : public ::testing::TestWithParam<UnopenableCase> {};
-
-TEST_P(EditorLoadFailure, ReportsAReadableReasonAndMakesNoModel) {
-    TemporaryFolder folder;
-    const auto movie = folder / "Recording.mp4";
-    if (GetParam().make != nullptr) {
-        GetParam().make(movie);
-    }
-    const auto loaded = loadModel(movie);
-    EXPECT_FALSE(loaded.model);
-    const std::string message = loaded.error.toStdString();
-    if (GetParam().expectedMessage != nullptr) {
-        EXPECT_EQ(message, GetParam().expectedMessage);
-    } else {
-        // A sentence for a person, not a library code.
-        ASSERT_GT(message.size(), 10u);
-        EXPECT_TRUE(std::isupper(static_cast<unsigned char>(message.front()))) << message;
-        EXPECT_EQ(message.back(), '.') << message;
-        EXPECT_EQ(message.find("AVERROR"), std::string::npos) << message;
+// Each file that cannot be opened says why in a sentence for a person, and makes no model.
+TEST(EditorLoad, AFileThatIsNoRecordingSaysWhyAndMakesNoModel) {
+    const struct {
+        const char* name;
+        std::function<void(const std::filesystem::path&)> make; // empty: no file at all
+        const char* message;                                    // nullptr: any sentence
+    } cases[] = {
+        {"missing", nullptr, nullptr},
+        {"notAMovie", [](const auto& file) { std::ofstream(file) << "A note, not a movie.\n"; },
+         nullptr},
+        {"zeroBytes", [](const auto& file) { std::ofstream{file}; }, nullptr},
+        {"truncated",
+         [](const auto& movie) {
+             // The index sits at the end of the file: cutting it in half loses it.
+             makeClip(movie, 3);
+             std::filesystem::resize_file(movie, std::filesystem::file_size(movie) / 2);
+         },
+         nullptr},
+        {"noVideo",
+         [](const auto& movie) {
+             makeMovie(movie, "-f lavfi -i sine=sample_rate=48000 -t 2 -c:a aac");
+         },
+         "“Recording.mp4” has no picture."},
+        {"zeroDuration",
+         [](const auto& movie) { // a video track without a single frame
+             makeMovie(movie, "-f lavfi -i testsrc2=size=320x240:rate=30 -frames:v 0 "
+                              "-c:v libx264 -movflags empty_moov+frag_keyframe");
+         },
+         "Nothing was recorded."},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        TemporaryFolder folder;
+        const auto movie = folder / "Recording.mp4";
+        if (c.make) {
+            c.make(movie);
+        }
+        const auto loaded = loadModel(movie);
+        EXPECT_FALSE(loaded.model);
+        const std::string message = loaded.error.toStdString();
+        if (c.message != nullptr) {
+            EXPECT_EQ(message, c.message);
+        } else {
+            ASSERT_GT(message.size(), 10u);
+            EXPECT_TRUE(std::isupper(static_cast<unsigned char>(message.front()))) << message;
+            EXPECT_EQ(message.back(), '.') << message;
+            EXPECT_EQ(message.find("AVERROR"), std::string::npos) << message;
+        }
     }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Files, EditorLoadFailure,
-    ::testing::Values(UnopenableCase{"missing", nullptr, nullptr},
-                      UnopenableCase{"notAMovie", writeText, nullptr},
-                      UnopenableCase{"zeroBytes",
-                                     [](const std::filesystem::path& file) { std::ofstream{file}; },
-                                     nullptr},
-                      UnopenableCase{"truncated", makeTruncated, nullptr},
-                      UnopenableCase{"noVideo", makeAudioOnly, "“Recording.mp4” has no picture."},
-                      UnopenableCase{"zeroDuration", makeEmptyVideo, "Nothing was recorded."}),
-    [](const auto& testCase) { return std::string(testCase.param.name); });
 
 } // namespace
 } // namespace lumenvale::testing

@@ -2,6 +2,7 @@
 // camera's picture mirrored; moved, resized and hidden by the pointer and its menu, each
 // change stored; and a recording that goes on without it when there is no camera.
 
+#include "../AppTestSupport.h"
 #include "LumenvaleKit/Bubble.h"
 #include "LumenvaleKit/RecordingOptions.h"
 #include "base/Store.h"
@@ -13,7 +14,6 @@
 #include <QAccessible>
 #include <QGuiApplication>
 #include <QMenu>
-#include <QProcess>
 #include <QQmlEngine>
 #include <QQuickItem>
 #include <QQuickWindow>
@@ -22,23 +22,11 @@
 #include <QTest>
 #include <gtest/gtest.h>
 
-namespace lumenvale {
+namespace lumenvale::testing {
 namespace {
 
 // The desktop is the session's one 1920×1080 display; the area is 1000×600 points.
 const Rect area{100, 200, 1000, 600};
-
-struct SyntheticCameraOn {
-    SyntheticCameraOn() { qputenv("LUMENVALE_SYNTHETIC_CAMERA", "1"); }
-    ~SyntheticCameraOn() { qunsetenv("LUMENVALE_SYNTHETIC_CAMERA"); }
-};
-
-void storeBubble(double diameter, std::optional<Rect> frame) {
-    RecordingOptions options = ScreenRecorder::shared().options();
-    options.bubbleDiameter = diameter;
-    options.bubbleFrame = frame;
-    ScreenRecorder::shared().setOptions(options);
-}
 
 QImage grab() {
     return QGuiApplication::primaryScreen()->grabWindow(0).toImage();
@@ -72,18 +60,14 @@ bool showsMirroredPattern(const QRect& bubble) {
            shows(screen, centre + QPoint(quarter, quarter), Qt::blue);
 }
 
-// Real pointer input through the X server (XTest), as a user's mouse gives it.
-void xdotool(const QStringList& arguments) {
-    ASSERT_EQ(QProcess::execute(QStringLiteral("xdotool"), arguments), 0)
-        << arguments.join(' ').toStdString();
-}
-
-// A left-button drag between two points of the screen (top-left coordinates).
+// A left-button drag between two points of the screen (top-left coordinates), through
+// the X server as a user's mouse gives it.
 void drag(QPoint from, QPoint to) {
     const auto at = [](QPoint point) {
         return QStringList{"mousemove", QString::number(point.x()), QString::number(point.y())};
     };
-    xdotool(at(from) + QStringList{"mousedown", "1"} + at(to) + QStringList{"mouseup", "1"});
+    ASSERT_TRUE(
+        xdotool(at(from) + QStringList{"mousedown", "1"} + at(to) + QStringList{"mouseup", "1"}));
 }
 
 QRect topLeft(const Rect& desktop) {
@@ -102,8 +86,12 @@ QAction* action(QMenu& menu, const QString& title) {
 }
 
 TEST(CameraBubble, ShowsTheCameraRoundInsideTheAreaAndStoresWhereTheUserPutsIt) {
-    SyntheticCameraOn synthetic;
-    storeBubble(Bubble::large, std::nullopt);
+    ScopedEnvironment environment;
+    environment.set("LUMENVALE_SYNTHETIC_CAMERA", "1");
+    RecordingOptions options = ScreenRecorder::shared().options();
+    options.bubbleDiameter = Bubble::large; // no place stored yet
+    options.bubbleFrame.reset();
+    ScreenRecorder::shared().setOptions(options);
     QQmlEngine engine;
     CameraBubble bubble(engine);
     QSignalSpy notices(&bubble, &CameraBubble::noticeShown);
@@ -152,15 +140,15 @@ TEST(CameraBubble, ShowsTheCameraRoundInsideTheAreaAndStoresWhereTheUserPutsIt) 
         QTest::qWaitFor([&] { return Screens::windowFrame(*bubble.windowID()) == resized; }, 3000));
 
     // Scrolled down: 15 points a notch, and no smaller than 96 points.
-    xdotool({"mousemove", "220", "698", "click", "5"});
+    ASSERT_TRUE(xdotool({"mousemove", "220", "698", "click", "5"}));
     EXPECT_TRUE(QTest::qWaitFor([&] { return bubble.frame().width == 160 - 15; }, 3000));
-    xdotool({"click", "--repeat", "20", "--delay", "10", "5"});
+    ASSERT_TRUE(xdotool({"click", "--repeat", "20", "--delay", "10", "5"}));
     EXPECT_TRUE(QTest::qWaitFor(
         [&] { return Store::loadOptions().bubbleDiameter == Bubble::minDiameter; }, 3000));
     EXPECT_EQ(bubble.frame().width, Bubble::minDiameter);
 
     // The menu's sizes; the one in force is checked.
-    xdotool({"click", "3"});
+    ASSERT_TRUE(xdotool({"click", "3"}));
     QMenu* menu = nullptr;
     ASSERT_TRUE(QTest::qWaitFor(
         [&] { return (menu = bubble.menu()) != nullptr && menu->isVisible(); }, 3000));
@@ -212,4 +200,4 @@ TEST(CameraBubble, WithoutACameraTheRecordingGoesOnAndTheUserIsTold) {
 }
 
 } // namespace
-} // namespace lumenvale
+} // namespace lumenvale::testing

@@ -31,6 +31,13 @@ QString pactl(const QStringList& arguments) {
     return QString::fromUtf8(process.readAllStandardOutput()).trimmed();
 }
 
+// Plugs in a microphone named `name` on the sound server; returns its module to unplug.
+QString plugMicrophone(const QString& name) {
+    return pactl({QStringLiteral("load-module"), QStringLiteral("module-remap-source"),
+                  QStringLiteral("source_name=") + name,
+                  QStringLiteral("master=lumenvale_mic_input.monitor")});
+}
+
 TEST(SettingsModel, EveryChangeIsStoredAtOnceAndNotified) {
     ScreenRecorder recorder;
     SettingsModel model(recorder);
@@ -113,10 +120,7 @@ TEST(SettingsModel, MicrophonesFollowTheSoundServerWhileWatched) {
     }
 
     // Plugged in: appears; unplugged: goes.
-    const QString module =
-        pactl({QStringLiteral("load-module"), QStringLiteral("module-remap-source"),
-               QStringLiteral("source_name=lumenvale_plugged"),
-               QStringLiteral("master=lumenvale_mic_input.monitor")});
+    const QString module = plugMicrophone(QStringLiteral("lumenvale_plugged"));
     ASSERT_FALSE(module.isEmpty());
     ASSERT_TRUE(lists.wait(5000));
     EXPECT_TRUE(microphoneIDs(model).contains(QStringLiteral("lumenvale_plugged")));
@@ -132,10 +136,7 @@ TEST(SettingsModel, MicrophonesFollowTheSoundServerWhileWatched) {
     // Not watched: the list is left alone.
     model.setWatching(false);
     lists.clear();
-    const QString unseen =
-        pactl({QStringLiteral("load-module"), QStringLiteral("module-remap-source"),
-               QStringLiteral("source_name=lumenvale_unseen"),
-               QStringLiteral("master=lumenvale_mic_input.monitor")});
+    const QString unseen = plugMicrophone(QStringLiteral("lumenvale_unseen"));
     EXPECT_FALSE(lists.wait(3000));
     pactl({QStringLiteral("unload-module"), unseen});
     model.setMicrophoneID(QString());

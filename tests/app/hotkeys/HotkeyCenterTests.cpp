@@ -145,11 +145,9 @@ TEST_F(HotkeyCenterTest, TheLentEscapeRunsTheLatestLoanUntilReleased) {
 
 TEST_F(HotkeyCenterTest, AKeyHeldDownRunsItsActionOnce) {
     center.set(ctrlAltA, RecAction::area);
-    QProcess::execute(QStringLiteral("xdotool"),
-                      {QStringLiteral("keydown"), QStringLiteral("ctrl+alt+a")});
+    ASSERT_TRUE(xdotool({QStringLiteral("keydown"), QStringLiteral("ctrl+alt+a")}));
     QTest::qWait(1200); // past the keyboard's repeat delay
-    QProcess::execute(QStringLiteral("xdotool"),
-                      {QStringLiteral("keyup"), QStringLiteral("ctrl+alt+a")});
+    ASSERT_TRUE(xdotool({QStringLiteral("keyup"), QStringLiteral("ctrl+alt+a")}));
     pressKeys({QStringLiteral("ctrl+alt+a")});
     ASSERT_NO_FATAL_FAILURE(waitForSelections(2));
 }
@@ -158,7 +156,7 @@ TEST_F(HotkeyCenterTest, AKeyHeldDownRunsItsActionOnce) {
 // GNOME's schema defaults through gsettings (Super+H minimizes a window there).
 TEST_F(HotkeyCenterTest, ADesktopsOwnShortcutMarksTheActionInUseAndIsHeldAllTheSame) {
     const Combo superL{0x25, Mods(Mods::command)}, superH{4, Mods(Mods::command)};
-    const QByteArray desktop = qgetenv("XDG_CURRENT_DESKTOP");
+    ScopedEnvironment environment;
     const QString config = QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation);
     ASSERT_TRUE(QDir().mkpath(config));
     QFile kde(QDir(config).filePath(QStringLiteral("kglobalshortcutsrc")));
@@ -166,21 +164,20 @@ TEST_F(HotkeyCenterTest, ADesktopsOwnShortcutMarksTheActionInUseAndIsHeldAllTheS
     kde.write("[ksmserver]\nLock Session=Meta+L\\tScreensaver,Meta+L,Lock Session\n");
     kde.close();
 
-    qunsetenv("XDG_CURRENT_DESKTOP");
+    environment.unset("XDG_CURRENT_DESKTOP");
     center.set(superL, RecAction::screen);
     center.set(superH, RecAction::window);
     EXPECT_TRUE(center.inUse().empty());
 
-    qputenv("XDG_CURRENT_DESKTOP", "KDE");
+    environment.set("XDG_CURRENT_DESKTOP", "KDE");
     center.load();
     EXPECT_EQ(center.inUse(), HotkeyCenter::Actions{RecAction::screen});
     EXPECT_TRUE(other.heldElsewhere(46, mod4Mask));
 
-    qputenv("XDG_CURRENT_DESKTOP", "ubuntu:GNOME");
+    environment.set("XDG_CURRENT_DESKTOP", "ubuntu:GNOME");
     center.load();
     EXPECT_EQ(center.inUse(), HotkeyCenter::Actions{RecAction::window});
     EXPECT_TRUE(other.heldElsewhere(43, mod4Mask));
-    qputenv("XDG_CURRENT_DESKTOP", desktop);
 }
 
 } // namespace

@@ -3,10 +3,9 @@
 // Another X client on the session's display, holding key grabs as another application
 // would, and pressing keys with xdotool as the user would.
 
+#include "../AppTestSupport.h"
 #include "desktop/XcbHandles.h"
 
-#include <QProcess>
-#include <QStringList>
 #include <cstdint>
 
 namespace lumenvale::testing {
@@ -55,7 +54,7 @@ class OtherXClient {
 
 // `xdotool key KEYS...`: each argument one press and release ("ctrl+alt+r").
 inline void pressKeys(const QStringList& keys) {
-    QProcess::execute(QStringLiteral("xdotool"), QStringList{QStringLiteral("key")} + keys);
+    xdotool(QStringList{QStringLiteral("key")} + keys);
 }
 
 } // namespace lumenvale::testing

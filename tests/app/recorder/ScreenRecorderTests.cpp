@@ -1,7 +1,8 @@
 // The recorder's phase machine driven end to end: the real capture of the session's
 // display, the real sound server and part writer, and the saved movie checked by
 // decoding it. Movies go to the APP_STORE folder that main.cpp sets up; parts to
-// the run's own temporary folder.
+// the run's own temporary folder. After it, what needs no capture: the actions' phase
+// table, the options and the recorder without a UI.
 
 #include "LumenvaleMedia/Recovery.h"
 #include "Probe.h"
@@ -16,7 +17,9 @@
 #include <QSignalSpy>
 #include <QTest>
 #include <QTimer>
+#include <array>
 #include <gtest/gtest.h>
+#include <map>
 
 namespace lumenvale {
 namespace {
@@ -36,19 +39,18 @@ class RecordingUi final : public RecorderUi {
     void cancelCountdown() override { ++countdownsCancelled; }
     void showBubble(const Rect&, std::function<void()> shown) override { shown(); }
     std::optional<std::uint32_t> visibleBubbleWindow() const override { return std::nullopt; }
-    void showOutline(const Rect& area) override { outlines.push_back(area); }
+    void showOutline(const Rect&) override {}
     void prepareControl(const Screen&) override { ++controlsPrepared; }
     void showControl() override { ++controlsShown; }
     void hidePanels() override { ++panelsHidden; }
     void showNotice(const QString& text) override { notices << text; }
     void showCard(const Recording& recording) override { cards.push_back(recording.path); }
-    void screenPermissionRefused() override { ++permissionRefusals; }
+    void screenPermissionRefused() override {}
 
     int selectionsOpened = 0, selectionsClosed = 0, countdownsCancelled = 0;
-    int controlsPrepared = 0, controlsShown = 0, panelsHidden = 0, permissionRefusals = 0;
+    int controlsPrepared = 0, controlsShown = 0, panelsHidden = 0;
     std::optional<Screen> countdownScreen;
     std::function<void(bool)> countdownDone;
-    std::vector<Rect> outlines;
     QStringList notices;
     std::vector<std::filesystem::path> cards;
 };
@@ -114,20 +116,14 @@ class ScreenRecorderTest : public ::testing::Test {
     std::vector<std::optional<Recording>> finishes;
 };
 
-TEST_F(ScreenRecorderTest, StopWhenIdleChangesNothing) {
+TEST_F(ScreenRecorderTest, StopWhenIdleDoesNothingAndDuringTheCountdownLeavesNoMovie) {
     const std::int64_t session = recorder.session();
     recorder.stop();
     QTest::qWait(200);
     EXPECT_EQ(recorder.phase(), Phase::idle);
     EXPECT_EQ(recorder.session(), session);
-    EXPECT_TRUE(phases.empty());
-    EXPECT_TRUE(finishes.empty());
-    EXPECT_TRUE(ui.notices.isEmpty());
     EXPECT_EQ(ui.panelsHidden, 0);
-    EXPECT_TRUE(filesIn(movies, QStringLiteral("*")).empty());
-}
 
-TEST_F(ScreenRecorderTest, StopDuringTheCountdownReturnsToIdleWithoutMovieOrNotice) {
     RecordingOptions options = recorder.optionsInForce();
     options.countdown = true;
     recorder.setRunOptions(options);
@@ -240,27 +236,6 @@ TEST_F(ScreenRecorderTest, RecoveryMeanwhileTakesNothingOfARecordingOrItsSave) {
     EXPECT_TRUE(partFiles().empty());
 }
 
-TEST_F(ScreenRecorderTest, ASecondStopWhileFinishingIsIgnored) {
-    ASSERT_NO_FATAL_FAILURE(startScreen());
-    QTest::qWait(700);
-    const std::int64_t session = recorder.session();
-    recorder.stop();
-    recorder.stop();
-    EXPECT_EQ(recorder.phase(), Phase::finishing);
-    EXPECT_EQ(recorder.session(), session + 1);
-    QTest::qWait(50);
-    recorder.stop();
-    ASSERT_NO_FATAL_FAILURE(waitForFinishEnded());
-    QTest::qWait(500); // room for a second finish, should one have started
-
-    EXPECT_EQ(finishes.size(), 1u);
-    ASSERT_TRUE(finishes.front().has_value());
-    EXPECT_EQ(filesIn(movies, QStringLiteral("*.mp4")).size(), 1u);
-    EXPECT_EQ(ui.cards.size(), 1u);
-    EXPECT_EQ(sounds, 1);
-    EXPECT_EQ(recorder.phase(), Phase::idle);
-}
-
 TEST_F(ScreenRecorderTest, AWindowThatIsGoneFailsTheStartWithItsMessage) {
     std::optional<bool> started;
     const Selection gone{Rect{0, 0, 300, 200}, 0x7ffffff0u};
@@ -276,7 +251,7 @@ TEST_F(ScreenRecorderTest, AWindowThatIsGoneFailsTheStartWithItsMessage) {
 
 // What an action (a shortcut, `lumenvale screen`) does in each phase: a record action
 // starts its kind from idle, is ignored while the picker or the countdown is up and
-// stops a recording; stop ends whatever runs.
+// stops a recording; stop ends whatever runs, and is ignored while the movie is saved.
 TEST_F(ScreenRecorderTest, ActionsStartFromIdleAreIgnoredWhileStartingAndStopARecording) {
     RecordingOptions options = recorder.optionsInForce();
     options.countdown = true;
@@ -301,10 +276,23 @@ TEST_F(ScreenRecorderTest, ActionsStartFromIdleAreIgnoredWhileStartingAndStopARe
     ASSERT_TRUE(QTest::qWaitFor([&] { return recorder.phase() == Phase::recording; }, 10000))
         << ui.notices.join(QLatin1Char('\n')).toStdString();
     QTest::qWait(700);
+    const std::int64_t session = recorder.session();
     runAction(RecAction::window, recorder);
     EXPECT_EQ(recorder.phase(), Phase::finishing);
+    EXPECT_EQ(recorder.session(), session + 1);
+    // Stops while the movie is saved are ignored: one finish, one movie, one card.
+    runAction(RecAction::stop, recorder);
+    QTest::qWait(50);
+    recorder.stop();
+    EXPECT_EQ(recorder.session(), session + 1);
     ASSERT_NO_FATAL_FAILURE(waitForFinishEnded());
+    QTest::qWait(500); // room for a second finish, should one have started
+    ASSERT_EQ(finishes.size(), 1u);
     ASSERT_TRUE(finishes.front().has_value()) << ui.notices.join(QLatin1Char('\n')).toStdString();
+    EXPECT_EQ(filesIn(movies, QStringLiteral("*.mp4")).size(), 1u);
+    EXPECT_EQ(ui.cards.size(), 1u);
+    EXPECT_EQ(sounds, 1);
+    EXPECT_EQ(recorder.phase(), Phase::idle);
     EXPECT_EQ(ui.selectionsOpened, 1);
 }
 
@@ -347,6 +335,77 @@ TEST(ScreenRecorderWaits, AReportBeforeTheWaitEndsItAtOnceAndAMissingOneAfterFiv
     EXPECT_EQ(silentCalls, 1);
     EXPECT_EQ(lateCalls, 1);
     EXPECT_EQ(earlyCalls, 1);
+}
+
+// The whole table of the actions above, also for the phases the recorder is not driven to.
+TEST(RecActionRun, EachActionInEachPhase) {
+    using R = ActionResponse;
+    const std::map<RecAction, std::array<R, 6>> expected{
+        // idle, selecting, countdown, recording, paused, finishing
+        {RecAction::screen, {R::start, R::ignore, R::ignore, R::stop, R::stop, R::ignore}},
+        {RecAction::area, {R::start, R::ignore, R::ignore, R::stop, R::stop, R::ignore}},
+        {RecAction::window, {R::start, R::ignore, R::ignore, R::stop, R::stop, R::ignore}},
+        {RecAction::stop, {R::stop, R::stop, R::stop, R::stop, R::stop, R::stop}},
+    };
+    for (const auto& [action, responses] : expected) {
+        for (int phase = 0; phase < 6; ++phase) {
+            EXPECT_EQ(respond(action, Phase(phase)), responses[std::size_t(phase)])
+                << rawValue(action) << " " << phase;
+        }
+    }
+}
+
+// Every assignment of options is saved to the store; options for one run never are.
+TEST(StoreOptions, RecorderSavesEveryAssignmentAndNotifiesOnlyChanges) {
+    ScreenRecorder recorder;
+    QSignalSpy changes(&recorder, &ScreenRecorder::optionsChanged);
+    RecordingOptions options = recorder.options();
+    options.fps = options.fps == 24 ? 25 : 24;
+    recorder.setOptions(options);
+    recorder.setOptions(options);
+    EXPECT_EQ(changes.count(), 1);
+    EXPECT_EQ(Store::loadOptions(), options);
+    EXPECT_EQ(ScreenRecorder().options(), options); // a new recorder starts from the store
+
+    RecordingOptions thisRun = options;
+    thisRun.fps = 7;
+    recorder.setRunOptions(thisRun);
+    EXPECT_EQ(recorder.optionsInForce(), thisRun);
+    EXPECT_EQ(recorder.options(), options);
+    EXPECT_EQ(Store::loadOptions(), options);
+    EXPECT_EQ(changes.count(), 1);
+}
+
+// A recorder without a UI of its own (headless runs) shows nothing and never waits for
+// one: a selection is cancelled and a countdown runs out before start() answers.
+TEST(ScreenRecorderWithoutUi, CancelsTheSelectionAndRunsOutTheCountdownAtOnce) {
+    ScreenRecorder recorder;
+    recorder.setUi(nullptr);
+    std::vector<Phase> phases;
+    QStringList notices;
+    QObject::connect(&recorder, &ScreenRecorder::phaseChanged,
+                     [&](Phase phase) { phases.push_back(phase); });
+    QObject::connect(&recorder, &ScreenRecorder::noticeShown,
+                     [&](const QString& text) { notices << text; });
+
+    std::optional<bool> areaStarted;
+    recorder.start(RecordKind::area, std::nullopt, [&](bool started) { areaStarted = started; });
+    EXPECT_EQ(areaStarted, false);
+    EXPECT_EQ(phases, (std::vector{Phase::selecting, Phase::idle}));
+
+    // The countdown ends at once, so the start goes on to look for the window: gone.
+    RecordingOptions options;
+    options.countdown = true;
+    options.microphone = false;
+    options.camera = false;
+    recorder.setRunOptions(options);
+    phases.clear();
+    std::optional<bool> windowStarted;
+    recorder.start(RecordKind::window, Selection{Rect{0, 0, 300, 200}, 0x7ffffff0u},
+                   [&](bool started) { windowStarted = started; });
+    EXPECT_EQ(windowStarted, false);
+    EXPECT_EQ(phases, (std::vector{Phase::countdown, Phase::idle}));
+    EXPECT_EQ(notices, QStringList{QStringLiteral("Couldn’t start recording. The window closed.")});
 }
 
 } // namespace
