@@ -22,10 +22,14 @@ using x11::FramePacer;
 // first picture is waited for.
 constexpr std::chrono::milliseconds flowLimit{5000};
 constexpr std::chrono::milliseconds firstPictureLimit{1000};
+// What a chosen window's stream is first asked for when the portal does not say its
+// size; the stream's format then gives the real one.
+constexpr PixelSize windowSizeGuess{1920, 1080};
 
 } // namespace
 
-// The portal session, the stream and the capture thread, made by start().
+// The portal session, the stream and the capture thread, made by start() (the session
+// and the stream of a chosen window already by choosingWindow()).
 class CapturePortal::Engine {
   public:
     explicit Engine(CaptureRequest wanted) : request(std::move(wanted)), canvas(request.size) {}
@@ -45,12 +49,11 @@ class CapturePortal::Engine {
         portal = std::make_unique<portal::ScreenCastPortal>(portal::restoreTokenPath(kind()));
         grant = portal->open(kind(), request.showsPointer ? portal::PointerMode::drawn
                                                           : portal::PointerMode::hidden);
-        // A chosen window's size is only known now: the portal's word, else a guess
-        // that the stream's format corrects.
+        // A chosen window's size is only known now.
         PixelSize wanted = request.size;
         if (kind() == portal::SourceKind::window) {
             wanted = grant.width && grant.height ? PixelSize{*grant.width, *grant.height}
-                                                 : PixelSize{1920, 1080};
+                                                 : windowSizeGuess;
         }
         stream = std::make_unique<portal::PipeWireStream>(std::move(grant.pipeWire), grant.node,
                                                           request.fps, wanted);
