@@ -1,8 +1,10 @@
 #pragma once
 
+#include "LumenvaleMedia/VideoSource.h"
 #include "recorder/ScreenRecorder.h"
 
 #include <functional>
+#include <memory>
 #include <optional>
 
 namespace lumenvale {
@@ -19,6 +21,9 @@ struct ScreenRecorder::Launch {
     // The window picked in Lumenvale's picker; a window recording without one has the
     // desktop's dialog pick it (Desktop::WindowPicking::desktopDialog).
     std::optional<std::uint32_t> windowID;
+    // That capture, once the dialog picked the window (before the countdown, so the
+    // choice comes first); taken when the recording starts.
+    std::unique_ptr<VideoSource> pickedWindow;
     bool mic = false;
     std::function<void(bool)> done;
 

@@ -210,6 +210,15 @@ void ScreenRecorder::start(RecordKind kind, std::optional<Selection> selection,
     } else if (kind == RecordKind::window && selection) {
         launch->windowID = selection->windowID;
     }
+    if (desktopPicks) {
+        try {
+            launch->pickedWindow = pickWindow(launch->options);
+        } catch (const std::exception& error) {
+            abandonStart(launch);
+            notice(QStringLiteral("Couldn’t start recording. ") + QString::fromUtf8(error.what()));
+            return;
+        }
+    }
 
     // Refusals the user can lift in Settings are collected in `warnings`; a missing
     // sound server or microphone is said as it is, since no setting brings it back.

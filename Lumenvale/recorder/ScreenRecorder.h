@@ -28,6 +28,7 @@ namespace lumenvale {
 
 class RecorderUi;
 class RecordingPipeline;
+class VideoSource;
 
 // The recording engine and the single source of truth for what is being recorded
 // now. One recording at a time runs through the phase machine of RecorderPhase
@@ -164,7 +165,10 @@ class ScreenRecorder : public QObject {
     void afterCountdown(std::shared_ptr<Launch> launch);
     void abandonStart(const std::shared_ptr<Launch>& launch);
     bool isCurrent(const Launch& launch) const;
-    Started makeStream(const Launch& launch);
+    // The capture of a window the desktop's dialog picks now (throws MediaError).
+    std::unique_ptr<VideoSource> pickWindow(const RecordingOptions& options);
+    // Takes the launch's picked window, if any.
+    Started makeStream(Launch& launch);
 
     void finish();
     void afterStreamStopped(std::int64_t finishSession);

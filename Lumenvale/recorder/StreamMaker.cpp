@@ -28,9 +28,30 @@ Rect toPixels(const Rect& points, double scale) {
     return Rect{points.x * scale, points.y * scale, points.width * scale, points.height * scale};
 }
 
+// What every capture is asked for, whatever it records.
+CaptureRequest captureBasics(const RecordingOptions& options) {
+    CaptureRequest request;
+    request.fps = static_cast<int>(std::clamp<std::int64_t>(options.fps, 1, maximumFps));
+    request.showsPointer = options.showsPointer;
+    // Where the desktop shows no clicks outside Lumenvale, rings would never appear.
+    request.showsClicks =
+        options.showsClicks && Desktop::globalClicks() == Desktop::GlobalClicks::seen;
+    return request;
+}
+
 } // namespace
 
-ScreenRecorder::Started ScreenRecorder::makeStream(const Launch& launch) {
+std::unique_ptr<VideoSource> ScreenRecorder::pickWindow(const RecordingOptions& options) {
+    const Codec codec = resolve(options.codec, availableVideoFourCCs());
+    // The window's picture is in pixels already.
+    return Desktop::makeChosenWindowCapture(captureBasics(options), [codec](PixelSize picture) {
+        return OutputSize::pixels(
+            Size{static_cast<double>(picture.width), static_cast<double>(picture.height)}, 1.0,
+            codec);
+    });
+}
+
+ScreenRecorder::Started ScreenRecorder::makeStream(Launch& launch) {
     const Screen& screen = launch.screen;
     const RecordingOptions& options = launch.options;
     const std::vector<Screen> screens = Screens::all();
@@ -39,9 +60,8 @@ ScreenRecorder::Started ScreenRecorder::makeStream(const Launch& launch) {
         throw MediaError(RecError::displayGone);
     }
 
-    CaptureRequest request;
+    CaptureRequest request = captureBasics(options);
     Size points;
-    const bool desktopPicksWindow = launch.kind == RecordKind::window && !launch.windowID;
     if (launch.kind == RecordKind::window) {
         keptWindows_.clear();
         excludesSelf_ = false;
@@ -71,22 +91,9 @@ ScreenRecorder::Started ScreenRecorder::makeStream(const Launch& launch) {
     }
 
     codec_ = resolve(options.codec, availableVideoFourCCs());
-    request.fps = static_cast<int>(std::clamp<std::int64_t>(options.fps, 1, maximumFps));
-    request.showsPointer = options.showsPointer;
-    // Where the desktop shows no clicks outside Lumenvale, rings would never appear.
-    request.showsClicks =
-        options.showsClicks && Desktop::globalClicks() == Desktop::GlobalClicks::seen;
-
     RecordingSources sources;
-    if (desktopPicksWindow) {
-        // The window's picture is in pixels already.
-        const Codec codec = codec_;
-        sources.video =
-            Desktop::makeChosenWindowCapture(std::move(request), [codec](PixelSize picture) {
-                return OutputSize::pixels(
-                    Size{static_cast<double>(picture.width), static_cast<double>(picture.height)},
-                    1.0, codec);
-            });
+    if (launch.pickedWindow) {
+        sources.video = std::move(launch.pickedWindow);
     } else {
         request.size = OutputSize::pixels(points, screen.scale, codec_);
         sources.video = Desktop::makeCapture(std::move(request));

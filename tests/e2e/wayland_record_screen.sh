@@ -174,12 +174,25 @@ done
   fail "the window's choice was not kept apart"
 pass "a window picked in the desktop's dialog: $size, all of it the window, its choice kept"
 
+# The window is picked before the countdown: a recording cancelled during it has asked.
+DBUS_SESSION_BUS_ADDRESS=$window_bus "$LUMENVALE" record --window pick --no-system-audio \
+  --folder "$movies" >"$work/out" 2>"$work/err" &
+recorder=$!
+until_true 10 grep -q "3…" "$work/err" || fail "no countdown: $(cat "$work/err")"
+[[ $(grep -c '^select ' "$work/window-portal.log") -eq 2 ]] || fail "the window was not picked before the countdown"
+kill -INT "$recorder"
+finish_background
+[[ $status -eq 1 && "$err" == *"Recording cancelled."* && -z "$out" && $(part_count) -eq 0 ]] ||
+  fail "cancelled in the countdown: $status, '$out', $err"
+pass "the window is picked before the countdown"
+
 DBUS_SESSION_BUS_ADDRESS=$window_bus record_in_background --window pick --no-countdown --no-system-audio --folder "$movies"
 sleep 2
 DBUS_SESSION_BUS_ADDRESS=$window_bus dbus-send --session --type=method_call --print-reply \
   --dest=org.freedesktop.portal.Desktop /org/freedesktop/portal/desktop app.lumenvale.Test.CloseWindow >/dev/null
 finish_background
-grep -q "restore_token=window-token-1$" "$work/window-portal.log" || fail "the kept choice was not sent again"
+[[ $(grep '^select ' "$work/window-portal.log" | tail -n1) == *" restore_token=window-token-2" ]] ||
+  fail "the kept choice was not sent again: $(cat "$work/window-portal.log")"
 [[ $status -eq 3 && "$err" == *"Recording stopped. The window closed."* ]] ||
   fail "a recording whose window closed exited $status: $err"
 approx "$(format_duration "$out")" 2 0.6 || fail "$(format_duration "$out") s kept of about 2 s"
