@@ -174,12 +174,21 @@ done
   fail "the window's choice was not kept apart"
 pass "a window picked in the desktop's dialog: $size, all of it the window, its choice kept"
 
+# The choice cancelled: one sentence, no part file.
+DBUS_SESSION_BUS_ADDRESS=$window_bus dbus-send --session --type=method_call --print-reply \
+  --dest=org.freedesktop.portal.Desktop /org/freedesktop/portal/desktop app.lumenvale.Test.CancelNextChoice >/dev/null
+DBUS_SESSION_BUS_ADDRESS=$window_bus record --window pick --seconds 1 --no-countdown --no-system-audio --folder "$movies"
+[[ $status -eq 1 && "$err" == *"Couldn’t start recording. No window was picked, or the desktop did not allow recording it."* ]] ||
+  fail "a cancelled window choice: $status, $err"
+[[ $(part_count) -eq 0 && -z "$out" ]] || fail "a cancelled window choice left a part file or a movie"
+pass "a cancelled window choice: one sentence, no part file"
+
 # The window is picked before the countdown: a recording cancelled during it has asked.
 DBUS_SESSION_BUS_ADDRESS=$window_bus "$LUMENVALE" record --window pick --no-system-audio \
   --folder "$movies" >"$work/out" 2>"$work/err" &
 recorder=$!
 until_true 10 grep -q "3…" "$work/err" || fail "no countdown: $(cat "$work/err")"
-[[ $(grep -c '^select ' "$work/window-portal.log") -eq 2 ]] || fail "the window was not picked before the countdown"
+[[ $(grep -c '^select ' "$work/window-portal.log") -eq 3 ]] || fail "the window was not picked before the countdown"
 kill -INT "$recorder"
 finish_background
 [[ $status -eq 1 && "$err" == *"Recording cancelled."* && -z "$out" && $(part_count) -eq 0 ]] ||

@@ -14,7 +14,8 @@ GStreamer test source of that size and colour on the session's PipeWire;
 OpenPipeWireRemote hands over a connection to PipeWire's socket, and Start returns a
 restore token when persist_mode is set. Says "select types=N cursor_mode=N
 persist_mode=N restore_token=TOKEN" for each SelectSources.
-app.lumenvale.Test.CloseWindow() stops the source, which ends its stream.
+app.lumenvale.Test.CancelNextChoice() has the next Start answer as a user who
+cancelled; CloseWindow() stops the source, which ends its stream.
 
     portal_standin.py --ready FILE (--shortcuts | --window WxH:RRGGBB)
 """
@@ -106,13 +107,14 @@ class Portal(dbus.service.Object):
         self.bus = bus
         self.sessions = {}  # path -> what the session holds
 
-    def answer(self, sender, options, results):
-        """A request object whose Response follows once the call has returned."""
+    def answer(self, sender, options, results, response=0):
+        """A request object whose Response (0: granted, 1: cancelled) follows once the
+        call has returned."""
         path = handle("request", sender, options["handle_token"])
         request = Request(self.bus, path)
 
         def respond():
-            request.Response(dbus.UInt32(0), dbus.Dictionary(results, signature="sv"))
+            request.Response(dbus.UInt32(response), dbus.Dictionary(results, signature="sv"))
             request.remove_from_connection()
             return False
 
@@ -181,6 +183,7 @@ class ScreenCast(Portal):
         super().__init__(bus)
         self.window = window
         self.tokens = 0
+        self.cancel_next = False
 
     @dbus.service.method(SCREENCAST, in_signature="a{sv}", out_signature="o",
                          sender_keyword="sender")
@@ -199,6 +202,9 @@ class ScreenCast(Portal):
                          sender_keyword="sender")
     def Start(self, session, parent_window, options, sender=None):
         selected = self.sessions[str(session)]
+        if self.cancel_next:
+            self.cancel_next = False
+            return self.answer(sender, options, {}, response=1)
         if selected.get("types", MONITOR) != WINDOW:
             raise dbus.exceptions.DBusException(
                 "this stand-in shares only its window", name="org.freedesktop.portal.Error.Failed")
@@ -218,6 +224,10 @@ class ScreenCast(Portal):
         fd = dbus.types.UnixFd(remote.fileno())  # a duplicate
         remote.close()
         return fd
+
+    @dbus.service.method("app.lumenvale.Test")
+    def CancelNextChoice(self):
+        self.cancel_next = True
 
     @dbus.service.method("app.lumenvale.Test")
     def CloseWindow(self):

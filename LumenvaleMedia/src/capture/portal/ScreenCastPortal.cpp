@@ -37,6 +37,8 @@ constexpr std::uint32_t persistUntilRevoked = 2;
 constexpr int answerTimeoutMs = 5 * 60 * 1000;
 
 const char* const refusedSentence = "The desktop did not allow recording the screen.";
+const char* const windowRefusedSentence =
+    "No window was picked, or the desktop did not allow recording it.";
 const char* const noWindowsSentence =
     "This desktop shares only whole screens, not single windows: record the screen or an "
     "area.";
@@ -51,7 +53,9 @@ enum class Answer : std::uint32_t { granted = 0, cancelled = 1, refused = 2 };
 
 // A refusal that a remembered choice may have caused.
 struct Refused : MediaError {
-    Refused() : MediaError(refusedSentence) {}
+    explicit Refused(bool byUser = false) : MediaError(refusedSentence), cancelled(byUser) {}
+    // The user cancelled the dialog: not to be asked again at once.
+    bool cancelled;
 };
 
 std::optional<std::string> readToken(const std::optional<std::filesystem::path>& file) {
@@ -195,7 +199,7 @@ class ScreenCastPortal::Conversation {
         bus_->disconnect(portalService, path, requestInterface, QStringLiteral("Response"), &waiter,
                          SLOT(onResponse(uint, QVariantMap)));
         if (!waiter.answer || *waiter.answer != Answer::granted) {
-            throw Refused();
+            throw Refused(waiter.answer == Answer::cancelled);
         }
         return waiter.results;
     }
@@ -279,6 +283,10 @@ ScreenCastGrant ScreenCastPortal::open(SourceKind kind, PointerMode pointer) {
     std::thread worker([&] {
         try {
             grant = openHere(kind, pointer);
+        } catch (const Refused&) {
+            failure = kind == SourceKind::window
+                          ? std::make_exception_ptr(MediaError(windowRefusedSentence))
+                          : std::current_exception();
         } catch (...) {
             failure = std::current_exception();
         }
@@ -325,8 +333,8 @@ ScreenCastGrant ScreenCastPortal::openHere(SourceKind kind, PointerMode pointer)
             withToken.insert(QStringLiteral("restore_token"), QString::fromStdString(*token));
         }
         started = portal.selectAndStart(source, withToken);
-    } catch (const Refused&) {
-        if (!token) {
+    } catch (const Refused& refusal) {
+        if (!token || refusal.cancelled) {
             throw;
         }
         // The remembered choice may be what was refused: forget it and ask afresh.

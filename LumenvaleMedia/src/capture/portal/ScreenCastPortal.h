@@ -66,9 +66,10 @@ class ScreenCastPortal {
     ScreenCastPortal& operator=(const ScreenCastPortal&) = delete;
 
     // Creates the session, has a monitor or a window chosen (without asking when the
-    // remembered choice still holds; a stale one is dropped and the user is asked
-    // again), starts it and opens its PipeWire connection. Throws MediaError with the
-    // user's sentence. Call once.
+    // remembered choice still holds; one the desktop refuses is dropped and the user
+    // is asked again, but a dialog the user cancelled is not shown again), starts it
+    // and opens its PipeWire connection. Throws MediaError with the user's sentence.
+    // Call once.
     ScreenCastGrant open(SourceKind kind, PointerMode pointer);
 
     // Whether the session's portal lets the user share a single window (false
