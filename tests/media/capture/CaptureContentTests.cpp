@@ -5,7 +5,6 @@
 #include "CaptureTestSupport.h"
 #include "LumenvaleKit/OutputSize.h"
 #include "LumenvaleMedia/CaptureX11.h"
-#include "LumenvaleMedia/DisplaysX11.h"
 
 #include <algorithm>
 #include <gtest/gtest.h>
@@ -134,20 +133,10 @@ TEST(CaptureContent, ScreenUnderThePointerIsChosenAtStart) {
     warpPointer(connection, 500, 500);
 }
 
-std::optional<DesktopWindow> describeWindow(xcb_window_t id) {
-    DisplaysX11 displays;
-    for (const DesktopWindow& window : displays.windows()) {
-        if (window.id == id) {
-            return window;
-        }
-    }
-    return std::nullopt;
-}
-
 TEST(CaptureContent, WindowWithItsFrameWhileCoveredMovedAndResized) {
     const x11::XConnection& connection = testConnection();
     TestWindow window(connection, {400, 300, 320, 200}, blue, Management::managed);
-    const auto info = describeWindow(window.id());
+    const auto info = findWindow(window.id());
     ASSERT_TRUE(info);
     const PixelSize movie = OutputSize::pixels(info->frame.size(), 1, Codec::h264);
     FrameCatcher catcher;
@@ -177,7 +166,7 @@ TEST(CaptureContent, WindowWithItsFrameWhileCoveredMovedAndResized) {
     // Moved: followed.
     window.move(900, 600);
     std::this_thread::sleep_for(150ms);
-    const auto moved = describeWindow(window.id());
+    const auto moved = findWindow(window.id());
     ASSERT_TRUE(moved);
     EXPECT_NE(moved->frame.x, info->frame.x);
     EXPECT_TRUE(catcher.waitFor(showsWindow)) << "moved";

@@ -6,6 +6,7 @@
 // monitors made and removed on the fly.
 
 #include "LumenvaleMedia/Capture.h"
+#include "LumenvaleMedia/Displays.h"
 #include "LumenvaleMedia/VideoSource.h"
 #include "capture/PixelRect.h"
 #include "capture/XConnection.h"
@@ -164,6 +165,11 @@ class TestMonitor {
     const x11::XConnection& connection_;
     xcb_atom_t name_ = XCB_NONE;
 };
+
+// The window `id` among `windows`, or as DisplaysX11 lists it now.
+std::optional<DesktopWindow> findWindow(const std::vector<DesktopWindow>& windows,
+                                        std::uint32_t id);
+std::optional<DesktopWindow> findWindow(std::uint32_t id);
 
 // Returns once the server has handled every request sent so far on `connection`,
 // so that other connections see their effects.
