@@ -1,6 +1,7 @@
 // Resolving edits against real movies made with the ffmpeg command line.
 
 #include "EncodeChecks.h"
+#include "Harness.h"
 #include "LumenvaleMedia/EditRenderer.h"
 #include "LumenvaleMedia/MediaError.h"
 #include "Probe.h"
@@ -178,16 +179,6 @@ TEST_F(BuildTest, ReadsPictureSizeRateAndCrop) {
     }
 }
 
-// The failure of building `path`, or nothing when it builds.
-std::optional<MediaError> failureOf(const std::filesystem::path& path, const EditDecision& edit) {
-    try {
-        EditRenderer::build(path, edit);
-    } catch (const MediaError& error) {
-        return error;
-    }
-    return std::nullopt;
-}
-
 TEST_F(BuildTest, RefusesWhatCannotBeEditedWithAReadableSentence) {
     TemporaryFolder folder;
     { std::ofstream(folder / "notes.mp4") << "These are notes, not a movie.\n"; }
@@ -236,7 +227,8 @@ TEST_F(BuildTest, RefusesWhatCannotBeEditedWithAReadableSentence) {
          "shorter than one frame"},
     };
     for (const Row& row : rows) {
-        const auto failure = failureOf(row.path, row.edit);
+        const auto failure =
+            testing::thrown<MediaError>([&] { EditRenderer::build(row.path, row.edit); });
         ASSERT_TRUE(failure.has_value()) << row.what;
         EXPECT_FALSE(failure->recError) << row.what; // none of them is the recorder's
         EXPECT_NE(std::string(failure->what()).find(row.sentence), std::string::npos)

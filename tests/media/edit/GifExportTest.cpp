@@ -71,7 +71,7 @@ TEST_F(GifExportTest, FramesAreTenASecondOfTheFirstThirtySecondsAndLoopForever) 
         const auto pictures = decodePictures(gif);
         ASSERT_EQ(pictures.size(), c.frames);
         for (std::size_t k = 0; k < pictures.size(); ++k) {
-            EXPECT_EQ(frameNumberOf(pictures[k].meanColour()),
+            EXPECT_EQ(frameNumberOf(meanColour(pictures[k].rgb)),
                       sourceFrameAt(edit, static_cast<double>(k) / 10))
                 << "GIF frame " << k;
         }

@@ -3,6 +3,7 @@
 // then and reports its progress up to 1; one that reaches past the movie keeps what
 // the movie has.
 
+#include "Harness.h"
 #include "LumenvaleMedia/EditRenderer.h"
 #include "LumenvaleMedia/MediaError.h"
 #include "PassthroughMovies.h"
@@ -30,14 +31,7 @@ class PassthroughFailureTest : public testing::SharedFolderTest<PassthroughFailu
     static std::filesystem::path recording() { return *folder_ / "recording.mp4"; }
 };
 
-std::vector<std::filesystem::path> contents(const std::filesystem::path& folder) {
-    std::vector<std::filesystem::path> names;
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(folder)) {
-        names.push_back(entry.path().lexically_relative(folder));
-    }
-    std::sort(names.begin(), names.end());
-    return names;
-}
+using testing::folderContents;
 
 TEST_F(PassthroughFailureTest, FailsWithASentenceAndLeavesNothingBehind) {
     TemporaryFolder folder;
@@ -48,7 +42,7 @@ TEST_F(PassthroughFailureTest, FailsWithASentenceAndLeavesNothingBehind) {
                                                         std::filesystem::perms::owner_exec);
     std::ofstream(folder / "taken.mp4") << "someone else’s movie";
     std::filesystem::create_symlink(folder / "elsewhere.mp4", folder / "dangling.mp4");
-    const auto before = contents(folder.path());
+    const auto before = folderContents(folder.path());
     const EditDecision cut = editKeeping(4, {{0.5, 1.5}, {2.5, 3.5}});
     std::atomic<bool> cancel{false};
 
@@ -81,46 +75,49 @@ TEST_F(PassthroughFailureTest, FailsWithASentenceAndLeavesNothingBehind) {
     }
     for (const Row& row : rows) {
         cancel = false;
-        try {
+        const std::string message = testing::thrownMessage<MediaError>([&] {
             EditRenderer::exportMovie(row.source, cut, Codec::h264, row.destination, row.progress,
                                       &cancel);
-            ADD_FAILURE() << row.what << ": exported";
-        } catch (const MediaError& error) {
-            EXPECT_NE(std::string(error.what()).find(row.sentence), std::string::npos)
-                << row.what << ": " << error.what();
-        }
-        EXPECT_EQ(contents(folder.path()), before) << row.what;
+        });
+        EXPECT_NE(message.find(row.sentence), std::string::npos) << row.what << ": " << message;
+        EXPECT_EQ(folderContents(folder.path()), before) << row.what;
     }
     EXPECT_TRUE(testing::readFile(folder / "taken.mp4") == "someone else’s movie") << "replaced";
 }
 
-// The movie appears under its name only when complete, and a file that takes the name
-// meanwhile is kept: the export then fails and says why.
+// The movie appears under its name only when complete, with progress reported up to 1
+// only then; a file that takes the name meanwhile is kept: the export then fails and
+// says why.
 TEST_F(PassthroughFailureTest, AppearsOnlyWhenCompleteAndNeverReplacesAFile) {
     TemporaryFolder folder;
     const auto destination = folder / "edited.mp4";
     const EditDecision cut = editKeeping(4, {{0.5, 1.5}, {2.5, 3.5}});
     bool visibleEarly = false;
+    std::vector<double> reports;
     EditRenderer::exportMovie(recording(), cut, Codec::h264, destination, [&](double fraction) {
         visibleEarly = visibleEarly || (fraction < 1 && std::filesystem::exists(destination));
+        reports.push_back(fraction);
     });
     EXPECT_FALSE(visibleEarly);
     EXPECT_EQ(testing::probe(destination).ofType("video").at(0).frames, 60);
+    ASSERT_GE(reports.size(), 10U);
+    EXPECT_GE(reports.front(), 0.0);
+    EXPECT_LT(reports.front(), 0.1);
+    EXPECT_TRUE(std::is_sorted(reports.begin(), reports.end()));
+    EXPECT_DOUBLE_EQ(reports.back(), 1.0);
+    EXPECT_LT(reports[reports.size() - 2], 1.0) << "1 only once the file is complete";
 
     const auto raced = folder / "raced.mp4";
-    try {
+    const std::string message = testing::thrownMessage<MediaError>([&] {
         EditRenderer::exportMovie(recording(), cut, Codec::h264, raced, [&](double fraction) {
             if (fraction > 0.3 && !std::filesystem::exists(raced)) {
                 std::ofstream(raced) << "someone else’s movie";
             }
         });
-        ADD_FAILURE() << "exported over a file";
-    } catch (const MediaError& error) {
-        EXPECT_NE(std::string(error.what()).find("“raced.mp4” already exists"), std::string::npos)
-            << error.what();
-    }
+    });
+    EXPECT_NE(message.find("“raced.mp4” already exists"), std::string::npos) << message;
     EXPECT_TRUE(testing::readFile(raced) == "someone else’s movie") << "replaced";
-    EXPECT_EQ(contents(folder.path()),
+    EXPECT_EQ(folderContents(folder.path()),
               (std::vector<std::filesystem::path>{"edited.mp4", "raced.mp4"}));
 }
 
@@ -132,35 +129,17 @@ TEST_F(PassthroughFailureTest, ASourceThatChangesMidwayStopsTheExport) {
     std::filesystem::copy_file(recording(), source);
     const auto half = static_cast<off_t>(std::filesystem::file_size(source) / 2);
     bool truncated = false;
-    try {
+    const std::string message = testing::thrownMessage<MediaError>([&] {
         EditRenderer::exportMovie(source, editKeeping(4, {{0, 4}}), Codec::h264,
                                   folder / "edited.mp4", [&](double fraction) {
                                       if (fraction > 0.3 && !truncated) {
                                           truncated = ::truncate(source.c_str(), half) == 0;
                                       }
                                   });
-        ADD_FAILURE() << "exported a movie that changed";
-    } catch (const MediaError& error) {
-        EXPECT_NE(std::string(error.what()).find("changed while it was being exported"),
-                  std::string::npos)
-            << error.what();
-    }
+    });
+    EXPECT_NE(message.find("changed while it was being exported"), std::string::npos) << message;
     EXPECT_TRUE(truncated);
-    EXPECT_EQ(contents(folder.path()), (std::vector<std::filesystem::path>{"source.mp4"}));
-}
-
-TEST_F(PassthroughFailureTest, ReportsProgressUpToOne) {
-    TemporaryFolder folder;
-    std::vector<double> reports;
-    EditRenderer::exportMovie(recording(), editKeeping(4, {{0.2, 1.9}, {2.4, 3.8}}), Codec::h264,
-                              folder / "edited.mp4",
-                              [&](double fraction) { reports.push_back(fraction); });
-    ASSERT_GE(reports.size(), 10U);
-    EXPECT_GE(reports.front(), 0.0);
-    EXPECT_LT(reports.front(), 0.1);
-    EXPECT_TRUE(std::is_sorted(reports.begin(), reports.end()));
-    EXPECT_DOUBLE_EQ(reports.back(), 1.0);
-    EXPECT_LT(reports[reports.size() - 2], 1.0) << "1 only once the file is complete";
+    EXPECT_EQ(folderContents(folder.path()), (std::vector<std::filesystem::path>{"source.mp4"}));
 }
 
 TEST_F(PassthroughFailureTest, ClipPastTheEndKeepsWhatTheMovieHas) {
