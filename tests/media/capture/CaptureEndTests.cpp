@@ -16,17 +16,15 @@ TEST(CaptureEnd, WindowClosedStopsTheCaptureOnce) {
     const x11::XConnection& connection = testConnection();
     auto window = std::make_unique<TestWindow>(connection, x11::PixelRect{300, 300, 200, 100},
                                                Colour{200, 100, 0}, Management::managed);
-    FrameCatcher catcher;
-    CaptureX11 capture(captureRequest(CaptureWindow{window->id()}, {200, 100}));
-    capture.start(catcher.frames(), catcher.stopped());
+    CaughtCapture catcher(captureRequest(CaptureWindow{window->id()}, {200, 100}));
     ASSERT_TRUE(catcher.next());
     window.reset();
     EXPECT_EQ(catcher.waitStopped(2000ms), "The window closed.");
     std::this_thread::sleep_for(150ms);
     EXPECT_EQ(catcher.stopCalls(), 1);
     EXPECT_EQ(catcher.framesAfterStop(), 0);
-    capture.stop();
-    capture.stop(); // idempotent
+    catcher.capture.stop();
+    catcher.capture.stop(); // idempotent
     EXPECT_EQ(catcher.stopCalls(), 1);
 }
 
@@ -34,14 +32,12 @@ TEST(CaptureEnd, MinimizedWindowRepeatsItsLastPicture) {
     const x11::XConnection& connection = testConnection();
     const Colour orange{200, 100, 0};
     TestWindow window(connection, {300, 300, 200, 100}, orange, Management::unmanaged);
-    FrameCatcher catcher;
-    CaptureX11 capture(captureRequest(CaptureWindow{window.id()}, {200, 100}));
-    capture.start(catcher.frames(), catcher.stopped());
+    CaughtCapture catcher(captureRequest(CaptureWindow{window.id()}, {200, 100}));
     ASSERT_TRUE(catcher.waitFor([&](const Picture& p) { return near(p.at(100, 50), orange); }));
     xcb_unmap_window(connection.get(), window.id());
     connection.flush();
     std::this_thread::sleep_for(300ms);
-    const CaptureStats stats = capture.stats();
+    const CaptureStats stats = catcher.capture.stats();
     EXPECT_GT(stats.repeated, 3) << "frames while unmapped are the previous picture again";
     const auto picture = catcher.next();
     ASSERT_TRUE(picture);
@@ -61,9 +57,7 @@ TEST(CaptureEnd, DisplayDisconnectedStopsTheCapture) {
     const x11::XConnection& connection = testConnection();
     auto monitor =
         std::make_unique<TestMonitor>(connection, "LV-GONE", x11::PixelRect{0, 0, 640, 480});
-    FrameCatcher catcher;
-    CaptureX11 capture(captureRequest(CaptureScreen{"LV-GONE"}, {640, 480}));
-    capture.start(catcher.frames(), catcher.stopped());
+    CaughtCapture catcher(captureRequest(CaptureScreen{"LV-GONE"}, {640, 480}));
     ASSERT_TRUE(catcher.next());
     monitor.reset();
     EXPECT_EQ(catcher.waitStopped(2000ms), "The display is gone.");

@@ -70,9 +70,7 @@ TEST(CaptureOverlay, PointerFollowsItsMoves) {
     const x11::PixelRect area{200, 200, 320, 240};
     TestWindow backdrop(connection, area, grey, Management::unmanaged);
     warpPointer(connection, 260, 260);
-    FrameCatcher catcher;
-    CaptureX11 capture(areaRequest(area, true, false));
-    capture.start(catcher.frames(), catcher.stopped());
+    CaughtCapture catcher(areaRequest(area, true, false));
     const auto first =
         catcher.waitFor([](const Picture& p) { return differing(p, 60, 60, 16, grey) > 20; });
     ASSERT_TRUE(first);
@@ -108,9 +106,7 @@ TEST(CaptureOverlay, NothingIsDrawnWhenNotAsked) {
     const x11::PixelRect area{200, 200, 320, 240};
     TestWindow backdrop(connection, area, dark, Management::unmanaged);
     warpPointer(connection, 360, 320);
-    FrameCatcher catcher;
-    CaptureX11 capture(areaRequest(area, false, false));
-    capture.start(catcher.frames(), catcher.stopped());
+    CaughtCapture catcher(areaRequest(area, false, false));
     const auto picture = catcher.waitFor([](const Picture& p) { return near(p.at(10, 10), dark); });
     ASSERT_TRUE(picture);
     EXPECT_EQ(differing(*picture, 160, 120, 16, dark), 0) << "no pointer";
@@ -125,9 +121,7 @@ TEST(CaptureOverlay, ClickShowsAFadingRingAtThePointer) {
     const x11::PixelRect area{200, 200, 320, 240};
     TestWindow backdrop(connection, area, dark, Management::unmanaged);
     warpPointer(connection, 360, 320);
-    FrameCatcher catcher;
-    CaptureX11 capture(areaRequest(area, false, true));
-    capture.start(catcher.frames(), catcher.stopped());
+    CaughtCapture catcher(areaRequest(area, false, true));
     const auto before = catcher.waitFor([](const Picture& p) { return near(p.at(10, 10), dark); });
     ASSERT_TRUE(before);
     EXPECT_EQ(amberPixels(*before, 160, 120, 30), 0) << "no ring before the click";

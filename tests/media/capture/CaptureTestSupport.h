@@ -6,6 +6,7 @@
 // monitors made and removed on the fly.
 
 #include "LumenvaleMedia/Capture.h"
+#include "LumenvaleMedia/CaptureX11.h"
 #include "LumenvaleMedia/Displays.h"
 #include "LumenvaleMedia/VideoSource.h"
 #include "capture/PixelRect.h"
@@ -98,6 +99,15 @@ class FrameCatcher {
     std::vector<std::chrono::steady_clock::duration> times_;
     std::vector<std::string> stopReasons_;
     std::int64_t framesAfterStop_ = 0;
+};
+
+// A capture of `request` started at once, its frames caught by this catcher.
+class CaughtCapture : public FrameCatcher {
+  public:
+    explicit CaughtCapture(CaptureRequest request) : capture(std::move(request)) {
+        capture.start(frames(), stopped());
+    }
+    CaptureX11 capture;
 };
 
 enum class Management {

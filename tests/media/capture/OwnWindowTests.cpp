@@ -35,10 +35,8 @@ TEST(OwnWindows, HiddenFromAnAreaButKeptAndForeignWindowsShow) {
     TestWindow kept(connection, {650, 550, 120, 120}, keptGreen, Management::unmanaged);
 
     const x11::PixelRect area{250, 250, 700, 500};
-    FrameCatcher catcher;
-    CaptureX11 capture(captureRequest(CaptureArea{x11::toRect(area)}, {700, 500},
-                                      OwnWindows::hidden, {kept.id()}));
-    capture.start(catcher.frames(), catcher.stopped());
+    CaughtCapture catcher(captureRequest(CaptureArea{x11::toRect(area)}, {700, 500},
+                                         OwnWindows::hidden, {kept.id()}));
     auto inArea = [&](const Picture& p, std::int64_t x, std::int64_t y) {
         return p.at(x - area.x, y - area.y);
     };
@@ -63,9 +61,8 @@ TEST(OwnWindows, HiddenFromTheScreenWithTheirWindowManagerFrames) {
     ASSERT_TRUE(window);
     ASSERT_GT(window->frame.height, 150) << "framed by the window manager";
 
-    FrameCatcher catcher;
-    CaptureX11 capture(captureRequest(CaptureScreen{"screen"}, {1920, 1080}, OwnWindows::hidden));
-    capture.start(catcher.frames(), catcher.stopped());
+    CaughtCapture catcher(
+        captureRequest(CaptureScreen{"screen"}, {1920, 1080}, OwnWindows::hidden));
     const auto picture =
         catcher.waitFor([&](const Picture& p) { return near(p.at(150, 650), foreignBlue); });
     ASSERT_TRUE(picture);
@@ -123,9 +120,7 @@ TEST(OwnWindows, WhileHiddenAWindowCoveringTheScreenMovedIntoViewShows) {
               0);
     const std::string curtain = "$(xdotool search --sync --class xmessage | head -n1)";
     ASSERT_EQ(std::system(("xdotool windowmove " + curtain + " 3000 0").c_str()), 0);
-    FrameCatcher catcher;
-    CaptureX11 capture(captureRequest(CaptureScreen{}, {1920, 1080}, OwnWindows::hidden));
-    capture.start(catcher.frames(), catcher.stopped());
+    CaughtCapture catcher(captureRequest(CaptureScreen{}, {1920, 1080}, OwnWindows::hidden));
     EXPECT_TRUE(catcher.waitFor([](const Picture& p) {
         return p.change == FrameChange::rows && p.changedRows.empty();
     })) << "the still screen";
@@ -133,7 +128,7 @@ TEST(OwnWindows, WhileHiddenAWindowCoveringTheScreenMovedIntoViewShows) {
     EXPECT_TRUE(catcher.waitFor([](const Picture& p) {
         return near(p.at(960, 540), Colour{255, 255, 255}, 4);
     })) << "the window moved into view";
-    capture.stop();
+    catcher.capture.stop();
     EXPECT_EQ(std::system(("kill $(cat '" + pidFile + "')").c_str()), 0);
 }
 
