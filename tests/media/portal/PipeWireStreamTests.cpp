@@ -37,7 +37,7 @@ OwnedFd connectTo(const std::filesystem::path& socketPath) {
 
 // The id of the node named `name`, read from pw-cli's listing; 0 while there is none.
 std::uint32_t nodeNamed(const std::string& name) {
-    const std::string listing = testing::run("pw-cli ls Node || true");
+    const std::string listing = testing::run("pw-cli ls Node 2>/dev/null || true");
     const std::size_t at = listing.find("node.name = \"" + name + "\"");
     // Each object's listing opens with a tab and "id N,".
     const std::size_t id = listing.rfind("\tid ", at);
