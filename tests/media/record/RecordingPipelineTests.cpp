@@ -231,7 +231,7 @@ std::vector<Picture> decodeArea(const std::filesystem::path& movie) {
     return pictures;
 }
 
-// Pixels of the square of `radius` around (x, y) far from `colour`.
+// Pixels of the 25 x 25 square around (x, y) far from `colour`.
 int unlike(const Picture& picture, std::int64_t x, std::int64_t y, const Colour& colour) {
     return countAround(picture, x, y, 12, [&](const Colour& c) { return !near(c, colour, 40); });
 }
