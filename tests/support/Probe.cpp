@@ -58,9 +58,28 @@ std::vector<StreamInfo> MovieInfo::ofType(const std::string& codecType) const {
     return result;
 }
 
+double MovieInfo::soundPictureMismatch() const {
+    const auto video = ofType("video");
+    double mismatch = 0;
+    for (const auto& audio : ofType("audio")) {
+        mismatch = std::max(mismatch, std::abs(audio.durationSeconds -
+                                               (video.empty() ? 0 : video[0].durationSeconds)));
+    }
+    return mismatch;
+}
+
 std::string readFile(const std::filesystem::path& path) {
     std::ifstream in(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+std::vector<std::filesystem::path> folderContents(const std::filesystem::path& folder) {
+    std::vector<std::filesystem::path> names;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(folder)) {
+        names.push_back(entry.path().lexically_relative(folder));
+    }
+    std::sort(names.begin(), names.end());
+    return names;
 }
 
 std::string quoted(const std::filesystem::path& path) {
@@ -156,6 +175,23 @@ std::vector<FrameSum> frameChecksums(const std::filesystem::path& movie) {
         }
     }
     return sums;
+}
+
+std::vector<std::string> frameMd5s(const std::filesystem::path& movie) {
+    std::vector<std::string> md5s;
+    for (const FrameSum& frame : frameChecksums(movie)) {
+        md5s.push_back(frame.md5);
+    }
+    return md5s;
+}
+
+std::vector<std::string> frameMd5s(const std::vector<std::filesystem::path>& movies) {
+    std::vector<std::string> md5s;
+    for (const auto& movie : movies) {
+        const auto more = frameMd5s(movie);
+        md5s.insert(md5s.end(), more.begin(), more.end());
+    }
+    return md5s;
 }
 
 std::vector<float> decodeFloats(const std::string& ffmpegArguments) {

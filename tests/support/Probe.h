@@ -37,6 +37,9 @@ struct MovieInfo {
 
     // The streams of one type, in file order.
     std::vector<StreamInfo> ofType(const std::string& codecType) const;
+    // The largest difference in seconds between an audio stream's duration and the
+    // first video stream's: how far sound and picture end apart.
+    double soundPictureMismatch() const;
 };
 
 // Runs a shell command; returns its standard output. Throws std::runtime_error with
@@ -49,6 +52,9 @@ std::string quoted(const std::filesystem::path& path);
 // The whole content of a file; empty when it cannot be read.
 std::string readFile(const std::filesystem::path& path);
 
+// Everything under `folder`, relative to it, sorted.
+std::vector<std::filesystem::path> folderContents(const std::filesystem::path& folder);
+
 // ffprobe's view of the file, frames counted by decoding every stream.
 MovieInfo probe(const std::filesystem::path& movie);
 
@@ -59,6 +65,10 @@ struct FrameSum {
     std::string md5;
 };
 std::vector<FrameSum> frameChecksums(const std::filesystem::path& movie);
+// Only the MD5s of frameChecksums: what a copy of the picture must match.
+std::vector<std::string> frameMd5s(const std::filesystem::path& movie);
+// Those of several movies, one after the other: what a join of them must show.
+std::vector<std::string> frameMd5s(const std::vector<std::filesystem::path>& movies);
 
 // The samples ffmpeg decodes with `ffmpegArguments` (inputs, maps, filters) as 32-bit
 // floats, the one way every sound check reads a movie.

@@ -5,7 +5,6 @@
 #include "CaptureTestSupport.h"
 #include "LumenvaleKit/OutputSize.h"
 #include "LumenvaleMedia/CaptureX11.h"
-#include "LumenvaleMedia/DisplaysX11.h"
 
 #include <algorithm>
 #include <gtest/gtest.h>
@@ -26,16 +25,14 @@ TEST(CaptureContent, AreaShowsTheWindowsUnderItAtItsOwnSize) {
     // An area of odd size: the movie is its even-sized part.
     const PixelSize movie = OutputSize::pixels({301, 151}, 1, Codec::h264);
     ASSERT_EQ(movie, (PixelSize{300, 150}));
-    FrameCatcher catcher;
-    CaptureX11 capture(captureRequest(CaptureArea{{150, 120, 301, 151}}, movie));
-    capture.start(catcher.frames(), catcher.stopped());
+    CaughtCapture catcher(captureRequest(CaptureArea{{150, 120, 301, 151}}, movie));
     const auto picture = catcher.waitFor([](const Picture& p) { return near(p.at(10, 10), red); });
     ASSERT_TRUE(picture) << "the red window never showed";
     EXPECT_EQ(picture->size, movie);
     EXPECT_TRUE(near(picture->at(140, 75), red)) << describe(picture->at(140, 75));
     EXPECT_TRUE(near(picture->at(160, 75), blue)) << describe(picture->at(160, 75));
     EXPECT_TRUE(near(picture->at(299, 149), blue));
-    EXPECT_GE(capture.stats().delivered, 1);
+    EXPECT_GE(catcher.capture.stats().delivered, 1);
 }
 
 // A still target is handed over again without being read, as the same picture; a
@@ -55,15 +52,13 @@ TEST(CaptureContent, StillTargetsAreNotReadAgainAndChangesMarkOnlyTheirRows) {
         if (which == Case::window) {
             request.target = CaptureWindow{backdrop.id()};
         }
-        FrameCatcher catcher;
-        CaptureX11 capture(request);
-        capture.start(catcher.frames(), catcher.stopped());
+        CaughtCapture catcher(request);
         ASSERT_TRUE(catcher.waitFor([](const Picture& p) {
             return near(p.at(160, 20), blue) && p.change == FrameChange::rows &&
                    p.changedRows.empty();
         })) << "frames of the still target say nothing changed";
         std::this_thread::sleep_for(300ms);
-        EXPECT_GE(capture.stats().unchanged, 5) << "and were not read again";
+        EXPECT_GE(catcher.capture.stats().unchanged, 5) << "and were not read again";
 
         const std::int64_t top = 60 + 50 * static_cast<std::int64_t>(which);
         paintChild(connection, backdrop.id(), {0, top, 320, 20}, red);
@@ -78,16 +73,14 @@ TEST(CaptureContent, StillTargetsAreNotReadAgainAndChangesMarkOnlyTheirRows) {
                      changed->rowChanged(10))
             << "only the rows of the new window";
         EXPECT_TRUE(near(changed->at(160, 20), blue));
-        EXPECT_EQ(capture.stats().repeated, 0);
+        EXPECT_EQ(catcher.capture.stats().repeated, 0);
     }
 }
 
 TEST(CaptureContent, AreaPartlyOffTheDesktopIsBlackThere) {
     const x11::XConnection& connection = testConnection();
     TestWindow corner(connection, {1820, 980, 100, 100}, green, Management::unmanaged);
-    FrameCatcher catcher;
-    CaptureX11 capture(captureRequest(CaptureArea{{1800, 1000, 200, 100}}, {200, 100}));
-    capture.start(catcher.frames(), catcher.stopped());
+    CaughtCapture catcher(captureRequest(CaptureArea{{1800, 1000, 200, 100}}, {200, 100}));
     const auto picture =
         catcher.waitFor([](const Picture& p) { return near(p.at(50, 50), green); });
     ASSERT_TRUE(picture);
@@ -101,9 +94,7 @@ TEST(CaptureContent, ScreenAtFullSizeAndScaledDown) {
     TestWindow window(connection, {960, 540, 480, 270}, green, Management::unmanaged);
     for (const PixelSize movie : {PixelSize{1920, 1080}, PixelSize{960, 540}}) {
         SCOPED_TRACE(movie.width);
-        FrameCatcher catcher;
-        CaptureX11 capture(captureRequest(CaptureScreen{"screen"}, movie));
-        capture.start(catcher.frames(), catcher.stopped());
+        CaughtCapture catcher(captureRequest(CaptureScreen{"screen"}, movie));
         const double factor = static_cast<double>(movie.width) / 1920;
         auto scaled = [factor](double value) {
             return static_cast<std::int64_t>(value * factor);
@@ -124,9 +115,7 @@ TEST(CaptureContent, ScreenUnderThePointerIsChosenAtStart) {
     TestMonitor monitor(connection, "LV-SMALL", {1600, 0, 320, 240});
     TestWindow window(connection, {1700, 100, 50, 50}, red, Management::unmanaged);
     warpPointer(connection, 1650, 50);
-    FrameCatcher catcher;
-    CaptureX11 capture(captureRequest(CaptureScreen{}, {320, 240}));
-    capture.start(catcher.frames(), catcher.stopped());
+    CaughtCapture catcher(captureRequest(CaptureScreen{}, {320, 240}));
     const auto picture =
         catcher.waitFor([](const Picture& p) { return near(p.at(120, 120), red); });
     ASSERT_TRUE(picture) << "the small display's picture, with the window at its (100, 100)";
@@ -134,25 +123,13 @@ TEST(CaptureContent, ScreenUnderThePointerIsChosenAtStart) {
     warpPointer(connection, 500, 500);
 }
 
-std::optional<DesktopWindow> describeWindow(xcb_window_t id) {
-    DisplaysX11 displays;
-    for (const DesktopWindow& window : displays.windows()) {
-        if (window.id == id) {
-            return window;
-        }
-    }
-    return std::nullopt;
-}
-
 TEST(CaptureContent, WindowWithItsFrameWhileCoveredMovedAndResized) {
     const x11::XConnection& connection = testConnection();
     TestWindow window(connection, {400, 300, 320, 200}, blue, Management::managed);
-    const auto info = describeWindow(window.id());
+    const auto info = findWindow(window.id());
     ASSERT_TRUE(info);
     const PixelSize movie = OutputSize::pixels(info->frame.size(), 1, Codec::h264);
-    FrameCatcher catcher;
-    CaptureX11 capture(captureRequest(CaptureWindow{window.id()}, movie));
-    capture.start(catcher.frames(), catcher.stopped());
+    CaughtCapture catcher(captureRequest(CaptureWindow{window.id()}, movie));
 
     // The client fills the frame's lower part; the title bar is above it.
     const std::int64_t centreX = movie.width / 2;
@@ -177,7 +154,7 @@ TEST(CaptureContent, WindowWithItsFrameWhileCoveredMovedAndResized) {
     // Moved: followed.
     window.move(900, 600);
     std::this_thread::sleep_for(150ms);
-    const auto moved = describeWindow(window.id());
+    const auto moved = findWindow(window.id());
     ASSERT_TRUE(moved);
     EXPECT_NE(moved->frame.x, info->frame.x);
     EXPECT_TRUE(catcher.waitFor(showsWindow)) << "moved";
@@ -191,7 +168,7 @@ TEST(CaptureContent, WindowWithItsFrameWhileCoveredMovedAndResized) {
     ASSERT_TRUE(resized) << "resized";
     EXPECT_EQ(resized->size, movie);
     EXPECT_TRUE(near(resized->at(centreX, 2), {0, 0, 0}, 0));
-    capture.stop();
+    catcher.capture.stop();
     EXPECT_EQ(catcher.stopCalls(), 0);
 }
 
@@ -201,9 +178,7 @@ TEST(CaptureContent, WindowWithoutTheShadowItDrawsItself) {
     TestWindow window(connection, {500, 400, 300, 200}, red, Management::unmanaged);
     paintChild(connection, window.id(), {20, 20, 260, 160}, blue);
     setShadow(connection, window.id(), 20, 20, 20, 20);
-    FrameCatcher catcher;
-    CaptureX11 capture(captureRequest(CaptureWindow{window.id()}, {260, 160}));
-    capture.start(catcher.frames(), catcher.stopped());
+    CaughtCapture catcher(captureRequest(CaptureWindow{window.id()}, {260, 160}));
     const auto picture =
         catcher.waitFor([](const Picture& p) { return near(p.at(130, 80), blue); });
     ASSERT_TRUE(picture);

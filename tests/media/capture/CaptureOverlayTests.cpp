@@ -64,39 +64,17 @@ int differing(const Picture& picture, std::int64_t x, std::int64_t y, std::int64
     return countAround(picture, x, y, radius, [&](const Colour& c) { return !near(c, colour, 2); });
 }
 
-TEST(CaptureOverlay, PointerIsDrawnOnlyWhenAsked) {
-    const x11::XConnection& connection = testConnection();
-    const x11::PixelRect area{200, 200, 320, 240};
-    TestWindow backdrop(connection, area, grey, Management::unmanaged);
-    warpPointer(connection, 360, 320); // (160, 120) in the area
-    for (const bool pointer : {true, false}) {
-        SCOPED_TRACE(pointer ? "with pointer" : "without pointer");
-        FrameCatcher catcher;
-        CaptureX11 capture(areaRequest(area, pointer, false));
-        capture.start(catcher.frames(), catcher.stopped());
-        const auto picture =
-            catcher.waitFor([](const Picture& p) { return near(p.at(10, 10), grey, 2); });
-        ASSERT_TRUE(picture);
-        const int changed = differing(*picture, 160, 120, 16, grey);
-        if (pointer) {
-            EXPECT_GT(changed, 20) << "the cursor image around the pointer";
-            EXPECT_EQ(differing(*picture, 60, 60, 16, grey), 0) << "and nowhere else";
-        } else {
-            EXPECT_EQ(changed, 0);
-        }
-    }
-}
-
+// The pointer, when asked for, is drawn where it is and nowhere else, and follows it.
 TEST(CaptureOverlay, PointerFollowsItsMoves) {
     const x11::XConnection& connection = testConnection();
     const x11::PixelRect area{200, 200, 320, 240};
     TestWindow backdrop(connection, area, grey, Management::unmanaged);
     warpPointer(connection, 260, 260);
-    FrameCatcher catcher;
-    CaptureX11 capture(areaRequest(area, true, false));
-    capture.start(catcher.frames(), catcher.stopped());
-    ASSERT_TRUE(
-        catcher.waitFor([](const Picture& p) { return differing(p, 60, 60, 16, grey) > 20; }));
+    CaughtCapture catcher(areaRequest(area, true, false));
+    const auto first =
+        catcher.waitFor([](const Picture& p) { return differing(p, 60, 60, 16, grey) > 20; });
+    ASSERT_TRUE(first);
+    EXPECT_EQ(differing(*first, 260, 180, 16, grey), 0);
     warpPointer(connection, 460, 380);
     const auto moved =
         catcher.waitFor([](const Picture& p) { return differing(p, 260, 180, 16, grey) > 20; });
@@ -122,14 +100,28 @@ int amberPixels(const Picture& picture, std::int64_t x, std::int64_t y, std::int
     return countAround(picture, x, y, radius, amber);
 }
 
+// Neither the pointer nor clicks are drawn unless asked for.
+TEST(CaptureOverlay, NothingIsDrawnWhenNotAsked) {
+    const x11::XConnection& connection = testConnection();
+    const x11::PixelRect area{200, 200, 320, 240};
+    TestWindow backdrop(connection, area, dark, Management::unmanaged);
+    warpPointer(connection, 360, 320);
+    CaughtCapture catcher(areaRequest(area, false, false));
+    const auto picture = catcher.waitFor([](const Picture& p) { return near(p.at(10, 10), dark); });
+    ASSERT_TRUE(picture);
+    EXPECT_EQ(differing(*picture, 160, 120, 16, dark), 0) << "no pointer";
+    ASSERT_EQ(std::system("xdotool click 1"), 0);
+    EXPECT_FALSE(
+        catcher.waitFor([](const Picture& p) { return amberPixels(p, 160, 120, 30) > 0; }, 400ms))
+        << "no click ring";
+}
+
 TEST(CaptureOverlay, ClickShowsAFadingRingAtThePointer) {
     const x11::XConnection& connection = testConnection();
     const x11::PixelRect area{200, 200, 320, 240};
     TestWindow backdrop(connection, area, dark, Management::unmanaged);
     warpPointer(connection, 360, 320);
-    FrameCatcher catcher;
-    CaptureX11 capture(areaRequest(area, false, true));
-    capture.start(catcher.frames(), catcher.stopped());
+    CaughtCapture catcher(areaRequest(area, false, true));
     const auto before = catcher.waitFor([](const Picture& p) { return near(p.at(10, 10), dark); });
     ASSERT_TRUE(before);
     EXPECT_EQ(amberPixels(*before, 160, 120, 30), 0) << "no ring before the click";
@@ -145,20 +137,6 @@ TEST(CaptureOverlay, ClickShowsAFadingRingAtThePointer) {
     EXPECT_TRUE(
         catcher.waitFor([](const Picture& p) { return amberPixels(p, 160, 120, 30) == 0; }, 1000ms))
         << "the ring fades away";
-}
-
-TEST(CaptureOverlay, ClicksAreNotShownWhenNotAsked) {
-    const x11::XConnection& connection = testConnection();
-    const x11::PixelRect area{200, 200, 320, 240};
-    TestWindow backdrop(connection, area, dark, Management::unmanaged);
-    warpPointer(connection, 360, 320);
-    FrameCatcher catcher;
-    CaptureX11 capture(areaRequest(area, false, false));
-    capture.start(catcher.frames(), catcher.stopped());
-    ASSERT_TRUE(catcher.waitFor([](const Picture& p) { return near(p.at(10, 10), dark); }));
-    ASSERT_EQ(std::system("xdotool click 1"), 0);
-    EXPECT_FALSE(
-        catcher.waitFor([](const Picture& p) { return amberPixels(p, 160, 120, 30) > 0; }, 400ms));
 }
 
 } // namespace

@@ -1,5 +1,7 @@
 #include "CaptureTestSupport.h"
 
+#include "LumenvaleMedia/DisplaysX11.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -354,6 +356,17 @@ void TestMonitor::remove() {
             xcb_randr_delete_monitor_checked(connection_.get(), connection_.root(), name_))};
         name_ = XCB_NONE;
     }
+}
+
+std::optional<DesktopWindow> findWindow(const std::vector<DesktopWindow>& windows,
+                                        std::uint32_t id) {
+    const auto found = std::find_if(windows.begin(), windows.end(),
+                                    [id](const DesktopWindow& window) { return window.id == id; });
+    return found == windows.end() ? std::nullopt : std::optional(*found);
+}
+
+std::optional<DesktopWindow> findWindow(std::uint32_t id) {
+    return findWindow(DisplaysX11().windows(), id);
 }
 
 void sync(const x11::XConnection& connection) {

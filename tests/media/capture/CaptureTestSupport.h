@@ -6,6 +6,8 @@
 // monitors made and removed on the fly.
 
 #include "LumenvaleMedia/Capture.h"
+#include "LumenvaleMedia/CaptureX11.h"
+#include "LumenvaleMedia/Displays.h"
 #include "LumenvaleMedia/VideoSource.h"
 #include "capture/PixelRect.h"
 #include "capture/XConnection.h"
@@ -99,6 +101,15 @@ class FrameCatcher {
     std::int64_t framesAfterStop_ = 0;
 };
 
+// A capture of `request` started at once, its frames caught by this catcher.
+class CaughtCapture : public FrameCatcher {
+  public:
+    explicit CaughtCapture(CaptureRequest request) : capture(std::move(request)) {
+        capture.start(frames(), stopped());
+    }
+    CaptureX11 capture;
+};
+
 enum class Management {
     // Override-redirect: the window manager leaves it alone, exactly where put.
     unmanaged,
@@ -164,6 +175,11 @@ class TestMonitor {
     const x11::XConnection& connection_;
     xcb_atom_t name_ = XCB_NONE;
 };
+
+// The window `id` among `windows`, or as DisplaysX11 lists it now.
+std::optional<DesktopWindow> findWindow(const std::vector<DesktopWindow>& windows,
+                                        std::uint32_t id);
+std::optional<DesktopWindow> findWindow(std::uint32_t id);
 
 // Returns once the server has handled every request sent so far on `connection`,
 // so that other connections see their effects.

@@ -12,13 +12,6 @@
 namespace lumenvale::testing {
 namespace {
 
-std::optional<DesktopWindow> findWindow(const std::vector<DesktopWindow>& windows,
-                                        std::uint32_t id) {
-    auto found = std::find_if(windows.begin(), windows.end(),
-                              [id](const DesktopWindow& window) { return window.id == id; });
-    return found == windows.end() ? std::nullopt : std::optional(*found);
-}
-
 std::ptrdiff_t position(const std::vector<DesktopWindow>& windows, std::uint32_t id) {
     return std::find_if(windows.begin(), windows.end(),
                         [id](const DesktopWindow& window) { return window.id == id; }) -

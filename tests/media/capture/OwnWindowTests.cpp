@@ -4,7 +4,6 @@
 
 #include "CaptureTestSupport.h"
 #include "LumenvaleMedia/CaptureX11.h"
-#include "LumenvaleMedia/DisplaysX11.h"
 
 #include <cstdlib>
 #include <gtest/gtest.h>
@@ -36,10 +35,8 @@ TEST(OwnWindows, HiddenFromAnAreaButKeptAndForeignWindowsShow) {
     TestWindow kept(connection, {650, 550, 120, 120}, keptGreen, Management::unmanaged);
 
     const x11::PixelRect area{250, 250, 700, 500};
-    FrameCatcher catcher;
-    CaptureX11 capture(captureRequest(CaptureArea{x11::toRect(area)}, {700, 500},
-                                      OwnWindows::hidden, {kept.id()}));
-    capture.start(catcher.frames(), catcher.stopped());
+    CaughtCapture catcher(captureRequest(CaptureArea{x11::toRect(area)}, {700, 500},
+                                         OwnWindows::hidden, {kept.id()}));
     auto inArea = [&](const Picture& p, std::int64_t x, std::int64_t y) {
         return p.at(x - area.x, y - area.y);
     };
@@ -60,24 +57,18 @@ TEST(OwnWindows, HiddenFromTheScreenWithTheirWindowManagerFrames) {
     const x11::XConnection& connection = testConnection();
     // Partly over the foreign window, mostly over the bare (black) desktop.
     TestWindow managed(connection, {300, 650, 300, 150}, ownRed, Management::managed);
-    std::optional<Rect> frame;
-    for (const DesktopWindow& window : DisplaysX11().windows()) {
-        if (window.id == managed.id()) {
-            frame = window.frame;
-        }
-    }
-    ASSERT_TRUE(frame);
-    ASSERT_GT(frame->height, 150) << "framed by the window manager";
+    const auto window = findWindow(managed.id());
+    ASSERT_TRUE(window);
+    ASSERT_GT(window->frame.height, 150) << "framed by the window manager";
 
-    FrameCatcher catcher;
-    CaptureX11 capture(captureRequest(CaptureScreen{"screen"}, {1920, 1080}, OwnWindows::hidden));
-    capture.start(catcher.frames(), catcher.stopped());
+    CaughtCapture catcher(
+        captureRequest(CaptureScreen{"screen"}, {1920, 1080}, OwnWindows::hidden));
     const auto picture =
         catcher.waitFor([&](const Picture& p) { return near(p.at(150, 650), foreignBlue); });
     ASSERT_TRUE(picture);
     EXPECT_EQ(countNear(*picture, ownRed), 0);
     // The whole frame, title bar included, shows what is beneath it: here the desktop.
-    const auto titleBar = picture->at(500, static_cast<std::int64_t>(frame->y) + 3);
+    const auto titleBar = picture->at(500, static_cast<std::int64_t>(window->frame.y) + 3);
     EXPECT_TRUE(near(titleBar, {0, 0, 0}, 0)) << describe(titleBar);
 }
 
@@ -98,7 +89,6 @@ TEST(OwnWindows, AWindowMovingInIsNeverSeen) {
                 for (std::int64_t x = 0; x < frame.size.width; x += 10) {
                     const std::uint8_t* pixel = row + x * 4;
                     if (pixel[2] > 200 && pixel[1] < 60 && pixel[0] < 60) {
-                        fprintf(stderr, "RED at %ld,%ld in frame %ld\n", x, y, frame.index);
                         ++redFrames;
                         return;
                     }
@@ -130,9 +120,7 @@ TEST(OwnWindows, WhileHiddenAWindowCoveringTheScreenMovedIntoViewShows) {
               0);
     const std::string curtain = "$(xdotool search --sync --class xmessage | head -n1)";
     ASSERT_EQ(std::system(("xdotool windowmove " + curtain + " 3000 0").c_str()), 0);
-    FrameCatcher catcher;
-    CaptureX11 capture(captureRequest(CaptureScreen{}, {1920, 1080}, OwnWindows::hidden));
-    capture.start(catcher.frames(), catcher.stopped());
+    CaughtCapture catcher(captureRequest(CaptureScreen{}, {1920, 1080}, OwnWindows::hidden));
     EXPECT_TRUE(catcher.waitFor([](const Picture& p) {
         return p.change == FrameChange::rows && p.changedRows.empty();
     })) << "the still screen";
@@ -140,17 +128,8 @@ TEST(OwnWindows, WhileHiddenAWindowCoveringTheScreenMovedIntoViewShows) {
     EXPECT_TRUE(catcher.waitFor([](const Picture& p) {
         return near(p.at(960, 540), Colour{255, 255, 255}, 4);
     })) << "the window moved into view";
-    capture.stop();
+    catcher.capture.stop();
     EXPECT_EQ(std::system(("kill $(cat '" + pidFile + "')").c_str()), 0);
-}
-
-TEST(OwnWindows, ShownWhenAsked) {
-    const x11::XConnection& connection = testConnection();
-    TestWindow own(connection, {400, 350, 200, 150}, ownRed, Management::unmanaged);
-    FrameCatcher catcher;
-    CaptureX11 capture(captureRequest(CaptureArea{{400, 350, 200, 150}}, {200, 150}));
-    capture.start(catcher.frames(), catcher.stopped());
-    EXPECT_TRUE(catcher.waitFor([](const Picture& p) { return near(p.at(100, 75), ownRed); }));
 }
 
 } // namespace

@@ -34,14 +34,15 @@ EditDecision editKeeping(double seconds, const std::vector<std::pair<double, dou
     return edit;
 }
 
-std::vector<double> RgbPicture::meanColour() const {
+std::vector<double> meanColour(const std::vector<std::uint8_t>& pixels, std::size_t channels) {
     std::vector<double> sums(3, 0.0);
-    for (std::size_t i = 0; i < rgb.size(); ++i) {
-        sums[i % 3] += rgb[i];
+    for (std::size_t i = 0; i < pixels.size(); ++i) {
+        if (i % channels < 3) {
+            sums[i % channels] += pixels[i];
+        }
     }
-    const double pixels = static_cast<double>(rgb.size() / 3);
     for (double& sum : sums) {
-        sum /= pixels;
+        sum /= static_cast<double>(pixels.size() / channels);
     }
     return sums;
 }

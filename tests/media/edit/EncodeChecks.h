@@ -4,6 +4,7 @@
 // thumbnails: pictures and sound decoded by the ffmpeg command line, independently
 // of the code under test, and the test movies they are made from.
 
+#include "Harness.h"
 #include "LumenvaleKit/EditDecision.h"
 #include "Probe.h"
 
@@ -17,15 +18,6 @@
 
 namespace lumenvale::testing {
 
-// A fixture whose tests share the movies its suite makes once: `folder_` exists from
-// the start of the suite's SetUpTestSuite (which calls this one first) to its end.
-template <typename Suite, typename Base = ::testing::Test> class SharedFolderTest : public Base {
-  protected:
-    static void SetUpTestSuite() { folder_ = std::make_unique<TemporaryFolder>(); }
-    static void TearDownTestSuite() { folder_.reset(); }
-    static inline std::unique_ptr<TemporaryFolder> folder_;
-};
-
 // An edit of a `seconds` long movie keeping the given source ranges in order, played
 // at `speed`.
 EditDecision editKeeping(double seconds, const std::vector<std::pair<double, double>>& ranges,
@@ -36,10 +28,11 @@ struct RgbPicture {
     int width = 0;
     int height = 0;
     std::vector<std::uint8_t> rgb;
-
-    // The mean colour of the picture.
-    std::vector<double> meanColour() const;
 };
+
+// The mean red, green and blue of pixels of `channels` bytes each (red, green, blue
+// first).
+std::vector<double> meanColour(const std::vector<std::uint8_t>& pixels, std::size_t channels = 3);
 
 // The pictures ffmpeg decodes with `ffmpegArguments` (see rawFrames), each `width` x
 // `height`.

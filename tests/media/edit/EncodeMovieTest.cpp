@@ -1,15 +1,12 @@
-// The export that encodes an edit again: speed, crop, gains, the rebuilt mix, cuts,
-// and what a failed or cancelled export leaves behind. Every result is checked by
-// decoding it with the ffmpeg command line.
+// The export that encodes an edit again: speed, crop, gains, the rebuilt mix and cuts,
+// each checked by decoding the result with the ffmpeg command line (what a failed or
+// cancelled export leaves behind: ExportOutcomeTest).
 
 #include "EncodeChecks.h"
 #include "LumenvaleMedia/EditRenderer.h"
-#include "LumenvaleMedia/MediaError.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cmath>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <memory>
 
@@ -80,9 +77,7 @@ TEST_F(EncodeMovieTest, SpeedScalesPictureAndSoundAndKeepsThePitch) {
         edit.speed = c.speed;
         const auto destination = *folder_ / "speed.mp4";
         std::filesystem::remove(destination); // the case before wrote it; exports never replace
-        std::vector<double> reports;
-        EditRenderer::exportMovie(source("tone.mp4"), edit, c.codec, destination,
-                                  [&](double fraction) { reports.push_back(fraction); });
+        EditRenderer::exportMovie(source("tone.mp4"), edit, c.codec, destination, {});
 
         const double expected = sourceSeconds / c.speed;
         const MovieInfo info = probe(destination);
@@ -103,11 +98,6 @@ TEST_F(EncodeMovieTest, SpeedScalesPictureAndSoundAndKeepsThePitch) {
         EXPECT_NEAR(decibels(audioRms(destination, 0, expected * 0.25, expected * 0.5) /
                              audioRms(source("tone.mp4"), 0, 1, 2)),
                     0, 0.5);
-
-        ASSERT_FALSE(reports.empty());
-        EXPECT_TRUE(std::is_sorted(reports.begin(), reports.end()));
-        EXPECT_GE(reports.front(), 0.0);
-        EXPECT_DOUBLE_EQ(reports.back(), 1.0);
     }
 }
 
@@ -192,42 +182,8 @@ TEST_F(EncodeMovieTest, CutsAndSpeedShowTheFramesOfTheirOutputTimes) {
     ASSERT_EQ(pictures.size(), 38u);
     for (std::size_t k = 0; k < pictures.size(); ++k) {
         const int expected = static_cast<int>(k < 15 ? 30 + 2 * k : 90 + 2 * k);
-        EXPECT_EQ(frameNumberOf(pictures[k].meanColour()), expected) << "output frame " << k;
+        EXPECT_EQ(frameNumberOf(meanColour(pictures[k].rgb)), expected) << "output frame " << k;
     }
-}
-
-TEST_F(EncodeMovieTest, FailureAndCancellationLeaveNothingBehind) {
-    EditDecision edit(sourceSeconds);
-    edit.speed = 2;
-
-    const auto unwritable = *folder_ / "missing" / "out.mp4";
-    try {
-        EditRenderer::exportMovie(source("tone.mp4"), edit, Codec::h264, unwritable, {});
-        FAIL() << "an export into a missing folder succeeded";
-    } catch (const MediaError& error) {
-        EXPECT_NE(std::string(error.what()).find("out.mp4"), std::string::npos) << error.what();
-    }
-    EXPECT_FALSE(std::filesystem::exists(unwritable));
-
-    const auto cancelled = *folder_ / "cancelled.mp4";
-    std::atomic<bool> cancel{false};
-    EXPECT_THROW(EditRenderer::exportMovie(
-                     source("tone.mp4"), edit, Codec::h264, cancelled,
-                     [&](double fraction) {
-                         if (fraction > 0.2) {
-                             cancel = true;
-                         }
-                     },
-                     &cancel),
-                 MediaError);
-    EXPECT_TRUE(cancel);
-    EXPECT_FALSE(std::filesystem::exists(cancelled));
-
-    const auto notAMovie = *folder_ / "text.mp4";
-    { std::ofstream(notAMovie) << "not a movie"; }
-    EXPECT_THROW(EditRenderer::exportMovie(notAMovie, edit, Codec::h264, *folder_ / "x.mp4", {}),
-                 MediaError);
-    EXPECT_FALSE(std::filesystem::exists(*folder_ / "x.mp4"));
 }
 
 } // namespace

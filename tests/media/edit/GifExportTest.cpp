@@ -1,16 +1,13 @@
 // The GIF export: how many frames at which times, their delays and looping, the
-// size after crop and scale, how faithful the colours are, and what a failed or
-// cancelled export leaves behind. Results are read by an independent decoder
-// (ffmpeg) and by walking the GIF's blocks.
+// size after crop and scale, and how faithful the colours are (failures:
+// ExportOutcomeTest). Results are read by an independent decoder (ffmpeg) and by
+// walking the GIF's blocks.
 
 #include "EncodeChecks.h"
 #include "LumenvaleMedia/EditRenderer.h"
-#include "LumenvaleMedia/MediaError.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cmath>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <memory>
 
@@ -71,13 +68,11 @@ TEST_F(GifExportTest, FramesAreTenASecondOfTheFirstThirtySecondsAndLoopForever) 
         const auto pictures = decodePictures(gif);
         ASSERT_EQ(pictures.size(), c.frames);
         for (std::size_t k = 0; k < pictures.size(); ++k) {
-            EXPECT_EQ(frameNumberOf(pictures[k].meanColour()),
+            EXPECT_EQ(frameNumberOf(meanColour(pictures[k].rgb)),
                       sourceFrameAt(edit, static_cast<double>(k) / 10))
                 << "GIF frame " << k;
         }
-        EXPECT_EQ(reports.size(), c.frames);
-        EXPECT_TRUE(std::is_sorted(reports.begin(), reports.end()));
-        EXPECT_DOUBLE_EQ(reports.back(), 1.0);
+        EXPECT_EQ(reports.size(), c.frames) << "a progress report a frame";
     }
 }
 
@@ -122,44 +117,6 @@ TEST_F(GifExportTest, EveryFrameKeepsItsColoursAndNewColoursGetAPaletteOfTheirOw
                       480, 270);
         EXPECT_GT(psnr(pictures[k], source.at(0)), 30) << "GIF frame " << k;
     }
-}
-
-TEST_F(GifExportTest, FailureAndCancellationLeaveNothingBehind) {
-    EditDecision edit(35);
-    const auto unwritable = *folder_ / "missing" / "out.gif";
-    EXPECT_THROW(EditRenderer::exportGIF(*folder_ / "numbered.mp4", edit, unwritable, {}),
-                 MediaError);
-    EXPECT_FALSE(std::filesystem::exists(unwritable));
-
-    const auto cancelled = *folder_ / "cancelled.gif";
-    std::atomic<bool> cancel{false};
-    int reports = 0;
-    EXPECT_THROW(EditRenderer::exportGIF(
-                     *folder_ / "numbered.mp4", edit, cancelled,
-                     [&](double) {
-                         if (++reports == 5) {
-                             cancel = true;
-                         }
-                     },
-                     &cancel),
-                 MediaError);
-    EXPECT_EQ(reports, 5);
-    EXPECT_FALSE(std::filesystem::exists(cancelled));
-
-    EXPECT_THROW(EditRenderer::exportGIF(*folder_ / "absent.mp4", edit, *folder_ / "x.gif", {}),
-                 MediaError);
-    EXPECT_FALSE(std::filesystem::exists(*folder_ / "x.gif"));
-
-    // A GIF never replaces a file, nor writes through a dangling link.
-    const auto taken = *folder_ / "taken.gif";
-    { std::ofstream(taken) << "someone else’s picture"; }
-    std::filesystem::create_symlink(*folder_ / "elsewhere.gif", *folder_ / "dangling.gif");
-    for (const auto& destination : {taken, *folder_ / "dangling.gif"}) {
-        EXPECT_THROW(EditRenderer::exportGIF(*folder_ / "numbered.mp4", edit, destination, {}),
-                     MediaError);
-    }
-    EXPECT_TRUE(testing::readFile(taken) == "someone else’s picture") << "replaced";
-    EXPECT_FALSE(std::filesystem::exists(*folder_ / "elsewhere.gif"));
 }
 
 } // namespace

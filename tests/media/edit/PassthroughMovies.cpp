@@ -7,7 +7,10 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
+#include <set>
+#include <sstream>
 #include <stdexcept>
 
 namespace lumenvale::edittest {
@@ -145,6 +148,58 @@ std::vector<PacketSum> videoPackets(const std::filesystem::path& movie) {
     std::sort(packets.begin(), packets.end(),
               [](const auto& a, const auto& b) { return a.timeSeconds < b.timeSeconds; });
     return packets;
+}
+
+std::vector<double> timesOf(const std::vector<PacketSum>& packets) {
+    std::vector<double> times;
+    for (const auto& packet : packets) {
+        times.push_back(packet.timeSeconds);
+    }
+    return times;
+}
+
+void expectEncodedFrameIs(const std::string& output, const std::vector<std::string>& sourceFrames,
+                          std::size_t chosen, const std::string& what) {
+    const double quality = testing::psnr(output, sourceFrames.at(chosen));
+    EXPECT_GT(quality, 30) << what;
+    for (std::size_t k = chosen > 2 ? chosen - 2 : 0; k <= chosen + 2 && k < sourceFrames.size();
+         ++k) {
+        if (k != chosen) {
+            EXPECT_GT(quality, testing::psnr(output, sourceFrames[k])) << what << ", frame " << k;
+        }
+    }
+}
+
+namespace {
+
+// The MD5s of the packets of the first sound track.
+std::set<std::string> soundPacketSums(const std::filesystem::path& movie) {
+    std::istringstream lines(
+        run("ffmpeg -v error -i " + quoted(movie) + " -map 0:a:0 -c copy -f framemd5 -"));
+    std::set<std::string> sums;
+    for (std::string line; std::getline(lines, line);) {
+        if (line.empty() || line[0] == '#') {
+            continue;
+        }
+        // stream, dts, pts, duration, size, MD5 of the data; side data may follow.
+        std::size_t at = 0;
+        for (int field = 0; field < 5; ++field) {
+            at = line.find(',', at) + 1;
+        }
+        sums.insert(line.substr(line.find_first_not_of(' ', at), 32));
+    }
+    return sums;
+}
+
+} // namespace
+
+void expectSoundCopied(const std::filesystem::path& source, const std::filesystem::path& output) {
+    const auto sourceSums = soundPacketSums(source);
+    const auto outputSums = soundPacketSums(output);
+    EXPECT_FALSE(outputSums.empty());
+    for (const auto& sum : outputSums) {
+        EXPECT_EQ(sourceSums.count(sum), 1U) << "a sound packet not in the source: " << sum;
+    }
 }
 
 std::vector<std::string> lumaFrames(const std::filesystem::path& movie) {

@@ -41,6 +41,7 @@ struct PacketSum {
     std::string md5;
 };
 std::vector<PacketSum> videoPackets(const std::filesystem::path& movie);
+std::vector<double> timesOf(const std::vector<PacketSum>& packets);
 
 // Every decoded frame of the first video stream as 8-bit luma, in presentation order.
 std::vector<std::string> lumaFrames(const std::filesystem::path& movie);
@@ -55,6 +56,16 @@ struct ExpectedFrame {
 };
 std::vector<ExpectedFrame> expectedFrames(const EditDecision& edit,
                                           const std::vector<double>& sourceTimes);
+
+// Checks that a frame encoded again still shows source frame `chosen` (luma, as
+// lumaFrames gives them): close in picture quality, and nearer to it than to the two
+// frames either side.
+void expectEncodedFrameIs(const std::string& output, const std::vector<std::string>& sourceFrames,
+                          std::size_t chosen, const std::string& what);
+
+// Checks that every packet of the first sound track of `output` is one of `source`'s:
+// the sound was copied, not encoded again.
+void expectSoundCopied(const std::filesystem::path& source, const std::filesystem::path& output);
 
 // Lines of `ffprobe -v trace` on the file that contain `text`.
 int traceCount(const std::filesystem::path& movie, const std::string& text);

@@ -28,19 +28,6 @@ class ThumbnailsTest : public testing::SharedFolderTest<ThumbnailsTest> {
     }
 };
 
-std::vector<double> meanColour(const Image& image) {
-    std::vector<double> sums(3, 0.0);
-    for (std::size_t i = 0; i < image.rgba.size(); i += 4) {
-        for (std::size_t c = 0; c < 3; ++c) {
-            sums[c] += image.rgba[i + c];
-        }
-    }
-    for (double& sum : sums) {
-        sum /= static_cast<double>(image.rgba.size() / 4);
-    }
-    return sums;
-}
-
 TEST_F(ThumbnailsTest, CentresOfEqualSlicesInOrderFittingTheBox) {
     struct Case {
         const char* movie;
@@ -60,7 +47,7 @@ TEST_F(ThumbnailsTest, CentresOfEqualSlicesInOrderFittingTheBox) {
             ASSERT_EQ(thumbnail.image.rgba.size(),
                       static_cast<std::size_t>(c.size.width * c.size.height * 4));
             // A frame from at most a keyframe interval before the time, never after it.
-            const int shown = frameNumberOf(meanColour(thumbnail.image));
+            const int shown = frameNumberOf(meanColour(thumbnail.image.rgba, 4));
             EXPECT_LE(shown, std::lround(thumbnail.timeSeconds * 30)) << "thumbnail " << i;
             EXPECT_GE(shown, std::lround(thumbnail.timeSeconds * 30) - 30) << "thumbnail " << i;
             if (i > 0) {

@@ -2,6 +2,7 @@
 // parts without content. The user gets a sentence; no part is lost and no partial
 // movie stays behind.
 
+#include "Harness.h"
 #include "LumenvaleMedia/RecordingFiles.h"
 #include "PartMaker.h"
 #include "Probe.h"
@@ -18,11 +19,6 @@ namespace lumenvale {
 namespace {
 
 const LocalDateTime date{2025, 3, 4, 17, 5, 9};
-
-std::size_t entries(const std::filesystem::path& folder) {
-    return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(folder),
-                                                  std::filesystem::directory_iterator()));
-}
 
 // A folder on a small file system of its own (root only: mounting is a privilege).
 class SmallDisk {
@@ -80,16 +76,14 @@ TEST_F(SaveFailureTest, AFolderThatRefusesWritingGivesASentenceAndKeepsTheParts)
                                 "”: " + reason + "."},
           std::pair{folder / "Movies", "Lumenvale can’t create the folder “" +
                                            (folder / "Movies").string() + "”: " + reason + "."}}) {
-        try {
-            RecordingFiles::save(parts_, target, date);
-            ADD_FAILURE() << "saved into " << target;
-        } catch (const MediaError& error) {
-            EXPECT_EQ(error.what(), sentence);
-            EXPECT_FALSE(error.recError.has_value());
-        }
+        const auto error =
+            testing::thrown<MediaError>([&] { RecordingFiles::save(parts_, target, date); });
+        ASSERT_TRUE(error) << "saved into " << target;
+        EXPECT_EQ(error->what(), sentence);
+        EXPECT_FALSE(error->recError.has_value());
         expectPartsKept();
     }
-    EXPECT_EQ(entries(folder), 0u);
+    EXPECT_TRUE(testing::folderContents(folder).empty());
     std::error_code ignored; // (a read-only mount refuses this too)
     std::filesystem::permissions(folder, std::filesystem::perms::owner_all, ignored);
 }
@@ -100,16 +94,12 @@ TEST_F(SaveFailureTest, AFullDiskGivesASentenceRemovesThePartialMovieAndKeepsThe
     if (!disk.mounted()) {
         GTEST_SKIP() << "cannot mount a small file system here";
     }
-    try {
-        RecordingFiles::save(parts_, folder, date);
-        ADD_FAILURE() << "saved onto a full disk";
-    } catch (const MediaError& error) {
-        EXPECT_EQ(error.what(),
-                  "There isn’t enough space on the disk to save the movie in the folder “" +
-                      folder.string() + "”.");
-    }
+    EXPECT_EQ(
+        testing::thrownMessage<MediaError>([&] { RecordingFiles::save(parts_, folder, date); }),
+        "There isn’t enough space on the disk to save the movie in the folder “" + folder.string() +
+            "”.");
     expectPartsKept();
-    EXPECT_EQ(entries(folder), 0u) << "the partial movie is removed";
+    EXPECT_TRUE(testing::folderContents(folder).empty()) << "the partial movie is removed";
 }
 
 TEST_F(SaveFailureTest, AFolderOnAnotherFileSystemGetsEveryFrame) {
@@ -120,18 +110,9 @@ TEST_F(SaveFailureTest, AFolderOnAnotherFileSystemGetsEveryFrame) {
     if (!disk.mounted()) {
         GTEST_SKIP() << "cannot mount a file system here";
     }
-    std::vector<std::string> expected;
-    for (const auto& part : parts_) {
-        for (const auto& frame : testing::frameChecksums(part)) {
-            expected.push_back(frame.md5);
-        }
-    }
+    const auto expected = testing::frameMd5s(parts_);
     const Recording saved = RecordingFiles::save(parts_, folder, date);
-    std::vector<std::string> joined;
-    for (const auto& frame : testing::frameChecksums(saved.path)) {
-        joined.push_back(frame.md5);
-    }
-    EXPECT_EQ(joined, expected);
+    EXPECT_EQ(testing::frameMd5s(saved.path), expected);
     EXPECT_NEAR(testing::audioRms(saved.path, 0, 1.0, 1.0),
                 testing::audioRms(temp_ / "recording.mp4", 0, 1.0, 1.0), 0.01);
 }
@@ -144,19 +125,15 @@ TEST_F(SaveFailureTest, AFileSizeLimitStopsTheSaveCleanly) {
     rlimit limited = previous;
     limited.rlim_cur = 100 * 1024;
     ::setrlimit(RLIMIT_FSIZE, &limited);
-    std::string message;
-    try {
-        RecordingFiles::save(parts_, folder, date);
-    } catch (const MediaError& error) {
-        message = error.what();
-    }
+    const std::string message =
+        testing::thrownMessage<MediaError>([&] { RecordingFiles::save(parts_, folder, date); });
     ::setrlimit(RLIMIT_FSIZE, &previous);
     std::signal(SIGXFSZ, previousSignal);
 
     EXPECT_EQ(message,
               "The movie is too large for the disk of the folder “" + folder.string() + "”.");
     expectPartsKept();
-    EXPECT_EQ(entries(folder), 0u);
+    EXPECT_TRUE(testing::folderContents(folder).empty());
 }
 
 TEST_F(SaveFailureTest, PartsWithoutContentAreLeftOutAndNotMoviesAreNeverRemoved) {
@@ -177,13 +154,11 @@ TEST_F(SaveFailureTest, PartsWithoutContentAreLeftOutAndNotMoviesAreNeverRemoved
 
     for (const auto& nothing : {std::vector<std::filesystem::path>{},
                                 std::vector<std::filesystem::path>{empty, notAMovie}}) {
-        try {
-            RecordingFiles::save(nothing, temp_ / "out", date);
-            ADD_FAILURE() << "saved nothing";
-        } catch (const MediaError& error) {
-            EXPECT_EQ(error.recError, RecError::nothingRecorded);
-            EXPECT_STREQ(error.what(), "Nothing was recorded.");
-        }
+        const auto error = testing::thrown<MediaError>(
+            [&] { RecordingFiles::save(nothing, temp_ / "out", date); });
+        ASSERT_TRUE(error) << "saved nothing";
+        EXPECT_EQ(error->recError, RecError::nothingRecorded);
+        EXPECT_STREQ(error->what(), "Nothing was recorded.");
     }
     EXPECT_TRUE(std::filesystem::exists(empty));
     EXPECT_FALSE(std::filesystem::exists(temp_ / "out")) << "no folder made for nothing";

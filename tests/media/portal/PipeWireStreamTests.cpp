@@ -4,54 +4,24 @@
 // choice of monitor, the restricted connection) runs in
 // tests/e2e/wayland_record_screen.sh.
 
+#include "Harness.h"
 #include "LumenvaleMedia/MediaError.h"
 #include "Probe.h"
 #include "capture/portal/PipeWireStream.h"
 
-#include <array>
-#include <chrono>
-#include <csignal>
 #include <cstdlib>
 #include <gtest/gtest.h>
 #include <optional>
-#include <spawn.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <sys/wait.h>
-#include <thread>
-#include <vector>
-
-extern char** environ;
 
 namespace lumenvale::portal {
 namespace {
 
-// A program run for the life of the object; stopped with SIGTERM.
-class Child {
-  public:
-    explicit Child(std::vector<std::string> arguments) {
-        std::vector<char*> argv;
-        for (std::string& argument : arguments) {
-            argv.push_back(argument.data());
-        }
-        argv.push_back(nullptr);
-        if (posix_spawnp(&pid_, argv[0], nullptr, nullptr, argv.data(), environ) != 0) {
-            pid_ = -1;
-        }
-    }
-    ~Child() {
-        if (pid_ > 0) {
-            kill(pid_, SIGTERM);
-            waitpid(pid_, nullptr, 0);
-        }
-    }
-    Child(const Child&) = delete;
-    Child& operator=(const Child&) = delete;
-    bool running() const { return pid_ > 0 && waitpid(pid_, nullptr, WNOHANG) == 0; }
-
-  private:
-    pid_t pid_ = -1;
-};
+using testing::ChildProcess;
+using testing::ScopedEnv;
+using testing::waitUntil;
+using namespace std::chrono_literals;
 
 // A connection to the PipeWire socket in `runtime`, as the portal would hand it over.
 OwnedFd connectTo(const std::filesystem::path& socketPath) {
@@ -67,14 +37,7 @@ OwnedFd connectTo(const std::filesystem::path& socketPath) {
 
 // The id of the node named `name`, read from pw-cli's listing; 0 while there is none.
 std::uint32_t nodeNamed(const std::string& name) {
-    const std::string command = "pw-cli ls Node 2>/dev/null";
-    FILE* pipe = popen(command.c_str(), "r");
-    std::string listing;
-    std::array<char, 4096> chunk{};
-    while (std::fgets(chunk.data(), chunk.size(), pipe)) {
-        listing += chunk.data();
-    }
-    pclose(pipe);
+    const std::string listing = testing::run("pw-cli ls Node 2>/dev/null || true");
     const std::size_t at = listing.find("node.name = \"" + name + "\"");
     // Each object's listing opens with a tab and "id N,".
     const std::size_t id = listing.rfind("\tid ", at);
@@ -84,26 +47,24 @@ std::uint32_t nodeNamed(const std::string& name) {
     return static_cast<std::uint32_t>(std::strtoul(listing.c_str() + id + 4, nullptr, 10));
 }
 
-template <typename Condition> bool waitFor(Condition condition) {
-    for (int tries = 0; tries < 200; ++tries) {
-        if (condition()) {
-            return true;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+// A private PipeWire daemon whose socket is in a fresh runtime folder.
+struct PrivatePipeWire {
+    const testing::TemporaryFolder runtime;
+    const ScopedEnv xdg{"XDG_RUNTIME_DIR", runtime.path().string()};
+    const ScopedEnv pipewire{"PIPEWIRE_RUNTIME_DIR", runtime.path().string()};
+    const ChildProcess daemon{{"pipewire"}};
+    bool started() const {
+        return waitUntil([&] { return std::filesystem::exists(runtime / "pipewire-0"); }, 10s);
     }
-    return false;
-}
+    OwnedFd connect() const { return connectTo(runtime / "pipewire-0"); }
+};
 
 TEST(PortalStream, AnRgbxSourceArrivesAsBgraOfItsSizeAndAGoneNodeEndsTheStream) {
-    const testing::TemporaryFolder runtime;
-    setenv("XDG_RUNTIME_DIR", runtime.path().c_str(), 1);
-    setenv("PIPEWIRE_RUNTIME_DIR", runtime.path().c_str(), 1);
-    const Child pipewire({"pipewire"});
-    ASSERT_TRUE(waitFor([&] { return std::filesystem::exists(runtime / "pipewire-0"); }))
-        << "PipeWire did not start";
-    const Child sessionManager({"wireplumber"});
+    const PrivatePipeWire pipewire;
+    ASSERT_TRUE(pipewire.started()) << "PipeWire did not start";
+    const ChildProcess sessionManager({"wireplumber"});
     // Red, green and blue of 10, 200 and 90: RGBx in memory, so BGRA is 90, 200, 10.
-    std::optional<Child> source;
+    std::optional<ChildProcess> source;
     source.emplace(std::vector<std::string>{
         "gst-launch-1.0", "-q", "videotestsrc", "pattern=solid-color",
         "foreground-color=0xff0ac85a", "!",
@@ -111,10 +72,10 @@ TEST(PortalStream, AnRgbxSourceArrivesAsBgraOfItsSizeAndAGoneNodeEndsTheStream) 
         "mode=provide", "client-name=lumenvale-test-source",
         "stream-properties=props,node.name=lumenvale-test-source,media.class=Video/Source"});
     std::uint32_t node = 0;
-    ASSERT_TRUE(waitFor([&] { return (node = nodeNamed("lumenvale-test-source")) != 0; }))
+    ASSERT_TRUE(waitUntil([&] { return (node = nodeNamed("lumenvale-test-source")) != 0; }, 10s))
         << "the GStreamer source did not appear";
     // Asked for another size, as for a window whose size the portal did not say.
-    PipeWireStream stream(connectTo(runtime / "pipewire-0"), node, 30, {1920, 1080});
+    PipeWireStream stream(pipewire.connect(), node, 30, {1920, 1080});
     stream.waitUntilFlowing(std::chrono::seconds(10));
     EXPECT_EQ(stream.formatSize(), (PixelSize{64, 48}));
     ASSERT_TRUE(stream.waitForPicture(std::chrono::seconds(10)));
@@ -128,19 +89,17 @@ TEST(PortalStream, AnRgbxSourceArrivesAsBgraOfItsSizeAndAGoneNodeEndsTheStream) 
     });
     EXPECT_FALSE(stream.ended());
     source.reset();
-    EXPECT_TRUE(waitFor([&] { return stream.ended(); })) << "the source went, the stream stayed";
+    EXPECT_TRUE(waitUntil([&] { return stream.ended(); }, 10s))
+        << "the source went, the stream stayed";
     // PipeWire itself is still there: the display (or the window) is what went.
     EXPECT_EQ(stream.endSentence(SourceKind::monitor), "The display is gone.");
     EXPECT_EQ(stream.endSentence(SourceKind::window), "The window closed.");
 }
 
 TEST(PortalStream, ANodeThatIsNotThereNeverFlows) {
-    const testing::TemporaryFolder runtime;
-    setenv("XDG_RUNTIME_DIR", runtime.path().c_str(), 1);
-    setenv("PIPEWIRE_RUNTIME_DIR", runtime.path().c_str(), 1);
-    const Child pipewire({"pipewire"});
-    ASSERT_TRUE(waitFor([&] { return std::filesystem::exists(runtime / "pipewire-0"); }));
-    PipeWireStream stream(connectTo(runtime / "pipewire-0"), 999999, 30, {64, 48});
+    const PrivatePipeWire pipewire;
+    ASSERT_TRUE(pipewire.started());
+    PipeWireStream stream(pipewire.connect(), 999999, 30, {64, 48});
     EXPECT_THROW(stream.waitUntilFlowing(std::chrono::milliseconds(1500)), MediaError);
     EXPECT_FALSE(stream.waitForPicture(std::chrono::milliseconds(100)));
 }

@@ -3,6 +3,7 @@
 // monitor's picture an area takes, and displays without a compositor. The capture itself runs
 // against a real session in tests/e2e/wayland_record_screen.sh.
 
+#include "Harness.h"
 #include "LumenvaleMedia/DisplaysWayland.h"
 #include "LumenvaleMedia/MediaError.h"
 #include "capture/portal/PipeWireStream.h"
@@ -18,30 +19,7 @@
 namespace lumenvale::portal {
 namespace {
 
-// Sets an environment variable (or unsets it, for nothing) for one scope.
-class ScopedEnv {
-  public:
-    ScopedEnv(const char* name, std::optional<std::string> value) : name_(name) {
-        if (const char* old = std::getenv(name)) {
-            old_ = old;
-        }
-        set(value);
-    }
-    ~ScopedEnv() { set(old_); }
-    ScopedEnv(const ScopedEnv&) = delete;
-    ScopedEnv& operator=(const ScopedEnv&) = delete;
-
-  private:
-    void set(const std::optional<std::string>& value) {
-        if (value) {
-            setenv(name_, value->c_str(), 1);
-        } else {
-            unsetenv(name_);
-        }
-    }
-    const char* name_;
-    std::optional<std::string> old_;
-};
+using testing::ScopedEnv;
 
 TEST(PortalPixels, EveryAcceptedByteOrderBecomesBgraAndRowPaddingIsLeftOut) {
     // Two pixels a row, two rows, rows padded to 12 bytes.
@@ -86,20 +64,11 @@ TEST(PortalDisplays, WithoutACompositorTheDisplayIsGone) {
     const ScopedEnv runtime("XDG_RUNTIME_DIR", "/nonexistent");
     const ScopedEnv display("WAYLAND_DISPLAY", "lumenvale-no-such-compositor");
     DisplaysWayland displays;
-    try {
-        displays.screens();
-        FAIL() << "listed the screens of no compositor";
-    } catch (const MediaError& error) {
-        EXPECT_EQ(error.recError, RecError::displayGone);
-    }
+    const auto error = testing::thrown<MediaError>([&] { displays.screens(); });
+    ASSERT_TRUE(error) << "listed the screens of no compositor";
+    EXPECT_EQ(error->recError, RecError::displayGone);
     EXPECT_TRUE(displays.windows().empty());
 }
-
-} // namespace
-} // namespace lumenvale::portal
-
-namespace lumenvale::portal {
-namespace {
 
 TEST(PortalVisiblePart, AnAreaIsCutFromItsMonitorInThePicturesPixels) {
     ScreenCastGrant grant;

@@ -1,7 +1,7 @@
 // A recording process killed with SIGKILL leaves a part that plays up to about a
 // second before the kill, and the part is locked only while it is being written.
 
-#include "LumenvaleMedia/AudioDevices.h"
+#include "Harness.h"
 #include "LumenvaleMedia/RecordingPipeline.h"
 #include "Probe.h"
 #include "RecordTestSupport.h"
@@ -10,13 +10,9 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <spawn.h>
 #include <sys/file.h>
 #include <sys/wait.h>
-#include <thread>
 #include <unistd.h>
-
-extern char** environ;
 
 namespace lumenvale::testing {
 namespace {
@@ -26,10 +22,7 @@ using namespace std::chrono_literals;
 // Runs in the child process: records into `folder` until it is killed.
 [[noreturn]] void recordUntilKilled(const std::filesystem::path& folder) {
     try {
-        RecordingSources sources;
-        sources.video = std::make_unique<CounterVideoSource>(PixelSize{320, 240}, 30);
-        sources.systemAudio = AudioDevices::open(AudioKind::system);
-        RecordingPipeline pipeline(std::move(sources), Codec::h264, folder,
+        RecordingPipeline pipeline(counterSources(true), Codec::h264, folder,
                                    LocalDateTime{2022, 2, 2, 2, 2, 2}, {});
         pipeline.start();
         for (;;) {
@@ -55,28 +48,6 @@ class RecordUntilKilledWhenAsked : public ::testing::Environment {
 [[maybe_unused]] const auto* const childMode =
     ::testing::AddGlobalTestEnvironment(new RecordUntilKilledWhenAsked);
 
-pid_t startRecordingChild(const std::filesystem::path& folder) {
-    std::vector<std::string> variables{std::string(recordUntilKilledVariable) + "=" +
-                                       folder.string()};
-    for (char** variable = environ; *variable != nullptr; ++variable) {
-        variables.emplace_back(*variable);
-    }
-    std::vector<char*> environment;
-    for (std::string& variable : variables) {
-        environment.push_back(variable.data());
-    }
-    environment.push_back(nullptr);
-    std::string program = "/proc/self/exe";
-    std::string filter = "--gtest_filter=CrashSafety.*";
-    std::vector<char*> arguments{program.data(), filter.data(), nullptr};
-    pid_t child = -1;
-    if (posix_spawn(&child, program.c_str(), nullptr, nullptr, arguments.data(),
-                    environment.data()) != 0) {
-        return -1;
-    }
-    return child;
-}
-
 // Whether another open file description can take the part's lock right now.
 bool lockIsFree(const std::filesystem::path& part) {
     const int fd = ::open(part.c_str(), O_RDONLY | O_CLOEXEC);
@@ -90,27 +61,27 @@ bool lockIsFree(const std::filesystem::path& part) {
 
 TEST(CrashSafety, AKilledRecordingLeavesAllButAboutASecond) {
     TemporaryFolder folder;
-    const pid_t child = startRecordingChild(folder.path());
-    ASSERT_GT(child, 0);
+    ChildProcess child({"/proc/self/exe", "--gtest_filter=CrashSafety.*"},
+                       {std::string(recordUntilKilledVariable) + "=" + folder.path().string()});
+    ASSERT_TRUE(child.started());
     std::filesystem::path part;
-    const auto deadline = std::chrono::steady_clock::now() + 10s;
-    while (part.empty() && std::chrono::steady_clock::now() < deadline) {
-        for (const auto& entry : std::filesystem::directory_iterator(folder.path())) {
-            if (entry.path().filename().string().starts_with("Lumenvale-")) {
-                part = entry.path(); // not the hidden name it is made under
+    ASSERT_TRUE(waitUntil(
+        [&] {
+            for (const auto& entry : std::filesystem::directory_iterator(folder.path())) {
+                if (entry.path().filename().string().starts_with("Lumenvale-")) {
+                    part = entry.path(); // not the hidden name it is made under
+                }
             }
-        }
-        std::this_thread::sleep_for(10ms);
-    }
-    ASSERT_FALSE(part.empty()) << "the child never created its part";
+            return !part.empty();
+        },
+        10s))
+        << "the child never created its part";
     const auto created = std::chrono::steady_clock::now();
     { Tone speakers("lumenvale_speakers", 440, 3.5); }
     EXPECT_FALSE(lockIsFree(part)) << "a part is locked while it is written";
     const double recordedSeconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - created).count();
-    ASSERT_EQ(::kill(child, SIGKILL), 0);
-    int status = 0;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    const int status = child.kill(SIGKILL);
     ASSERT_TRUE(WIFSIGNALED(status)) << "the child ended by itself with " << WEXITSTATUS(status);
     EXPECT_TRUE(lockIsFree(part)) << "the lock goes with the process";
 
@@ -139,10 +110,8 @@ TEST(CrashSafety, AKilledRecordingLeavesAllButAboutASecond) {
 TEST(CrashSafety, APartIsOnDiskSoonAfterItStartsAndWholeWhilePaused) {
     TemporaryFolder folder;
     TemporaryFolder copies;
-    RecordingSources sources;
-    sources.video = std::make_unique<CounterVideoSource>(PixelSize{320, 240}, 30);
-    sources.systemAudio = AudioDevices::open(AudioKind::system);
-    RecordingPipeline pipeline(std::move(sources), Codec::h264, folder.path(), LocalDateTime{}, {});
+    RecordingPipeline pipeline(counterSources(true), Codec::h264, folder.path(), LocalDateTime{},
+                               {});
     const std::filesystem::path part = pipeline.start();
     std::this_thread::sleep_for(1500ms);
     std::filesystem::copy_file(part, copies / "early.mp4");

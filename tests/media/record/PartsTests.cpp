@@ -1,36 +1,24 @@
 // Pausing and resuming: one part per recorded stretch, and sound that runs on
 // across the parts as one stream, in step with the picture.
 
-#include "LumenvaleMedia/AudioDevices.h"
-#include "LumenvaleMedia/MediaError.h"
 #include "LumenvaleMedia/RecordingPipeline.h"
 #include "Probe.h"
 #include "RecordTestSupport.h"
 
 #include <cmath>
-#include <condition_variable>
 #include <gtest/gtest.h>
-#include <mutex>
-#include <numeric>
-#include <thread>
 
 namespace lumenvale::testing {
 namespace {
 
 using namespace std::chrono_literals;
 
-constexpr PixelSize testSize{320, 240};
 constexpr int testFps = 30;
 
 TEST(Parts, PauseAndResumeTwiceMakeThreePartsWithContinuousSound) {
     TemporaryFolder folder;
     PipelineReports finished;
-    auto video = std::make_unique<CounterVideoSource>(testSize, testFps);
-    RecordingSources sources;
-    sources.video = std::move(video);
-    sources.systemAudio = AudioDevices::open(AudioKind::system);
-    sources.microphone = AudioDevices::open(AudioKind::microphone);
-    RecordingPipeline pipeline(std::move(sources), Codec::h264, folder.path(),
+    RecordingPipeline pipeline(counterSources(true, true), Codec::h264, folder.path(),
                                LocalDateTime{2023, 12, 31, 23, 59, 58}, finished.handlers());
     Tone speakers("lumenvale_speakers", 440, 6.0);
 
@@ -112,10 +100,7 @@ TEST(Parts, PauseAndResumeTwiceMakeThreePartsWithContinuousSound) {
 TEST(Parts, PartsPausedBeforeTheirFirstFrameAreReportedAndTheSoundStaysWithThePicture) {
     TemporaryFolder folder;
     PipelineReports finished;
-    RecordingSources sources;
-    sources.video = std::make_unique<CounterVideoSource>(testSize, testFps);
-    sources.systemAudio = AudioDevices::open(AudioKind::system);
-    RecordingPipeline pipeline(std::move(sources), Codec::h264, folder.path(), LocalDateTime{},
+    RecordingPipeline pipeline(counterSources(true), Codec::h264, folder.path(), LocalDateTime{},
                                finished.handlers());
     const std::filesystem::path empty = pipeline.start();
     EXPECT_EQ(pipeline.pause(), empty);
@@ -159,12 +144,10 @@ double beepOnset(const std::filesystem::path& part) {
 TEST(Parts, SoundStaysInStepWithThePictureInEveryPart) {
     TemporaryFolder folder;
     PipelineReports finished;
-    auto video = std::make_unique<CounterVideoSource>(testSize, testFps);
+    RecordingSources sources = counterSources();
     auto beeper = std::make_unique<BeepAudioSource>();
-    CounterVideoSource& frames = *video;
+    CounterVideoSource& frames = counterVideo(sources);
     BeepAudioSource& beeps = *beeper;
-    RecordingSources sources;
-    sources.video = std::move(video);
     sources.microphone = std::move(beeper);
     RecordingPipeline pipeline(std::move(sources), Codec::h264, folder.path(), LocalDateTime{},
                                finished.handlers());

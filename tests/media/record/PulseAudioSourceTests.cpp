@@ -2,6 +2,7 @@
 // server: the sink "lumenvale_speakers" (default), the virtual microphone
 // "lumenvale_mic" (default source) fed through the sink "lumenvale_mic_input".
 
+#include "Harness.h"
 #include "LumenvaleMedia/AudioDevices.h"
 #include "LumenvaleMedia/MediaError.h"
 #include "Probe.h"
@@ -10,12 +11,10 @@
 
 #include <cmath>
 #include <condition_variable>
-#include <cstdlib>
 #include <gtest/gtest.h>
 #include <mutex>
 #include <numeric>
 #include <optional>
-#include <thread>
 
 namespace lumenvale::testing {
 namespace {
@@ -79,26 +78,15 @@ TEST(AudioDevices, ListsMicrophonesWithoutMonitorsAndTheDefaults) {
 }
 
 TEST(AudioDevices, AnUnreachableServerGivesNoMicrophoneAndAReadableError) {
-    const char* previous = std::getenv("PULSE_SERVER");
-    const std::optional<std::string> saved =
-        previous ? std::optional<std::string>(previous) : std::nullopt;
-    ::setenv("PULSE_SERVER", "unix:/nonexistent/lumenvale-no-server", 1);
+    const ScopedEnv server("PULSE_SERVER", "unix:/nonexistent/lumenvale-no-server");
     const AudioDevices::Inventory inventory = AudioDevices::query(500ms);
-    std::string error;
-    try {
-        PulseAudioSource source(AudioKind::system, std::nullopt);
-        source.start([](const AudioChunk&) {}, [](const std::string&) {});
-    } catch (const MediaError& failure) {
-        error = failure.what();
-    }
-    if (saved) {
-        ::setenv("PULSE_SERVER", saved->c_str(), 1);
-    } else {
-        ::unsetenv("PULSE_SERVER");
-    }
     EXPECT_FALSE(inventory.serverReachable);
     EXPECT_FALSE(AudioDevices::microphoneAvailable(inventory));
-    EXPECT_EQ(error, "Lumenvale can’t reach the sound server.");
+    EXPECT_EQ(thrownMessage<MediaError>([] {
+                  PulseAudioSource source(AudioKind::system, std::nullopt);
+                  source.start([](const AudioChunk&) {}, [](const std::string&) {});
+              }),
+              "Lumenvale can’t reach the sound server.");
 }
 
 struct HearingCase {
@@ -164,12 +152,10 @@ TEST(PulseAudioSource, RefusesMonitorsAndMissingDevicesAsMicrophones) {
         {"lumenvale_nothing", "The microphone “lumenvale_nothing” is not connected."}};
     for (const auto& [name, message] : refusals) {
         PulseAudioSource source(AudioKind::microphone, name);
-        try {
-            source.start([](const AudioChunk&) {}, [](const std::string&) {});
-            ADD_FAILURE() << name << " was accepted as a microphone";
-        } catch (const MediaError& error) {
-            EXPECT_TRUE(std::string(error.what()).ends_with(message)) << error.what();
-        }
+        EXPECT_TRUE(thrownMessage<MediaError>([&] {
+                        source.start([](const AudioChunk&) {}, [](const std::string&) {});
+                    }).ends_with(message))
+            << name;
     }
 }
 

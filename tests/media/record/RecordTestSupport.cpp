@@ -1,28 +1,23 @@
 #include "RecordTestSupport.h"
 
+#include "Harness.h"
+#include "LumenvaleMedia/AudioDevices.h"
 #include "Probe.h"
 
 #include <algorithm>
 #include <cmath>
-#include <csignal>
 #include <cstdlib>
-#include <cstring>
+#include <deque>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <numbers>
+#include <unistd.h>
 
 extern "C" {
 #include <libavutil/log.h>
 }
-#include <iterator>
-#include <numbers>
-#include <spawn.h>
-#include <sstream>
-#include <sys/wait.h>
-
-extern char** environ;
 
 namespace lumenvale::testing {
-
 namespace {
 
 // A PulseAudio null sink renders up to its latency ahead, two seconds when nobody
@@ -37,31 +32,16 @@ class WarmSinks : public ::testing::Environment {
             return;
         }
         for (const char* monitor : {"lumenvale_speakers.monitor", "lumenvale_mic_input.monitor"}) {
-            const std::string device = std::string("--device=") + monitor;
-            std::vector<std::string> arguments{
-                "parec",    device, "--latency-msec=20", "--rate=48000", "--file-format=wav",
-                "/dev/null"};
-            std::vector<char*> argv;
-            for (std::string& argument : arguments) {
-                argv.push_back(argument.data());
-            }
-            argv.push_back(nullptr);
-            pid_t pid = 0;
-            if (posix_spawnp(&pid, "parec", nullptr, nullptr, argv.data(), environ) == 0) {
-                readers_.push_back(pid);
-            }
+            readers_.emplace_back(std::vector<std::string>{
+                "parec", std::string("--device=") + monitor, "--latency-msec=20", "--rate=48000",
+                "--file-format=wav", "/dev/null"});
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(2500));
     }
-    void TearDown() override {
-        for (pid_t pid : readers_) {
-            ::kill(pid, SIGTERM);
-            ::waitpid(pid, nullptr, 0);
-        }
-    }
+    void TearDown() override { readers_.clear(); }
 
   private:
-    std::vector<pid_t> readers_;
+    std::deque<ChildProcess> readers_;
 };
 
 [[maybe_unused]] const auto* const warmSinks = ::testing::AddGlobalTestEnvironment(new WarmSinks);
@@ -148,9 +128,6 @@ void CounterVideoSource::run() {
         frame.size = size_;
         frame.time = std::chrono::steady_clock::now().time_since_epoch();
         frame.index = index;
-        if (index == 0) {
-            firstFrameTime_ = frame.time;
-        }
         {
             std::lock_guard lock(timesMutex_);
             times_.push_back(frame.time);
@@ -158,6 +135,18 @@ void CounterVideoSource::run() {
         onFrame_(frame);
         ++delivered_;
     }
+}
+
+RecordingSources counterSources(bool systemAudio, bool microphone) {
+    RecordingSources sources;
+    sources.video = std::make_unique<CounterVideoSource>(PixelSize{320, 240}, 30);
+    if (systemAudio) {
+        sources.systemAudio = AudioDevices::open(AudioKind::system);
+    }
+    if (microphone) {
+        sources.microphone = AudioDevices::open(AudioKind::microphone);
+    }
+    return sources;
 }
 
 RecordingPipeline::Handlers PipelineReports::handlers() {
@@ -251,8 +240,7 @@ void BeepAudioSource::stop() {
 
 void BeepAudioSource::run() {
     constexpr std::int64_t chunkFrames = 480;
-    const int channelCount = channels();
-    std::vector<float> samples(chunkFrames * static_cast<std::size_t>(channelCount));
+    std::vector<float> samples(chunkFrames);
     const auto start = std::chrono::steady_clock::now().time_since_epoch();
     for (std::int64_t chunk = 0; !quit_; ++chunk) {
         const auto time = start + std::chrono::milliseconds(10 * chunk);
@@ -269,17 +257,14 @@ void BeepAudioSource::run() {
                 for (std::int64_t i = 0; i < chunkFrames; ++i) {
                     const std::int64_t into = offset + i;
                     if (into >= 0 && into < 48000 * 60 / 1000) {
-                        const auto value =
+                        samples[static_cast<std::size_t>(i)] =
                             static_cast<float>(0.5 * std::sin(2 * std::numbers::pi * 1000.0 *
                                                               static_cast<double>(into) / 48000));
-                        for (int channel = 0; channel < channelCount; ++channel) {
-                            samples[static_cast<std::size_t>(i * channelCount + channel)] = value;
-                        }
                     }
                 }
             }
         }
-        onChunk_(AudioChunk{samples, channelCount, 48000, time});
+        onChunk_(AudioChunk{samples, 1, 48000, time});
     }
 }
 

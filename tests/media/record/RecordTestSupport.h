@@ -34,8 +34,6 @@ class CounterVideoSource final : public VideoSource {
 
     // The source ends by itself after delivering `frames` frames, reporting `reason`.
     void endAfter(std::int64_t frames, std::string reason);
-    // Steady-clock time of frame 0; valid once it has been delivered.
-    std::chrono::steady_clock::duration firstFrameTime() const { return firstFrameTime_.load(); }
     // Steady-clock time at which frame `index` was delivered.
     std::chrono::steady_clock::duration frameTime(std::int64_t index) const;
 
@@ -58,37 +56,41 @@ class CounterVideoSource final : public VideoSource {
     std::string endReason_;
     std::atomic<bool> quit_{false};
     std::atomic<std::int64_t> delivered_{0};
-    std::atomic<std::chrono::steady_clock::duration> firstFrameTime_{};
     mutable std::mutex timesMutex_;
     std::vector<std::chrono::steady_clock::duration> times_;
     std::thread thread_;
 };
 
-// A sound source with an exact clock: 10 ms chunks of mono silence at 48 kHz,
-// stamped at start + n x 10 ms, with a 1 kHz beep (amplitude 0.5, starting at phase
-// 0) of 60 ms wherever beepAt() put one. Delivered in real time.
+// A microphone with an exact clock: 10 ms chunks of mono silence at 48 kHz, stamped at
+// start + n x 10 ms, with a 1 kHz beep (amplitude 0.5, starting at phase 0) of 60 ms
+// wherever beepAt() put one. Delivered in real time.
 class BeepAudioSource final : public AudioSource {
   public:
-    explicit BeepAudioSource(AudioKind kind = AudioKind::microphone) : kind_(kind) {}
     ~BeepAudioSource() override;
     // Beeps starting at these steady-clock times (before start() or while running).
     void beepAt(std::chrono::steady_clock::duration time);
 
-    AudioKind kind() const override { return kind_; }
+    AudioKind kind() const override { return AudioKind::microphone; }
     int sampleRate() const override { return 48000; }
-    int channels() const override { return kind_ == AudioKind::system ? 2 : 1; }
+    int channels() const override { return 1; }
     void start(ChunkHandler onChunk, StoppedHandler onStopped) override;
     void stop() override;
 
   private:
     void run();
-    AudioKind kind_;
     ChunkHandler onChunk_;
     std::mutex mutex_;
     std::vector<std::chrono::steady_clock::duration> beeps_;
     std::atomic<bool> quit_{false};
     std::thread thread_;
 };
+
+// What the recording tests record: a CounterVideoSource of 320 x 240 at 30 frames a
+// second, with the test session's system audio and microphone where asked.
+RecordingSources counterSources(bool systemAudio = false, bool microphone = false);
+inline CounterVideoSource& counterVideo(RecordingSources& sources) {
+    return static_cast<CounterVideoSource&>(*sources.video);
+}
 
 // What a recording pipeline's handlers reported: the parts it finished and the reasons
 // it stopped by itself, in order.

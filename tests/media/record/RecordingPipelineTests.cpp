@@ -2,6 +2,7 @@
 // the test session's PulseAudio server and screen; results read back with ffprobe and ffmpeg.
 
 #include "CaptureTestSupport.h"
+#include "Harness.h"
 #include "LumenvaleMedia/AudioDevices.h"
 #include "LumenvaleMedia/CaptureX11.h"
 #include "LumenvaleMedia/MediaError.h"
@@ -10,43 +11,16 @@
 #include "RecordTestSupport.h"
 
 #include <cmath>
-#include <condition_variable>
 #include <gtest/gtest.h>
-#include <mutex>
 #include <sstream>
-#include <thread>
 
 namespace lumenvale::testing {
 namespace {
 
 using namespace std::chrono_literals;
 
-constexpr PixelSize testSize{320, 240};
 constexpr int testFps = 30;
 const LocalDateTime startedAt{2024, 5, 6, 7, 8, 9};
-
-struct Recorder {
-    CounterVideoSource* video = nullptr;
-    std::unique_ptr<RecordingPipeline> pipeline;
-};
-
-Recorder makeRecorder(const std::filesystem::path& folder, bool systemAudio, bool microphone,
-                      PipelineReports& reports, Codec codec = Codec::h264) {
-    RecordingSources sources;
-    auto video = std::make_unique<CounterVideoSource>(testSize, testFps);
-    Recorder recorder;
-    recorder.video = video.get();
-    sources.video = std::move(video);
-    if (systemAudio) {
-        sources.systemAudio = AudioDevices::open(AudioKind::system);
-    }
-    if (microphone) {
-        sources.microphone = AudioDevices::open(AudioKind::microphone);
-    }
-    recorder.pipeline = std::make_unique<RecordingPipeline>(std::move(sources), codec, folder,
-                                                            startedAt, reports.handlers());
-    return recorder;
-}
 
 struct LayoutCase {
     bool system;
@@ -64,15 +38,16 @@ TEST_P(TrackLayout, TracksTitlesAndSoundFollowTheRecordedSources) {
     const LayoutCase& layout = GetParam();
     TemporaryFolder folder;
     PipelineReports reports;
-    Recorder recorder = makeRecorder(folder.path(), layout.system, layout.microphone, reports);
+    RecordingPipeline pipeline(counterSources(layout.system, layout.microphone), Codec::h264,
+                               folder.path(), startedAt, reports.handlers());
     std::filesystem::path part;
     {
         Tone speakers("lumenvale_speakers", 440, 2.5);
         Tone voice("lumenvale_mic_input", 1000, 2.5, 1);
         std::this_thread::sleep_for(300ms);
-        part = recorder.pipeline->start();
+        part = pipeline.start();
     }
-    recorder.pipeline->stop();
+    pipeline.stop();
     EXPECT_EQ(part.parent_path(), folder.path());
     EXPECT_TRUE(part.filename().string().starts_with("Lumenvale-"));
     EXPECT_EQ(part.extension(), ".mp4");
@@ -80,7 +55,7 @@ TEST_P(TrackLayout, TracksTitlesAndSoundFollowTheRecordedSources) {
     EXPECT_TRUE(reports.stopped.empty());
 
     const MovieInfo info = probe(part);
-    EXPECT_EQ(info.tags.at("lumenvale_recording"), recorder.pipeline->recordingID().text());
+    EXPECT_EQ(info.tags.at("lumenvale_recording"), pipeline.recordingID().text());
     EXPECT_EQ(info.tags.at("lumenvale_part"), "1");
     EXPECT_EQ(info.tags.at("lumenvale_started"), "2024-05-06T07:08:09");
     ASSERT_FALSE(info.streams.empty());
@@ -130,12 +105,14 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(RecordingPipelineFailures, ASourceThatEndsByItselfIsReportedOnceAndTheRecordingIsKept) {
     TemporaryFolder folder;
     PipelineReports reports;
-    Recorder recorder = makeRecorder(folder.path(), true, false, reports);
-    recorder.video->endAfter(45, "The window closed.");
-    const std::filesystem::path part = recorder.pipeline->start();
+    RecordingSources sources = counterSources(true);
+    counterVideo(sources).endAfter(45, "The window closed.");
+    RecordingPipeline pipeline(std::move(sources), Codec::h264, folder.path(), startedAt,
+                               reports.handlers());
+    const std::filesystem::path part = pipeline.start();
     ASSERT_TRUE(reports.waitForStop());
-    recorder.pipeline->stop();
-    recorder.pipeline->stop(); // a second stop changes nothing
+    pipeline.stop();
+    pipeline.stop(); // a second stop changes nothing
     EXPECT_EQ(reports.stopped, std::vector<std::string>{"The window closed."});
     EXPECT_EQ(reports.finished, std::vector<std::filesystem::path>{part});
     const std::vector<std::int64_t> counters = frameCounters(part);
@@ -149,42 +126,34 @@ TEST(RecordingPipelineFailures, AResumeThatCannotCreateItsPartStaysPaused) {
     const std::filesystem::path partsFolder = folder / "parts";
     std::filesystem::create_directory(partsFolder);
     PipelineReports reports;
-    Recorder recorder = makeRecorder(partsFolder, false, true, reports);
-    const std::filesystem::path first = recorder.pipeline->start();
+    RecordingPipeline pipeline(counterSources(false, true), Codec::h264, partsFolder, startedAt,
+                               reports.handlers());
+    const std::filesystem::path first = pipeline.start();
     std::this_thread::sleep_for(700ms);
-    EXPECT_EQ(recorder.pipeline->pause(), first);
+    EXPECT_EQ(pipeline.pause(), first);
     std::filesystem::rename(partsFolder, folder / "moved");
-    try {
-        recorder.pipeline->resume();
-        ADD_FAILURE() << "resume() created a part in a folder that is gone";
-    } catch (const MediaError& error) {
-        EXPECT_TRUE(std::string(error.what()).starts_with("Couldn’t create the recording file"))
-            << error.what();
-    }
+    EXPECT_TRUE(thrownMessage<MediaError>([&] {
+                    pipeline.resume();
+                }).starts_with("Couldn’t create the recording file"));
     std::filesystem::rename(folder / "moved", partsFolder);
-    EXPECT_TRUE(recorder.pipeline->pause().empty()) << "still paused, not recording";
-    const std::filesystem::path second = recorder.pipeline->resume();
+    EXPECT_TRUE(pipeline.pause().empty()) << "still paused, not recording";
+    const std::filesystem::path second = pipeline.resume();
     std::this_thread::sleep_for(700ms);
-    recorder.pipeline->stop();
+    pipeline.stop();
     EXPECT_EQ(reports.finished, (std::vector<std::filesystem::path>{first, second}));
     EXPECT_EQ(probe(second).tags.at("lumenvale_part"), "2");
-    EXPECT_EQ(recorder.pipeline->stats().parts, 2);
+    EXPECT_EQ(pipeline.stats().parts, 2);
 }
 
 TEST(RecordingPipelineFailures, AStartThatFailsLeavesNoPartBehind) {
     TemporaryFolder folder;
     PipelineReports reports;
-    RecordingSources sources;
-    sources.video = std::make_unique<CounterVideoSource>(testSize, testFps);
+    RecordingSources sources = counterSources();
     sources.microphone = AudioDevices::open(AudioKind::microphone, "lumenvale_no_such_source");
     RecordingPipeline pipeline(std::move(sources), Codec::h264, folder.path(), startedAt,
                                reports.handlers());
-    try {
-        pipeline.start();
-        ADD_FAILURE() << "started with a microphone that does not exist";
-    } catch (const MediaError& error) {
-        EXPECT_STREQ(error.what(), "The microphone “lumenvale_no_such_source” is not connected.");
-    }
+    EXPECT_EQ(thrownMessage<MediaError>([&] { pipeline.start(); }),
+              "The microphone “lumenvale_no_such_source” is not connected.");
     pipeline.stop();
     EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
     EXPECT_TRUE(reports.finished.empty());
@@ -247,32 +216,24 @@ ScreenRecorder recordScreenArea(const std::filesystem::path& folder, PipelineRep
     return recorder;
 }
 
-// The decoded frames of a movie of the screen area, as RGB, one for each frame time of
-// the capture clock: what a player shows then (frames of a still screen are not in
-// the movie; the frame before lasts longer).
-struct DecodedFrames {
-    std::vector<std::string> rgb;
-    Colour at(std::size_t frame, std::int64_t x, std::int64_t y) const {
-        const auto* pixel = reinterpret_cast<const unsigned char*>(rgb.at(frame).data()) +
-                            (y * screenArea.width + x) * 3;
-        return {pixel[0], pixel[1], pixel[2]};
+// The decoded frames of a movie of the screen area, one for each frame time of the
+// capture clock: what a player shows then (frames of a still screen are not in the
+// movie; the frame before lasts longer).
+std::vector<Picture> decodeArea(const std::filesystem::path& movie) {
+    std::vector<Picture> pictures;
+    for (const std::string& bgra :
+         rawFrames("-i " + quoted(movie) + " -map 0:v:0 -vf fps=" + std::to_string(testFps), "bgra",
+                   static_cast<std::size_t>(screenArea.width * screenArea.height * 4))) {
+        Picture& picture = pictures.emplace_back();
+        picture.size = {screenArea.width, screenArea.height};
+        picture.bgra.assign(bgra.begin(), bgra.end());
     }
-    // Pixels of the square of `radius` around (x, y) far from `colour`.
-    int unlike(std::size_t frame, std::int64_t x, std::int64_t y, std::int64_t radius,
-               const Colour& colour) const {
-        int count = 0;
-        for (std::int64_t row = y - radius; row <= y + radius; ++row) {
-            for (std::int64_t column = x - radius; column <= x + radius; ++column) {
-                count += near(at(frame, column, row), colour, 40) ? 0 : 1;
-            }
-        }
-        return count;
-    }
-};
+    return pictures;
+}
 
-DecodedFrames decodeArea(const std::filesystem::path& movie) {
-    return {rawFrames("-i " + quoted(movie) + " -map 0:v:0 -vf fps=" + std::to_string(testFps),
-                      "rgb24", static_cast<std::size_t>(screenArea.width * screenArea.height * 3))};
+// Pixels of the 25 x 25 square around (x, y) far from `colour`.
+int unlike(const Picture& picture, std::int64_t x, std::int64_t y, const Colour& colour) {
+    return countAround(picture, x, y, 12, [&](const Colour& c) { return !near(c, colour, 40); });
 }
 
 // A still screen with one change: the change shows from its time on, the still end
@@ -295,27 +256,27 @@ TEST(RecordingTheScreen, AStillScreenShowsItsOneChangeAtItsTimeAndLastsUntilTheS
     recorder.pipeline->stop();
     const CaptureStats stats = recorder.capture->stats();
 
-    const DecodedFrames frames = decodeArea(part);
-    ASSERT_GT(frames.rgb.size(), 60u);
+    const std::vector<Picture> frames = decodeArea(part);
+    ASSERT_GT(frames.size(), 60u);
     std::size_t firstRed = 0;
-    while (firstRed < frames.rgb.size() && !near(frames.at(firstRed, 160, 120), red, 24)) {
-        EXPECT_TRUE(near(frames.at(firstRed, 160, 120), grey, 24)) << "frame " << firstRed;
+    while (firstRed < frames.size() && !near(frames[firstRed].at(160, 120), red, 24)) {
+        EXPECT_TRUE(near(frames[firstRed].at(160, 120), grey, 24)) << "frame " << firstRed;
         ++firstRed;
     }
-    ASSERT_LT(firstRed, frames.rgb.size()) << "the change never showed";
+    ASSERT_LT(firstRed, frames.size()) << "the change never showed";
     const double shownAt = static_cast<double>(firstRed) / testFps;
     EXPECT_GE(shownAt, recorder.capture->movieSeconds(beforeChange) - 2.0 / testFps);
     EXPECT_LE(shownAt, recorder.capture->movieSeconds(afterChange) + 2.0 / testFps);
-    for (std::size_t frame = firstRed; frame < frames.rgb.size(); ++frame) {
-        ASSERT_TRUE(near(frames.at(frame, 160, 120), red, 24)) << "frame " << frame;
+    for (std::size_t frame = firstRed; frame < frames.size(); ++frame) {
+        ASSERT_TRUE(near(frames[frame].at(160, 120), red, 24)) << "frame " << frame;
     }
-    EXPECT_TRUE(near(frames.at(frames.rgb.size() - 1, 160, 20), grey, 24));
+    EXPECT_TRUE(near(frames.back().at(160, 20), grey, 24));
 
     const double recorded = recorder.capture->movieSeconds(stoppedAt);
     const StreamInfo video = probe(part).ofType("video").at(0);
     EXPECT_NEAR(video.durationSeconds, recorded, 0.1);
-    EXPECT_NEAR(static_cast<double>(frames.rgb.size()), recorded * testFps, 3);
-    EXPECT_GT(stats.unchanged, static_cast<std::int64_t>(frames.rgb.size()) * 3 / 4);
+    EXPECT_NEAR(static_cast<double>(frames.size()), recorded * testFps, 3);
+    EXPECT_GT(stats.unchanged, static_cast<std::int64_t>(frames.size()) * 3 / 4);
 
     // The still stretches are not encoded frame by frame, yet a keyframe comes every
     // two seconds of movie time.
@@ -329,7 +290,7 @@ TEST(RecordingTheScreen, AStillScreenShowsItsOneChangeAtItsTimeAndLastsUntilTheS
             keyframes.push_back(std::stod(line));
         }
     }
-    EXPECT_LT(encoded, frames.rgb.size() / 2);
+    EXPECT_LT(encoded, frames.size() / 2);
     EXPECT_EQ(keyframes, (std::vector<double>{0.0, 2.0}));
 }
 
@@ -346,13 +307,13 @@ TEST(RecordingTheScreen, APointerMovingOverAStillScreenIsRecordedInItsNewPlace) 
     std::this_thread::sleep_for(700ms);
     recorder.pipeline->stop();
 
-    const DecodedFrames frames = decodeArea(part);
-    ASSERT_GT(frames.rgb.size(), 30u);
-    const std::size_t last = frames.rgb.size() - 1;
-    EXPECT_GT(frames.unlike(0, 164, 64, 12, grey), 20) << "the pointer where it was";
-    EXPECT_EQ(frames.unlike(0, 84, 184, 12, grey), 0);
-    EXPECT_GT(frames.unlike(last, 84, 184, 12, grey), 20) << "the pointer where it went";
-    EXPECT_EQ(frames.unlike(last, 164, 64, 12, grey), 0) << "and nothing left where it was";
+    const std::vector<Picture> frames = decodeArea(part);
+    ASSERT_GT(frames.size(), 30u);
+    const std::size_t last = frames.size() - 1;
+    EXPECT_GT(unlike(frames[0], 164, 64, grey), 20) << "the pointer where it was";
+    EXPECT_EQ(unlike(frames[0], 84, 184, grey), 0);
+    EXPECT_GT(unlike(frames[last], 84, 184, grey), 20) << "the pointer where it went";
+    EXPECT_EQ(unlike(frames[last], 164, 64, grey), 0) << "and nothing left where it was";
 }
 
 } // namespace
