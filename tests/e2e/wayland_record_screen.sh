@@ -174,9 +174,26 @@ done
   fail "the window's choice was not kept apart"
 pass "a window picked in the desktop's dialog: $size, all of it the window, its choice kept"
 
+# standin METHOD [ARGS...]: calls the stand-in's test method.
+standin() {
+  DBUS_SESSION_BUS_ADDRESS=$window_bus dbus-send --session --type=method_call --print-reply \
+    --dest=org.freedesktop.portal.Desktop /org/freedesktop/portal/desktop "app.lumenvale.Test.$@" >/dev/null
+}
+
+# A portal that cannot draw the pointer in is asked to describe it (Lumenvale draws
+# it), unless the pointer is not wanted.
+standin SetCursorModes uint32:5
+for flag in "" --no-pointer; do
+  DBUS_SESSION_BUS_ADDRESS=$window_bus record --window pick --seconds 1 --no-countdown --no-system-audio $flag --folder "$movies"
+  [[ $status -eq 0 ]] || fail "with cursor modes hidden and metadata: $status, $err"
+done
+[[ $(grep '^select ' "$work/window-portal.log" | tail -n2 | grep -o 'cursor_mode=[0-9]' | xargs) == "cursor_mode=4 cursor_mode=1" ]] ||
+  fail "the cursor modes asked for: $(cat "$work/window-portal.log")"
+standin SetCursorModes uint32:3
+pass "a portal that only describes the pointer is asked to, when the pointer is wanted"
+
 # The choice cancelled: one sentence, no part file.
-DBUS_SESSION_BUS_ADDRESS=$window_bus dbus-send --session --type=method_call --print-reply \
-  --dest=org.freedesktop.portal.Desktop /org/freedesktop/portal/desktop app.lumenvale.Test.CancelNextChoice >/dev/null
+standin CancelNextChoice
 DBUS_SESSION_BUS_ADDRESS=$window_bus record --window pick --seconds 1 --no-countdown --no-system-audio --folder "$movies"
 [[ $status -eq 1 && "$err" == *"Couldn’t start recording. No window was picked, or the desktop did not allow recording it."* ]] ||
   fail "a cancelled window choice: $status, $err"
@@ -188,7 +205,7 @@ DBUS_SESSION_BUS_ADDRESS=$window_bus "$LUMENVALE" record --window pick --no-syst
   --folder "$movies" >"$work/out" 2>"$work/err" &
 recorder=$!
 until_true 10 grep -q "3…" "$work/err" || fail "no countdown: $(cat "$work/err")"
-[[ $(grep -c '^select ' "$work/window-portal.log") -eq 3 ]] || fail "the window was not picked before the countdown"
+[[ $(grep -c '^select ' "$work/window-portal.log") -eq 5 ]] || fail "the window was not picked before the countdown"
 kill -INT "$recorder"
 finish_background
 [[ $status -eq 1 && "$err" == *"Recording cancelled."* && -z "$out" && $(part_count) -eq 0 ]] ||
@@ -197,10 +214,9 @@ pass "the window is picked before the countdown"
 
 DBUS_SESSION_BUS_ADDRESS=$window_bus record_in_background --window pick --no-countdown --no-system-audio --folder "$movies"
 sleep 2
-DBUS_SESSION_BUS_ADDRESS=$window_bus dbus-send --session --type=method_call --print-reply \
-  --dest=org.freedesktop.portal.Desktop /org/freedesktop/portal/desktop app.lumenvale.Test.CloseWindow >/dev/null
+standin CloseWindow
 finish_background
-[[ $(grep '^select ' "$work/window-portal.log" | tail -n1) == *" restore_token=window-token-2" ]] ||
+[[ $(grep '^select ' "$work/window-portal.log" | tail -n1) == *" restore_token=window-token-4" ]] ||
   fail "the kept choice was not sent again: $(cat "$work/window-portal.log")"
 [[ $status -eq 3 && "$err" == *"Recording stopped. The window closed."* ]] ||
   fail "a recording whose window closed exited $status: $err"

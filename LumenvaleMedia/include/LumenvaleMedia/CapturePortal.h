@@ -18,7 +18,8 @@ namespace lumenvale {
 // screencast-window-restore-token; ~/.local/state when unset), so the next recording
 // starts without asking; a token the desktop no longer honours just means a new
 // choice. A window resized later is scaled to fit the movie, centred on black. The pointer is drawn
-// by the compositor when it can, otherwise it is left out; clicks are not drawn. An area is cut
+// by the compositor when it can, else by Lumenvale where the compositor describes it
+// beside the pictures, else it is left out; clicks are not drawn. An area is cut
 // from the monitor's picture (only its part on that monitor, scaled to fit the movie). Frames
 // follow the same schedule as the X11 capture: frame n is due at start + n / fps and carries that
 // time; each holds the newest picture the compositor sent (a still screen sends none, and is not

@@ -14,8 +14,9 @@ GStreamer test source of that size and colour on the session's PipeWire;
 OpenPipeWireRemote hands over a connection to PipeWire's socket, and Start returns a
 restore token when persist_mode is set. Says "select types=N cursor_mode=N
 persist_mode=N restore_token=TOKEN" for each SelectSources.
-app.lumenvale.Test.CancelNextChoice() has the next Start answer as a user who
-cancelled; CloseWindow() stops the source, which ends its stream.
+app.lumenvale.Test.SetCursorModes(N) changes the cursor modes offered (hidden 1,
+embedded 2, metadata 4; 3 at first); CancelNextChoice() has the next Start answer as a
+user who cancelled; CloseWindow() stops the source, which ends its stream.
 
     portal_standin.py --ready FILE (--shortcuts | --window WxH:RRGGBB)
 """
@@ -224,6 +225,11 @@ class ScreenCast(Portal):
         fd = dbus.types.UnixFd(remote.fileno())  # a duplicate
         remote.close()
         return fd
+
+    @dbus.service.method("app.lumenvale.Test", in_signature="u")
+    def SetCursorModes(self, modes):
+        self.properties = dict(self.properties)
+        self.properties[(SCREENCAST, "AvailableCursorModes")] = dbus.UInt32(modes)
 
     @dbus.service.method("app.lumenvale.Test")
     def CancelNextChoice(self):

@@ -1,5 +1,6 @@
 // The Wayland capture's own parts that need no desktop: the pixel orders PipeWire
-// hands over, where the remembered choice of monitor is kept, which part of a
+// hands over, the pointer a compositor describes beside its pictures, where the
+// remembered choice of monitor is kept, which part of a
 // monitor's picture an area takes, and displays without a compositor. The capture itself runs
 // against a real session in tests/e2e/wayland_record_screen.sh.
 
@@ -8,11 +9,16 @@
 #include "LumenvaleMedia/MediaError.h"
 #include "capture/portal/PipeWireStream.h"
 #include "capture/portal/ScreenCastPortal.h"
+#include "capture/portal/StreamPointer.h"
 #include "capture/portal/VisiblePart.h"
 
 #include <cstdlib>
+#include <cstring>
 #include <gtest/gtest.h>
 #include <optional>
+#include <spa/buffer/buffer.h>
+#include <spa/buffer/meta.h>
+#include <spa/param/video/raw.h>
 #include <string>
 #include <vector>
 
@@ -34,6 +40,66 @@ TEST(PortalPixels, EveryAcceptedByteOrderBecomesBgraAndRowPaddingIsLeftOut) {
     convertToBgra(rgba.data(), 12, ByteOrder::bgra, {2, 2}, copied.data());
     EXPECT_EQ(copied, (std::vector<std::uint8_t>{10, 20, 30, 255, 40, 50, 60, 255, 70, 80, 90, 255,
                                                  1, 2, 3, 255}));
+}
+
+// A buffer carrying a pointer description, as a compositor fills it in: the hotspot at
+// (x, y), and, unless `image` is empty, a 2x2 RGBA image (straight alpha).
+struct DescribedPointer {
+    std::vector<std::uint8_t> bytes;
+    spa_meta meta{};
+    spa_buffer buffer{};
+
+    DescribedPointer(std::uint32_t id, std::int32_t x, std::int32_t y,
+                     const std::vector<std::uint8_t>& image) {
+        const std::size_t bitmapAt = sizeof(spa_meta_cursor);
+        bytes.assign(bitmapAt + sizeof(spa_meta_bitmap) + image.size(), 0);
+        spa_meta_cursor cursor{};
+        cursor.id = id;
+        cursor.position = {x, y};
+        cursor.hotspot = {1, 1};
+        cursor.bitmap_offset = image.empty() ? 0 : static_cast<std::uint32_t>(bitmapAt);
+        std::memcpy(bytes.data(), &cursor, sizeof cursor);
+        spa_meta_bitmap bitmap{};
+        bitmap.format = SPA_VIDEO_FORMAT_RGBA;
+        bitmap.size = {2, 2};
+        bitmap.stride = 8;
+        bitmap.offset = sizeof(spa_meta_bitmap);
+        std::memcpy(bytes.data() + bitmapAt, &bitmap, sizeof bitmap);
+        std::memcpy(bytes.data() + bitmapAt + sizeof bitmap, image.data(), image.size());
+        meta = {SPA_META_Cursor, static_cast<std::uint32_t>(bytes.size()), bytes.data()};
+        buffer.n_metas = 1;
+        buffer.metas = &meta;
+    }
+};
+
+TEST(PortalPointer, ReadFromItsDescriptionAndDrawnWithItsHotspotWhereItIs) {
+    // Opaque red, half-transparent white, transparent, opaque blue.
+    const std::vector<std::uint8_t> image = {255, 0, 0, 255, 255, 255, 255, 128,
+                                             0,   0, 0, 0,   0,   0,   255, 255};
+    StreamPointer pointer;
+    readPointer(DescribedPointer(7, 3, 2, image).buffer, pointer);
+    ASSERT_TRUE(pointer.visible);
+    EXPECT_EQ(pointer.bounds(), (x11::PixelRect{2, 1, 2, 2}));
+    EXPECT_EQ(pointer.imageSerial, 1);
+
+    // Drawn on a grey picture whose top-left is the picture's pixel (2, 0), 2x2 big.
+    std::vector<std::uint8_t> grey(2 * 2 * 4, 100);
+    drawPointer(pointer, grey.data(), 8, {2, 2}, 2, 0);
+    EXPECT_EQ(grey, (std::vector<std::uint8_t>{100, 100, 100, 100, 100, 100, 100, 100, //
+                                               0, 0, 255, 100, 178, 178, 178, 100}));
+
+    // A move alone keeps the image; an id of 0 hides the pointer.
+    readPointer(DescribedPointer(7, 10, 10, {}).buffer, pointer);
+    EXPECT_TRUE(pointer.visible);
+    EXPECT_EQ(pointer.bounds(), (x11::PixelRect{9, 9, 2, 2}));
+    EXPECT_EQ(pointer.imageSerial, 1);
+    readPointer(DescribedPointer(0, 10, 10, {}).buffer, pointer);
+    EXPECT_FALSE(pointer.visible);
+    // A buffer that says nothing of the pointer changes nothing.
+    const StreamPointer before = pointer;
+    spa_buffer silent{};
+    readPointer(silent, pointer);
+    EXPECT_TRUE(pointer.sameAs(before));
 }
 
 TEST(PortalRestoreToken, KeptInTheStateFolderOrUnderHomeAndNowhereWithoutEither) {

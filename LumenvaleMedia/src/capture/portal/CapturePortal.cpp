@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <libyuv/planar_functions.h>
 #include <pthread.h>
 #include <thread>
 
@@ -112,7 +113,9 @@ class CapturePortal::Engine {
             if (picture.generation == 0) {
                 return;
             }
-            if (picture.generation == paintedGeneration) {
+            const bool pointerChanged =
+                grant.pointerDescribed && !picture.pointer.sameAs(drawnPointer);
+            if (picture.generation == paintedGeneration && !pointerChanged) {
                 whole = false; // the same picture again
                 return;
             }
@@ -124,12 +127,16 @@ class CapturePortal::Engine {
             image.bgra = picture.bgra.data() + (part.y * picture.size.width + part.x) * 4;
             image.strideBytes = picture.size.width * 4;
             image.size = {part.width, part.height};
+            if (grant.pointerDescribed && picture.pointer.visible) {
+                image = withPointer(image, part, picture.pointer);
+            }
+            drawnPointer = picture.pointer;
             x11::FitPlan plan = x11::planFit(image.size, request.size);
             if (plan.mode == x11::FitMode::direct) {
                 plan.mode = x11::FitMode::pad; // copied: the picture is PipeWire's
             }
             canvas.paint(image, plan);
-            whole = picture.wholeDamaged || plan.mode == x11::FitMode::scale ||
+            whole = picture.wholeDamaged || pointerChanged || plan.mode == x11::FitMode::scale ||
                     paintedGeneration == 0 || part != paintedPart || plan != paintedPlan;
             if (!whole) {
                 noteChangedRows(picture.damagedRows, part, plan);
@@ -156,6 +163,22 @@ class CapturePortal::Engine {
         if (onFrame) {
             onFrame(frame);
         }
+    }
+
+    // The picture's part with the pointer drawn over it, in a copy: the picture
+    // itself stays as the compositor sent it, for the frames after a move.
+    x11::SourceImage withPointer(const x11::SourceImage& image, const x11::PixelRect& part,
+                                 const portal::StreamPointer& pointer) {
+        const std::int64_t stride = part.width * 4;
+        composed.resize(static_cast<std::size_t>(stride * part.height));
+        libyuv::ARGBCopy(image.bgra, static_cast<int>(image.strideBytes), composed.data(),
+                         static_cast<int>(stride), static_cast<int>(part.width),
+                         static_cast<int>(part.height));
+        portal::drawPointer(pointer, composed.data(), stride, image.size, part.x, part.y);
+        x11::SourceImage drawn = image;
+        drawn.bgra = composed.data();
+        drawn.strideBytes = stride;
+        return drawn;
     }
 
     // The movie's rows that the picture's damaged rows land on, sorted and merged.
@@ -198,7 +221,9 @@ class CapturePortal::Engine {
     std::int64_t paintedGeneration = 0;
     x11::PixelRect paintedPart;
     x11::FitPlan paintedPlan;
-    std::vector<RowSpan> changedRows; // of the frame being handed over
+    std::vector<RowSpan> changedRows;   // of the frame being handed over
+    portal::StreamPointer drawnPointer; // where grant.pointerDescribed
+    std::vector<std::uint8_t> composed; // the picture's part with the pointer drawn
     FrameHandler onFrame;
     StoppedHandler onStopped;
     std::thread thread;

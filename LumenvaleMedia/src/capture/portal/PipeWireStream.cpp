@@ -129,7 +129,7 @@ struct StreamCallbacks {
         }
         // Buffers in memory this process can map: memfd or plain shared memory.
         constexpr int dataTypes = (1 << SPA_DATA_MemFd) | (1 << SPA_DATA_MemPtr);
-        std::uint8_t buffer[1024];
+        std::uint8_t buffer[1536];
         spa_pod_builder builder = SPA_POD_BUILDER_INIT(buffer, sizeof buffer);
         const auto* buffers = static_cast<const spa_pod*>(spa_pod_builder_add_object(
             &builder, SPA_TYPE_OBJECT_ParamBuffers, SPA_PARAM_Buffers, SPA_PARAM_BUFFERS_buffers,
@@ -142,8 +142,14 @@ struct StreamCallbacks {
             SPA_POD_Id(SPA_META_VideoDamage), SPA_PARAM_META_size,
             SPA_POD_CHOICE_RANGE_Int(regionBytes * damageRegions, regionBytes,
                                      regionBytes * damageRegions)));
-        const spa_pod* params[] = {buffers, damage};
-        pw_stream_update_params(self->handles_->stream.get(), params, 2);
+        // And the pointer, for a compositor asked to describe it rather than draw it.
+        const auto* pointer = static_cast<const spa_pod*>(spa_pod_builder_add_object(
+            &builder, SPA_TYPE_OBJECT_ParamMeta, SPA_PARAM_Meta, SPA_PARAM_META_type,
+            SPA_POD_Id(SPA_META_Cursor), SPA_PARAM_META_size,
+            SPA_POD_CHOICE_RANGE_Int(pointerMetaBytes(), static_cast<int>(sizeof(spa_meta_cursor)),
+                                     pointerMetaBytes())));
+        const spa_pod* params[] = {buffers, damage, pointer};
+        pw_stream_update_params(self->handles_->stream.get(), params, 3);
     }
 
     // Adds the rows a buffer's damage covers to the picture's, or marks it all changed
@@ -176,7 +182,11 @@ struct StreamCallbacks {
                 pw_stream_queue_buffer(stream, newest);
             }
             newest = buffer;
-            noteDamage(*buffer->buffer, self->picture_);
+            readPointer(*buffer->buffer, self->picture_.pointer);
+            // A buffer that only moves the pointer holds no picture and no damage.
+            if (buffer->buffer->datas[0].chunk->size > 0) {
+                noteDamage(*buffer->buffer, self->picture_);
+            }
         }
         if (!newest) {
             return;
@@ -186,7 +196,7 @@ struct StreamCallbacks {
         const PixelSize size = self->formatSize_;
         const std::int64_t stride = chunk->stride > 0 ? chunk->stride : size.width * 4;
         const bool usable =
-            plane.data != nullptr &&
+            plane.data != nullptr && chunk->size > 0 &&
             (static_cast<std::uint32_t>(chunk->flags) & SPA_CHUNK_FLAG_CORRUPTED) == 0 &&
             size.width > 0 && size.height > 0 &&
             chunk->offset + static_cast<std::uint64_t>(stride * size.height) <= plane.maxsize &&

@@ -8,6 +8,7 @@
 
 #include "LumenvaleKit/PixelSize.h"
 #include "capture/portal/ScreenCastPortal.h"
+#include "capture/portal/StreamPointer.h"
 
 #include <atomic>
 #include <chrono>
@@ -37,6 +38,9 @@ struct Picture {
     // picture came without it or its size changed.
     std::vector<RowSpan> damagedRows;
     bool wholeDamaged = true;
+    // The pointer, where the compositor describes it beside the pictures (it may
+    // change between pictures).
+    StreamPointer pointer;
     void clearDamage() {
         damagedRows.clear();
         wholeDamaged = false;

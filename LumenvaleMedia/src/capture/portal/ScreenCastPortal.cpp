@@ -31,6 +31,7 @@ constexpr std::uint32_t monitorSource = 1;
 constexpr std::uint32_t windowSource = 2;
 constexpr std::uint32_t cursorHidden = 1;
 constexpr std::uint32_t cursorEmbedded = 2;
+constexpr std::uint32_t cursorMetadata = 4;
 // Remembered until the user revokes it.
 constexpr std::uint32_t persistUntilRevoked = 2;
 // A user choosing a monitor gets this long.
@@ -314,10 +315,16 @@ ScreenCastGrant ScreenCastPortal::openHere(SourceKind kind, PointerMode pointer)
         portal.property(QStringLiteral("AvailableCursorModes")).value_or(0).toUInt();
 
     QVariantMap options;
-    const bool embedded = pointer == PointerMode::drawn && (cursors & cursorEmbedded) != 0;
+    // Drawn by the compositor where it can; else described beside the pictures, and
+    // drawn by Lumenvale.
+    const bool wanted = pointer == PointerMode::drawn;
+    const bool embedded = wanted && (cursors & cursorEmbedded) != 0;
+    const bool described = wanted && !embedded && (cursors & cursorMetadata) != 0;
     if (cursors != 0) {
         options.insert(QStringLiteral("cursor_mode"),
-                       QVariant::fromValue(embedded ? cursorEmbedded : cursorHidden));
+                       QVariant::fromValue(embedded    ? cursorEmbedded
+                                           : described ? cursorMetadata
+                                                       : cursorHidden));
     }
     const bool persists = version >= 4;
     std::optional<std::string> token = persists ? readToken(tokenFile_) : std::nullopt;
@@ -349,6 +356,7 @@ ScreenCastGrant ScreenCastPortal::openHere(SourceKind kind, PointerMode pointer)
     }
 
     ScreenCastGrant grant;
+    grant.pointerDescribed = described;
     const auto streams = started.value(QStringLiteral("streams")).value<QDBusArgument>();
     bool found = false;
     streams.beginArray();

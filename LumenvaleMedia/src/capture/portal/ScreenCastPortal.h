@@ -47,6 +47,9 @@ struct ScreenCastGrant {
     std::optional<std::int64_t> y;
     std::optional<std::int64_t> width;
     std::optional<std::int64_t> height;
+    // The pointer is described beside the pictures, for Lumenvale to draw (the
+    // compositor cannot draw it in).
+    bool pointerDescribed = false;
 };
 
 // Where the restore token of a choice of `kind` is kept:
