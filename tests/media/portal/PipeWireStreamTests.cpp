@@ -1,9 +1,11 @@
 // The portal capture's PipeWire side against a real PipeWire: a private daemon with
 // its session manager, and GStreamer providing a solid-colour video source in RGBx,
-// the byte order that has to be turned around. What the desktop portal adds (the
-// choice of monitor, the restricted connection) runs in
+// the byte order that has to be turned around; a source that hands its pictures over
+// as a compositor does, in linear DMA-BUF or memfd, describing the pointer. What the desktop portal
+// adds (the choice of monitor, the restricted connection) runs in
 // tests/e2e/wayland_record_screen.sh.
 
+#include "CompositorSource.h"
 #include "Harness.h"
 #include "LumenvaleMedia/MediaError.h"
 #include "Probe.h"
@@ -94,6 +96,33 @@ TEST(PortalStream, AnRgbxSourceArrivesAsBgraOfItsSizeAndAGoneNodeEndsTheStream) 
     // PipeWire itself is still there: the display (or the window) is what went.
     EXPECT_EQ(stream.endSentence(SourceKind::monitor), "The display is gone.");
     EXPECT_EQ(stream.endSentence(SourceKind::window), "The window closed.");
+}
+
+TEST(PortalStream, ACompositorsLinearDmaBufAndMemfdPicturesArriveWithThePointerDescribed) {
+    const PrivatePipeWire pipewire;
+    ASSERT_TRUE(pipewire.started()) << "PipeWire did not start";
+    const ChildProcess sessionManager({"wireplumber"});
+    for (const auto buffers :
+         {CompositorSource::Buffers::linearDmaBuf, CompositorSource::Buffers::memFd}) {
+        SCOPED_TRACE(buffers == CompositorSource::Buffers::memFd ? "memfd" : "DMA-BUF");
+        const CompositorSource source({64, 48}, {30, 160, 220, 0}, buffers, {40, 20});
+        const std::uint32_t node = source.node();
+        ASSERT_NE(node, 0u) << "the source has no node";
+        PipeWireStream stream(pipewire.connect(), node, 30, {64, 48});
+        stream.waitUntilFlowing(std::chrono::seconds(10));
+        ASSERT_TRUE(stream.waitForPicture(std::chrono::seconds(10)));
+        EXPECT_EQ(source.sentDmaBuf(), buffers == CompositorSource::Buffers::linearDmaBuf);
+        stream.withPicture([](const Picture& picture) {
+            ASSERT_EQ(picture.size, (PixelSize{64, 48}));
+            const std::size_t middle = (24 * 64 + 32) * 4;
+            EXPECT_EQ(picture.bgra[middle], 30);
+            EXPECT_EQ(picture.bgra[middle + 1], 160);
+            EXPECT_EQ(picture.bgra[middle + 2], 220);
+            EXPECT_TRUE(picture.pointer.visible);
+            EXPECT_EQ(picture.pointer.bounds(), (x11::PixelRect{40, 20, 2, 2}));
+            EXPECT_EQ(picture.pointer.argb, std::vector<std::uint32_t>(4, 0xffffffff));
+        });
+    }
 }
 
 TEST(PortalStream, ANodeThatIsNotThereNeverFlows) {

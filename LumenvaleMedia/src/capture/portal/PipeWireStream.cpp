@@ -1,6 +1,7 @@
 #include "capture/portal/PipeWireStream.h"
 
 #include "LumenvaleMedia/MediaError.h"
+#include "capture/portal/MappedPlanes.h"
 
 #include <cerrno>
 #include <cstring>
@@ -16,6 +17,8 @@ namespace lumenvale::portal {
 namespace {
 
 constexpr std::uint32_t largestSide = 16384;
+// DRM_FORMAT_MOD_LINEAR: DMA-BUF rows laid out one after the other, readable as they are.
+constexpr std::int64_t linearModifier = 0;
 // How many damage regions each buffer carries at most (the compositor merges more).
 constexpr int damageRegions = 16;
 
@@ -127,8 +130,11 @@ struct StreamCallbacks {
             self->order_ = order;
             self->formatSize_ = {info.size.width, info.size.height};
         }
-        // Buffers in memory this process can map: memfd or plain shared memory.
-        constexpr int dataTypes = (1 << SPA_DATA_MemFd) | (1 << SPA_DATA_MemPtr);
+        // Buffers in memory this process can map: memfd or plain shared memory, or the
+        // linear DMA-BUF the format with a modifier stands for.
+        const bool dmaBuf = spa_pod_find_prop(param, nullptr, SPA_FORMAT_VIDEO_modifier) != nullptr;
+        const int dataTypes =
+            dmaBuf ? 1 << SPA_DATA_DmaBuf : (1 << SPA_DATA_MemFd) | (1 << SPA_DATA_MemPtr);
         std::uint8_t buffer[1536];
         spa_pod_builder builder = SPA_POD_BUILDER_INIT(buffer, sizeof buffer);
         const auto* buffers = static_cast<const spa_pod*>(spa_pod_builder_add_object(
@@ -170,6 +176,9 @@ struct StreamCallbacks {
         }
     }
 
+    static void addBuffer(void*, pw_buffer* buffer) { mapPlane(*buffer); }
+    static void removeBuffer(void*, pw_buffer* buffer) { unmapPlane(*buffer); }
+
     static void process(void* data) {
         auto* self = static_cast<PipeWireStream*>(data);
         pw_stream* stream = self->handles_->stream.get();
@@ -193,10 +202,11 @@ struct StreamCallbacks {
         }
         const spa_data& plane = newest->buffer->datas[0];
         const spa_chunk* chunk = plane.chunk;
+        const std::uint8_t* bytes = planeBytes(*newest);
         const PixelSize size = self->formatSize_;
         const std::int64_t stride = chunk->stride > 0 ? chunk->stride : size.width * 4;
         const bool usable =
-            plane.data != nullptr && chunk->size > 0 &&
+            bytes != nullptr && chunk->size > 0 &&
             (static_cast<std::uint32_t>(chunk->flags) & SPA_CHUNK_FLAG_CORRUPTED) == 0 &&
             size.width > 0 && size.height > 0 &&
             chunk->offset + static_cast<std::uint64_t>(stride * size.height) <= plane.maxsize &&
@@ -208,8 +218,8 @@ struct StreamCallbacks {
             }
             picture.bgra.resize(static_cast<std::size_t>(size.width * size.height * 4));
             picture.size = size;
-            convertToBgra(static_cast<const std::uint8_t*>(plane.data) + chunk->offset, stride,
-                          self->order_, size, picture.bgra.data());
+            const PlaneRead reading(*newest);
+            convertToBgra(bytes + chunk->offset, stride, self->order_, size, picture.bgra.data());
             ++picture.generation;
         }
         lock.unlock();
@@ -258,10 +268,12 @@ PipeWireStream::PipeWireStream(OwnedFd remote, std::uint32_t node, int fps, Pixe
     handles_->events.state_changed = &StreamCallbacks::stateChanged;
     handles_->events.param_changed = &StreamCallbacks::paramChanged;
     handles_->events.process = &StreamCallbacks::process;
+    handles_->events.add_buffer = &StreamCallbacks::addBuffer;
+    handles_->events.remove_buffer = &StreamCallbacks::removeBuffer;
     pw_stream_add_listener(handles_->stream.get(), &handles_->streamListener, &handles_->events,
                            this);
 
-    std::uint8_t buffer[1024];
+    std::uint8_t buffer[2048];
     spa_pod_builder builder = SPA_POD_BUILDER_INIT(buffer, sizeof buffer);
     const spa_rectangle wantedSize{static_cast<std::uint32_t>(size.width),
                                    static_cast<std::uint32_t>(size.height)};
@@ -270,20 +282,31 @@ PipeWireStream::PipeWireStream(OwnedFd remote, std::uint32_t node, int fps, Pixe
     const spa_fraction wantedRate{static_cast<std::uint32_t>(fps), 1};
     const spa_fraction slowest{0, 1};
     const spa_fraction fastest{1000, 1};
-    const auto* format = static_cast<const spa_pod*>(spa_pod_builder_add_object(
-        &builder, SPA_TYPE_OBJECT_Format, SPA_PARAM_EnumFormat, SPA_FORMAT_mediaType,
-        SPA_POD_Id(SPA_MEDIA_TYPE_video), SPA_FORMAT_mediaSubtype,
-        SPA_POD_Id(SPA_MEDIA_SUBTYPE_raw), SPA_FORMAT_VIDEO_format,
-        SPA_POD_CHOICE_ENUM_Id(5, SPA_VIDEO_FORMAT_BGRx, SPA_VIDEO_FORMAT_BGRx,
-                               SPA_VIDEO_FORMAT_BGRA, SPA_VIDEO_FORMAT_RGBx, SPA_VIDEO_FORMAT_RGBA),
-        SPA_FORMAT_VIDEO_size, SPA_POD_CHOICE_RANGE_Rectangle(&wantedSize, &smallest, &largest),
-        SPA_FORMAT_VIDEO_framerate,
-        SPA_POD_CHOICE_RANGE_Fraction(&wantedRate, &slowest, &fastest)));
+    // The formats taken, first as linear DMA-BUF, then in shared memory.
+    const auto addFormat = [&](bool dmaBuf) {
+        spa_pod_frame frame{};
+        spa_pod_builder_push_object(&builder, &frame, SPA_TYPE_OBJECT_Format, SPA_PARAM_EnumFormat);
+        spa_pod_builder_add(
+            &builder, SPA_FORMAT_mediaType, SPA_POD_Id(SPA_MEDIA_TYPE_video),
+            SPA_FORMAT_mediaSubtype, SPA_POD_Id(SPA_MEDIA_SUBTYPE_raw), SPA_FORMAT_VIDEO_format,
+            SPA_POD_CHOICE_ENUM_Id(5, SPA_VIDEO_FORMAT_BGRx, SPA_VIDEO_FORMAT_BGRx,
+                                   SPA_VIDEO_FORMAT_BGRA, SPA_VIDEO_FORMAT_RGBx,
+                                   SPA_VIDEO_FORMAT_RGBA),
+            SPA_FORMAT_VIDEO_size, SPA_POD_CHOICE_RANGE_Rectangle(&wantedSize, &smallest, &largest),
+            SPA_FORMAT_VIDEO_framerate,
+            SPA_POD_CHOICE_RANGE_Fraction(&wantedRate, &slowest, &fastest), 0);
+        if (dmaBuf) {
+            spa_pod_builder_prop(&builder, SPA_FORMAT_VIDEO_modifier, SPA_POD_PROP_FLAG_MANDATORY);
+            spa_pod_builder_long(&builder, linearModifier);
+        }
+        return static_cast<const spa_pod*>(spa_pod_builder_pop(&builder, &frame));
+    };
+    const spa_pod* formats[] = {addFormat(true), addFormat(false)};
     // Not moved to another source when this one goes: the session manager ends the
     // stream instead.
     const auto flags = static_cast<pw_stream_flags>(
         PW_STREAM_FLAG_AUTOCONNECT | PW_STREAM_FLAG_MAP_BUFFERS | PW_STREAM_FLAG_DONT_RECONNECT);
-    if (pw_stream_connect(handles_->stream.get(), PW_DIRECTION_INPUT, node, flags, &format, 1) <
+    if (pw_stream_connect(handles_->stream.get(), PW_DIRECTION_INPUT, node, flags, formats, 2) <
         0) {
         throw MediaError(noPipeWireSentence);
     }
