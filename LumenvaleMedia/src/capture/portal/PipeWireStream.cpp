@@ -282,7 +282,9 @@ PipeWireStream::PipeWireStream(OwnedFd remote, std::uint32_t node, int fps, Pixe
     const spa_fraction wantedRate{static_cast<std::uint32_t>(fps), 1};
     const spa_fraction slowest{0, 1};
     const spa_fraction fastest{1000, 1};
-    // The formats taken, first as linear DMA-BUF, then in shared memory.
+    // The formats taken: in shared memory, the compositor's own copy, which reads
+    // fastest; as linear DMA-BUF where that is all it offers (a device's buffer read
+    // by the processor can be slow).
     const auto addFormat = [&](bool dmaBuf) {
         spa_pod_frame frame{};
         spa_pod_builder_push_object(&builder, &frame, SPA_TYPE_OBJECT_Format, SPA_PARAM_EnumFormat);
@@ -301,7 +303,7 @@ PipeWireStream::PipeWireStream(OwnedFd remote, std::uint32_t node, int fps, Pixe
         }
         return static_cast<const spa_pod*>(spa_pod_builder_pop(&builder, &frame));
     };
-    const spa_pod* formats[] = {addFormat(true), addFormat(false)};
+    const spa_pod* formats[] = {addFormat(false), addFormat(true)};
     // Not moved to another source when this one goes: the session manager ends the
     // stream instead.
     const auto flags = static_cast<pw_stream_flags>(
