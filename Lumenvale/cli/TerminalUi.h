@@ -26,7 +26,7 @@ class TerminalUi final : public QObject, public RecorderUi {
     void showBubble(const Rect& rect, std::function<void()> shown) override;
     std::optional<std::uint32_t> visibleBubbleWindow() const override { return std::nullopt; }
     void showOutline(const Rect&) override {}
-    void prepareControl(const Screen&) override {}
+    void prepareControl(const Screen&, Backdrop) override {}
     void showControl() override;
     void hidePanels() override;
     void showNotice(const QString& text) override;

@@ -45,8 +45,12 @@ class RecorderUi {
 
     // The dashed outline just outside a recorded area.
     virtual void showOutline(const Rect& area) = 0;
+    // What a movie shows around the recorded thing: the desktop as it looks there
+    // (a display, an area, a window on X11), or a window's own picture alone (a
+    // window the desktop's dialog picked), which no other window can cover.
+    enum class Backdrop { desktop, windowAlone };
     // Makes the floating control ready on `screen`; showControl() shows it.
-    virtual void prepareControl(const Screen& screen) = 0;
+    virtual void prepareControl(const Screen& screen, Backdrop backdrop) = 0;
     virtual void showControl() = 0;
     // Hides the control, the outline, the countdown and the camera bubble (and stops
     // the camera feed).

@@ -25,7 +25,7 @@ class RecorderUiNull final : public RecorderUi {
     void showBubble(const Rect&, std::function<void()> shown) override { shown(); }
     std::optional<std::uint32_t> visibleBubbleWindow() const override { return std::nullopt; }
     void showOutline(const Rect&) override {}
-    void prepareControl(const Screen&) override {}
+    void prepareControl(const Screen&, Backdrop) override {}
     void showControl() override {}
     void hidePanels() override {}
     void showNotice(const QString&) override {}

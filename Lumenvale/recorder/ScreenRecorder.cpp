@@ -271,7 +271,8 @@ void ScreenRecorder::continueStart(std::shared_ptr<Launch> launch) {
     if (launch->area) {
         ui_->showOutline(*launch->area);
     }
-    ui_->prepareControl(launch->screen);
+    ui_->prepareControl(launch->screen, launch->pickedWindow ? RecorderUi::Backdrop::windowAlone
+                                                             : RecorderUi::Backdrop::desktop);
     if (!launch->options.countdown) {
         afterCountdown(std::move(launch));
         return;

@@ -18,7 +18,9 @@
 #   - without XWayland it runs on Qt's Wayland platform, with its tray menu;
 #   - where a portal offers GlobalShortcuts (a stand-in on a bus of its own, since
 #     Debian 12's has none), the stored shortcut is bound with its combination as the
-#     preferred trigger, and its activation runs the action.
+#     preferred trigger, and its activation runs the action;
+#   - where a portal shares windows (the stand-in again), `lumenvale window` records
+#     the window it picks, with the control showing.
 set -euo pipefail
 export LUMENVALE_XWAYLAND=1
 e2e_session=wayland_session.sh
@@ -210,3 +212,37 @@ export -f fail until_true
 dbus-run-session --config-file="$work/bus.conf" -- bash -euo pipefail "$work/portal-bus.sh" ||
   fail "with the GlobalShortcuts portal"
 pass "GlobalShortcuts: bound with the stored combination as preferred trigger; activation records"
+
+# --- a portal that shares windows -----------------------------------------------------
+# The stand-in's ScreenCast (its "window" a green 642x481 picture on PipeWire) and a
+# Lumenvale on a bus of their own: `lumenvale window` has the desktop's dialog pick the
+# window, and records it with the control showing, since a window's own picture never
+# holds the panels; `lumenvale stop` saves a movie of the window's size.
+cat >"$work/window-bus.sh" <<'RUN'
+"$python" "$lib/portal_standin.py" --window 642x481:20c040 --ready "$work/window.ready" \
+  >"$work/window-portal.log" 2>&1 &
+portal=$!
+until_true 10 test -e "$work/window.ready" || fail "the stand-in portal did not start"
+"$LUMENVALE" >"$work/window-app.out" 2>"$work/window-app.err" &
+app=$!
+trap 'kill "$app" "$portal" 2>/dev/null || true' EXIT
+sleep 2 # the application starts
+before=$(find "$movies" -maxdepth 1 -name '*.mp4' | wc -l)
+"$LUMENVALE" window
+until_true 15 eval '[[ -n $(find "$TMPDIR" -maxdepth 1 -name "Lumenvale-*.mp4") ]]' ||
+  fail "lumenvale window started no recording: $(cat "$work/window-portal.log" "$work/window-app.err")"
+grep -q '^select types=2 ' "$work/window-portal.log" || fail "no window was asked for: $(cat "$work/window-portal.log")"
+until_true 5 eval '[[ -n $(xdotool search --onlyvisible --name "^Recording control\$") ]]' ||
+  fail "no control while recording the window"
+sleep 1.5
+"$LUMENVALE" stop
+until_true 20 eval '[[ $(find "$movies" -maxdepth 1 -name "*.mp4" | wc -l) -gt $before ]]' ||
+  fail "lumenvale stop saved no movie: $(cat "$work/window-app.err")"
+movie=$(ls -t "$movies"/*.mp4 | head -n1)
+size=$(ffprobe -v error -select_streams v:0 -show_entries stream=width,height -of csv=s=x:p=0 "$movie")
+[[ $size == 642x480 ]] || fail "the window's movie is $size, not 642x480"
+RUN
+export TMPDIR movies
+dbus-run-session --config-file="$work/bus.conf" -- bash -euo pipefail "$work/window-bus.sh" ||
+  fail "with a portal that shares windows"
+pass "a window picked in the desktop's dialog from the running application: recorded with the control showing"

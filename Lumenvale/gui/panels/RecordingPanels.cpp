@@ -85,8 +85,9 @@ void RecordingPanels::showOutline(const Rect& area) {
     outline_->raise();
 }
 
-void RecordingPanels::prepareControl(const Screen& screen) {
-    if (Desktop::ownWindowsInCapture() == Desktop::OwnWindows::recorded) {
+void RecordingPanels::prepareControl(const Screen& screen, Backdrop backdrop) {
+    if (Desktop::ownWindowsInCapture() == Desktop::OwnWindows::recorded &&
+        backdrop == Backdrop::desktop) {
         if (!recorded_) {
             recorded_ = screen.frame;
             notice_.keepClearOf(recorded_);

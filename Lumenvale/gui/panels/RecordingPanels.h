@@ -43,7 +43,7 @@ class RecordingPanels : public QObject, public RecorderUi {
     void showBubble(const Rect& rect, std::function<void()> shown) override;
     std::optional<std::uint32_t> visibleBubbleWindow() const override;
     void showOutline(const Rect& area) override;
-    void prepareControl(const Screen& screen) override;
+    void prepareControl(const Screen& screen, Backdrop backdrop) override;
     void showControl() override;
     void hidePanels() override;
     void showNotice(const QString& text) override;

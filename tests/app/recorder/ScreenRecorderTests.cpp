@@ -40,7 +40,7 @@ class RecordingUi final : public RecorderUi {
     void showBubble(const Rect&, std::function<void()> shown) override { shown(); }
     std::optional<std::uint32_t> visibleBubbleWindow() const override { return std::nullopt; }
     void showOutline(const Rect&) override {}
-    void prepareControl(const Screen&) override { ++controlsPrepared; }
+    void prepareControl(const Screen&, Backdrop) override { ++controlsPrepared; }
     void showControl() override { ++controlsShown; }
     void hidePanels() override { ++panelsHidden; }
     void showNotice(const QString& text) override { notices << text; }
