@@ -76,10 +76,6 @@ WindowPicking windowPicking() {
                                          : WindowPicking::lumenvalePicker;
 }
 
-bool desktopSharesWindows() {
-    return session() == Session::wayland && CapturePortal::sharesWindows();
-}
-
 std::unique_ptr<Displays> makeDisplays() {
     switch (session()) {
     case Session::x11:

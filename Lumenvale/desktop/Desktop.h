@@ -67,10 +67,6 @@ GlobalClicks globalClicks();
 enum class WindowPicking { lumenvalePicker, desktopDialog };
 WindowPicking windowPicking();
 
-// Whether the desktop's dialog offers single windows (WindowPicking::desktopDialog;
-// some portals share only whole screens). Asks the session bus, briefly.
-bool desktopSharesWindows();
-
 // The displays and windows of the session's desktop. Nothing is asked of the display
 // server before the first call; throws MediaError when its display cannot be reached.
 std::unique_ptr<Displays> makeDisplays();

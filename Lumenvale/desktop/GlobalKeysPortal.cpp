@@ -50,21 +50,14 @@ const QString requestInterface = QStringLiteral("org.freedesktop.portal.Request"
 // The shortcut id the portal knows an id by: the action's raw value for the four
 // actions ("screen", ...), else the number.
 QString shortcutID(std::uint32_t id) {
-    for (const RecAction action : allRecActions) {
-        if (static_cast<std::uint32_t>(hotkeyID(action)) == id) {
-            return QString::fromLatin1(rawValue(action));
-        }
-    }
-    return QString::number(id);
+    const std::optional<RecAction> action = recActionFromHotkeyID(id);
+    return action ? QString::fromLatin1(rawValue(*action)) : QString::number(id);
 }
 
 QString descriptionOf(std::uint32_t id) {
-    for (const RecAction action : allRecActions) {
-        if (static_cast<std::uint32_t>(hotkeyID(action)) == id) {
-            return QString::fromLatin1(title(action));
-        }
-    }
-    return QStringLiteral("Lumenvale shortcut %1").arg(id);
+    const std::optional<RecAction> action = recActionFromHotkeyID(id);
+    return action ? QString::fromLatin1(title(*action))
+                  : QStringLiteral("Lumenvale shortcut %1").arg(id);
 }
 
 // Where the portal puts the request of `token` for this connection

@@ -151,11 +151,8 @@ void HotkeyCenter::fire(std::uint32_t id) {
         }
         return;
     }
-    for (const RecAction action : allRecActions) {
-        if (idOf(action) == id) {
-            run(action);
-            return;
-        }
+    if (const std::optional<RecAction> action = recActionFromHotkeyID(id)) {
+        run(*action);
     }
 }
 

@@ -178,15 +178,9 @@ void ScreenRecorder::start(RecordKind kind, std::optional<Selection> selection,
         return;
     }
 
-    // On Wayland the desktop's own dialog picks the window, once the capture starts.
+    // On Wayland the desktop's own dialog picks the window, before the countdown.
     const bool desktopPicks = kind == RecordKind::window && !selection &&
                               Desktop::windowPicking() == Desktop::WindowPicking::desktopDialog;
-    if (desktopPicks && !Desktop::desktopSharesWindows()) {
-        abandonStart(launch);
-        notice(QStringLiteral("Couldn’t start recording. This desktop shares only whole screens, "
-                              "not single windows: record the screen or an area."));
-        return;
-    }
     if (kind != RecordKind::screen && !selection && !desktopPicks) {
         enter(RecorderPhase::Event::selectionOpened);
         ui_->openSelection(kind == RecordKind::area ? RecorderUi::SelectionMode::area

@@ -66,6 +66,15 @@ int hotkeyID(RecAction action) {
     return static_cast<int>(action);
 }
 
+std::optional<RecAction> recActionFromHotkeyID(std::int64_t id) {
+    for (RecAction action : allRecActions) {
+        if (hotkeyID(action) == id) {
+            return action;
+        }
+    }
+    return std::nullopt;
+}
+
 std::string storageKey(RecAction action) {
     return "hotkey." + std::string(rawValue(action));
 }

@@ -45,7 +45,9 @@ TEST(RecAction, RawValuesStorageKeysAndIds) {
         EXPECT_EQ(rawValue(c.action), c.raw);
         EXPECT_EQ(storageKey(c.action), std::string("hotkey.") + c.raw);
         EXPECT_EQ(recActionFromRawValue(c.raw), c.action);
+        EXPECT_EQ(recActionFromHotkeyID(id), c.action);
     }
+    EXPECT_FALSE(recActionFromHotkeyID(4));
     for (const char* other : {"Screen", "STOP", "", "screen "}) {
         EXPECT_FALSE(recActionFromRawValue(other)) << other;
     }

@@ -67,14 +67,12 @@ bool Notice::place() {
     const std::optional<Screen> screen = Screens::withMouse();
     if (screen) {
         const Rect& visible = screen->visibleFrame;
-        std::optional<Rect> frame =
-            Rect{visible.midX() - 240, visible.minY() + visible.height * 0.2, 480,
-                 static_cast<double>(window_->height())};
-        if (keepClearOf_) {
-            frame = PanelPlacement::clearOf(*frame, *keepClearOf_, Screens::all(), 8);
-            if (!frame) {
-                return false;
-            }
+        const std::optional<Rect> frame =
+            PanelPlacement::placed(Rect{visible.midX() - 240, visible.minY() + visible.height * 0.2,
+                                        480, static_cast<double>(window_->height())},
+                                   keepClearOf_);
+        if (!frame) {
+            return false;
         }
         OverlayPanel::place(*window_, *frame);
     } else if (keepClearOf_) {

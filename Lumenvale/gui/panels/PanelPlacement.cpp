@@ -43,4 +43,8 @@ std::optional<Rect> clearOf(const Rect& wanted, const Rect& recorded,
     return std::nullopt;
 }
 
+std::optional<Rect> placed(const Rect& wanted, const std::optional<Rect>& recorded) {
+    return recorded ? clearOf(wanted, *recorded, Screens::all(), 8) : wanted;
+}
+
 } // namespace lumenvale::PanelPlacement

@@ -17,4 +17,8 @@ namespace lumenvale::PanelPlacement {
 std::optional<Rect> clearOf(const Rect& wanted, const Rect& recorded,
                             const std::vector<Screen>& screens, double gapPoints);
 
+// Where a panel that wants `wanted` shows: there, when nothing is to be kept clear;
+// else clearOf() `recorded` among today's displays, 8 points apart.
+std::optional<Rect> placed(const Rect& wanted, const std::optional<Rect>& recorded);
+
 } // namespace lumenvale::PanelPlacement

@@ -86,13 +86,11 @@ bool RecordingControl::placeOn(const Screen& screen) {
     const Rect& visible = screen.visibleFrame;
     const double width = window_->width();
     const double height = window_->height();
-    std::optional<Rect> frame =
-        Rect{std::round(visible.midX() - width / 2), visible.maxY() - height - 8, width, height};
-    if (keepClearOf_) {
-        frame = PanelPlacement::clearOf(*frame, *keepClearOf_, Screens::all(), 8);
-        if (!frame) {
-            return false;
-        }
+    const std::optional<Rect> frame = PanelPlacement::placed(
+        Rect{std::round(visible.midX() - width / 2), visible.maxY() - height - 8, width, height},
+        keepClearOf_);
+    if (!frame) {
+        return false;
     }
     OverlayPanel::place(*window_, *frame);
     OverlayPanel::clip(*window_, OverlayPanel::rounded(window_->size(), height / 2.0));

@@ -39,6 +39,8 @@ std::optional<RecAction> recActionFromRawValue(std::string_view raw);
 std::string_view title(RecAction action);
 // 0 ... 3.
 int hotkeyID(RecAction action);
+// The action whose hotkeyID() is `id`; nothing for any other id.
+std::optional<RecAction> recActionFromHotkeyID(std::int64_t id);
 // "hotkey." followed by the raw value.
 std::string storageKey(RecAction action);
 

@@ -44,9 +44,6 @@ class CapturePortal final : public VideoSource {
     static std::unique_ptr<CapturePortal>
     choosingWindow(CaptureRequest request,
                    const std::function<PixelSize(PixelSize picture)>& movieSize);
-    // Whether the desktop's portal lets the user pick a single window (false without
-    // one). Asks the session bus, briefly.
-    static bool sharesWindows();
     // Stops the capture if it runs, and closes the portal's session.
     ~CapturePortal() override;
 

@@ -10,9 +10,6 @@ namespace lumenvale::record {
 namespace {
 // How long the writer sleeps when nothing is queued: sound arrives every 20 ms.
 constexpr auto idleWait = std::chrono::milliseconds(10);
-} // namespace
-
-namespace {
 
 // About a third of a second, prime to the keyframe interval: the frames of a still
 // screen then still lie on no coarser grid than 1/fps, so a reader can tell the

@@ -248,10 +248,6 @@ CapturePortal::choosingWindow(CaptureRequest request,
     return capture;
 }
 
-bool CapturePortal::sharesWindows() {
-    return portal::ScreenCastPortal::sharesWindows();
-}
-
 PixelSize CapturePortal::size() const {
     return engine_->request.size;
 }

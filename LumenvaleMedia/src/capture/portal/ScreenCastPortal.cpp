@@ -54,9 +54,9 @@ enum class Answer : std::uint32_t { granted = 0, cancelled = 1, refused = 2 };
 
 // A refusal that a remembered choice may have caused.
 struct Refused : MediaError {
-    explicit Refused(bool byUser = false) : MediaError(refusedSentence), cancelled(byUser) {}
-    // The user cancelled the dialog: not to be asked again at once.
-    bool cancelled;
+    explicit Refused(Answer how = Answer::refused) : MediaError(refusedSentence), answer(how) {}
+    // Answer::cancelled: the user cancelled the dialog, not to be asked again at once.
+    Answer answer;
 };
 
 std::optional<std::string> readToken(const std::optional<std::filesystem::path>& file) {
@@ -200,7 +200,7 @@ class ScreenCastPortal::Conversation {
         bus_->disconnect(portalService, path, requestInterface, QStringLiteral("Response"), &waiter,
                          SLOT(onResponse(uint, QVariantMap)));
         if (!waiter.answer || *waiter.answer != Answer::granted) {
-            throw Refused(waiter.answer == Answer::cancelled);
+            throw Refused(waiter.answer.value_or(Answer::refused));
         }
         return waiter.results;
     }
@@ -261,23 +261,6 @@ ScreenCastPortal::~ScreenCastPortal() = default;
 
 // The conversation runs on a thread of its own, so waiting for the portal never runs
 // the caller's event loop (on the GUI thread that would let other work in meanwhile).
-bool ScreenCastPortal::sharesWindows() {
-    bool shares = false;
-    // On a thread of its own, as open() does: the caller's event loop never runs.
-    std::thread worker([&] {
-        try {
-            Conversation portal;
-            const std::optional<QVariant> sources =
-                portal.property(QStringLiteral("AvailableSourceTypes"));
-            shares = sources && (sources->toUInt() & windowSource) != 0;
-        } catch (const MediaError&) {
-            shares = false; // no session bus
-        }
-    });
-    worker.join();
-    return shares;
-}
-
 ScreenCastGrant ScreenCastPortal::open(SourceKind kind, PointerMode pointer) {
     ScreenCastGrant grant;
     std::exception_ptr failure;
@@ -341,7 +324,7 @@ ScreenCastGrant ScreenCastPortal::openHere(SourceKind kind, PointerMode pointer)
         }
         started = portal.selectAndStart(source, withToken);
     } catch (const Refused& refusal) {
-        if (!token || refusal.cancelled) {
+        if (!token || refusal.answer == Answer::cancelled) {
             throw;
         }
         // The remembered choice may be what was refused: forget it and ask afresh.

@@ -75,10 +75,6 @@ class ScreenCastPortal {
     // Call once.
     ScreenCastGrant open(SourceKind kind, PointerMode pointer);
 
-    // Whether the session's portal lets the user share a single window (false
-    // without a ScreenCast portal). Asks the bus, briefly.
-    static bool sharesWindows();
-
   private:
     class Conversation;
     ScreenCastGrant openHere(SourceKind kind, PointerMode pointer);
